@@ -1,0 +1,39 @@
+# What every target of the project has in common, and the two shapes of target.
+
+# Language level, arithmetic and warnings. Fused multiply-adds are off so that the 32-bit and the
+# 64-bit builds round alike; warnings become errors in the presets only
+# (CMAKE_COMPILE_WARNING_AS_ERROR), never for somebody who embeds the project.
+function(quintral_common_options target)
+  target_compile_features(${target} PUBLIC cxx_std_17)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  target_compile_options(${target} PRIVATE
+    -ffp-contract=off -Wall -Wextra -Wshadow -Wconversion)
+endfunction()
+
+# quintral_add_library(folder SOURCES ... HEADERS ... LINKS ...)
+#
+# The library of one folder: target quintral_<folder>, alias and exported name quintral::<folder>.
+# HEADERS are the public ones, installed below quintral/<folder> and each compiled alone by the
+# target all_verify_interface_header_sets.
+function(quintral_add_library folder)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;LINKS")
+  set(target quintral_${folder})
+  add_library(${target} ${arg_SOURCES})
+  add_library(quintral::${folder} ALIAS ${target})
+  quintral_common_options(${target})
+  set_target_properties(${target} PROPERTIES
+    EXPORT_NAME ${folder}
+    POSITION_INDEPENDENT_CODE ON
+    VERIFY_INTERFACE_HEADER_SETS ON)
+  if(BUILD_SHARED_LIBS)
+    set_target_properties(${target} PROPERTIES
+      VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  endif()
+  target_sources(${target} PUBLIC
+    FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
+  target_include_directories(${target} PUBLIC
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_link_libraries(${target} PUBLIC ${arg_LINKS})
+  install(TARGETS ${target} EXPORT quintral-targets
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
+endfunction()

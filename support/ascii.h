@@ -1,0 +1,104 @@
+// ASCII's own character classes, case mapping and number reading, whatever locale the host program
+// has set. The suite's texts are bytes, and a plug-in does not own its process's locale: under a
+// Latin-1 locale the C library's isalpha takes byte 0xE4 for a letter, and a request built with it
+// would differ from host to host. Here a byte with the top bit set is never in any class and is
+// never mapped.
+#ifndef QUINTRAL_SUPPORT_ASCII_H
+#define QUINTRAL_SUPPORT_ASCII_H
+
+#include <cstdint>
+#include <limits>
+
+namespace quintral {
+
+// True for '0' to '9'.
+constexpr bool ascii_is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+// True for 'A' to 'Z'.
+constexpr bool ascii_is_upper(char c)
+{
+    return c >= 'A' && c <= 'Z';
+}
+
+// True for 'a' to 'z'.
+constexpr bool ascii_is_lower(char c)
+{
+    return c >= 'a' && c <= 'z';
+}
+
+// True for a letter of either case.
+constexpr bool ascii_is_letter(char c)
+{
+    return ascii_is_upper(c) || ascii_is_lower(c);
+}
+
+// True for a letter or a digit.
+constexpr bool ascii_is_letter_or_digit(char c)
+{
+    return ascii_is_letter(c) || ascii_is_digit(c);
+}
+
+// True for the six white-space bytes of the POSIX locale: blank, tab, line feed, vertical tab, form
+// feed and carriage return.
+constexpr bool ascii_is_space(char c)
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// The upper-case form of a lower-case letter, any other byte as it is.
+constexpr char ascii_to_upper(char c)
+{
+    return ascii_is_lower(c) ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+// The lower-case form of an upper-case letter, any other byte as it is.
+constexpr char ascii_to_lower(char c)
+{
+    return ascii_is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+// Reads a decimal number as scanf's "%d" and atoi do: white space, an optional sign, digits.
+//
+// Returns the position behind the last digit with the number in *value; where there is no digit,
+// returns null with *value 0. A number outside the 32-bit range is its nearest end, on every system
+// alike (the C library leaves that case undefined).
+// Requires: text is terminated, value is not null.
+constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
+{
+    *value = 0;
+    while (ascii_is_space(*text))
+        ++text;
+    const bool negative = *text == '-';
+    if (*text == '-' || *text == '+')
+        ++text;
+    if (!ascii_is_digit(*text))
+        return nullptr;
+    constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
+    std::int64_t number = 0;
+    for (; ascii_is_digit(*text); ++text) {
+        if (number <= highest)
+            number = number * 10 + (*text - '0');
+    }
+    number = negative ? -number : number;
+    if (number > highest)
+        number = highest;
+    if (number < -highest - 1)
+        number = -highest - 1;
+    *value = static_cast<std::int32_t>(number);
+    return text;
+}
+
+// The number that a text begins with, as atoi reads it; 0 where it begins with none.
+constexpr std::int32_t ascii_to_int(const char *text)
+{
+    std::int32_t value = 0;
+    ascii_scan_int(text, &value);
+    return value;
+}
+
+} // namespace quintral
+
+#endif

@@ -1,0 +1,160 @@
+#include "support/c-utils/memory.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace quintral {
+
+namespace {
+
+// The local area of one append, and the bound given to vsnprintf: the byte between the two is the
+// terminator of an append whose formatting failed.
+constexpr std::size_t append_area_size = 4096;
+constexpr std::size_t append_bound = append_area_size - 1;
+constexpr std::int32_t longest_append = append_bound - 1;
+constexpr std::int32_t failed_append = append_bound;
+
+// Free bytes that a grown buffer has behind its text.
+constexpr std::int32_t growth_reserve = 128;
+
+void *block_or_throw(void *block)
+{
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+
+char *text_or_throw(char *text)
+{
+    return static_cast<char *>(block_or_throw(text));
+}
+
+// Null when memory runs out: a caller with an argument list must end it before it may throw.
+QUINTRAL_PRINTF(1, 0) char *format_to_block(const char *format, std::va_list arguments)
+{
+    std::va_list again;
+    va_copy(again, arguments);
+    const int measured = std::vsnprintf(nullptr, 0, format, arguments);
+    const std::size_t size = measured < 0 ? 1 : static_cast<std::size_t>(measured) + 1;
+    char *text = static_cast<char *>(std::malloc(size));
+    // What a failed vsnprintf leaves behind is the C library's affair; callers get a text anyway.
+    if (text != nullptr && std::vsnprintf(text, size, format, again) < 0)
+        text[0] = '\0';
+    va_end(again);
+    return text;
+}
+
+// The sum is taken in 64 bits, so that a buffer at the end of the 32-bit range is refused and not
+// wrapped to a small block.
+void make_room(StringBuffer *buffer, std::int32_t added)
+{
+    const std::int64_t room = std::int64_t{buffer->capacity} - buffer->length - 2;
+    if (added <= room)
+        return;
+    const std::int64_t capacity = std::int64_t{added} + buffer->length + growth_reserve;
+    if (capacity > std::numeric_limits<std::int32_t>::max())
+        throw std::bad_alloc();
+    buffer->data = static_cast<char *>(checked_realloc(buffer->data,
+                                                       static_cast<std::size_t>(buffer->capacity),
+                                                       static_cast<std::size_t>(capacity)));
+    buffer->capacity = static_cast<std::int32_t>(capacity);
+}
+
+} // namespace
+
+void *checked_malloc(std::size_t size)
+{
+    if (size == 0)
+        return nullptr;
+    return block_or_throw(std::malloc(size));
+}
+
+void *checked_realloc(void *block, std::size_t /*old_size*/, std::size_t new_size)
+{
+    return block_or_throw(std::realloc(block, new_size));
+}
+
+void checked_free(void *block)
+{
+    std::free(block);
+}
+
+char *copy_string_with_room(const char *text, std::size_t extra)
+{
+    const std::size_t used = std::strlen(text) + 1;
+    if (extra > std::numeric_limits<std::size_t>::max() - used)
+        throw std::bad_alloc();
+    void *block = checked_malloc(used + extra);
+    return static_cast<char *>(std::memcpy(block, text, used));
+}
+
+char *alloc_vprintf(const char *format, std::va_list arguments)
+{
+    return text_or_throw(format_to_block(format, arguments));
+}
+
+char *alloc_printf(const char *format, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, format);
+    char *text = format_to_block(format, arguments);
+    va_end(arguments);
+    return text_or_throw(text);
+}
+
+void string_buffer_init(StringBuffer *buffer)
+{
+    *buffer = StringBuffer{nullptr, 0, 0};
+}
+
+std::int32_t string_buffer_printf(StringBuffer *buffer, const char *format, ...)
+{
+    // Zeros, because a failed formatting appends the whole area.
+    char area[append_area_size] = {};
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::int32_t added = std::vsnprintf(area, append_bound, format, arguments);
+    va_end(arguments);
+    if (added < 0)
+        added = failed_append;
+    else if (added > longest_append)
+        added = longest_append;
+
+    make_room(buffer, added);
+    std::memcpy(buffer->data + buffer->length, area, static_cast<std::size_t>(added) + 1);
+    buffer->length += added;
+    return buffer->length;
+}
+
+char *string_buffer_text(const StringBuffer *buffer)
+{
+    return buffer->data;
+}
+
+void string_buffer_free(StringBuffer *buffer)
+{
+    checked_free(buffer->data);
+    string_buffer_init(buffer);
+}
+
+char *copy_string_bounded(char *destination, const char *source, std::size_t size)
+{
+    if (size == 0 || (destination == nullptr && source == nullptr))
+        return destination;
+    if (source == nullptr) {
+        destination[0] = '\0';
+        return destination;
+    }
+    const void *end = std::memchr(source, '\0', size - 1);
+    const std::size_t copied =
+        end == nullptr ? size - 1
+                       : static_cast<std::size_t>(static_cast<const char *>(end) - source);
+    std::memcpy(destination, source, copied);
+    std::memset(destination + copied, '\0', size - copied);
+    return destination;
+}
+
+} // namespace quintral
