@@ -1,0 +1,173 @@
+// Base64: the RFC's vectors, the whole alphabet, every byte, and the length formula at the ends of
+// its range.
+#include "web/base64.h"
+
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quintral {
+namespace {
+
+const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+// Encodes a copy of exactly the source's size, so that a memory checker sees a read behind it, into
+// a destination of exactly the size asked for; returns all of the destination.
+std::string encode_exactly(const std::string &source)
+{
+    const std::vector<char> copy(source.begin(), source.end());
+    const int n = static_cast<int>(source.size());
+    std::string destination(static_cast<std::size_t>(base64_encoded_length(n)) + 1, '#');
+    base64_encode(copy.data(), n, destination.data());
+    return destination;
+}
+
+std::string with_terminator(const std::string &text)
+{
+    return text + '\0';
+}
+
+std::string shown(const std::string &bytes)
+{
+    std::string text;
+    for (const char c : bytes)
+        text += std::to_string(static_cast<unsigned char>(c)) + ' ';
+    return text;
+}
+
+struct EncodeRow {
+    std::string source;
+    const char *expected;
+};
+
+TEST(Base64, EncodesAndTerminates)
+{
+    const EncodeRow rows[] = {
+        // RFC 4648, section 10
+        {"", ""},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
+        // credentials as the web client sends them
+        {"user:password", "dXNlcjpwYXNzd29yZA=="},
+        {"Aladdin:open sesame", "QWxhZGRpbjpvcGVuIHNlc2FtZQ=="},
+        {":", "Og=="},
+        // NUL is a byte like any other
+        {std::string(1, '\0'), "AA=="},
+        {std::string(2, '\0'), "AAA="},
+        {std::string(3, '\0'), "AAAA"},
+        {std::string("a\0b", 3), "YQBi"},
+        // bytes with the top bit set
+        {"\x80", "gA=="},
+        {"\xff", "/w=="},
+        {"\xff\xff", "//8="},
+        {"\xff\xff\xff", "////"},
+        {"\xfb\xef\xbe", "++++"},
+        {"a\xe4\xf6", "YeT2"},
+        {"\x80\x01\x7f\x81", "gAF/gQ=="},
+    };
+    for (const EncodeRow &row : rows)
+        EXPECT_EQ(encode_exactly(row.source), with_terminator(row.expected))
+            << "bytes " << shown(row.source);
+}
+
+TEST(Base64, TheNumbers0To63BecomeTheAlphabetInOrder)
+{
+    std::string source;
+    for (int i = 0; i < 64; i += 4) {
+        const int bits = i << 18 | (i + 1) << 12 | (i + 2) << 6 | (i + 3);
+        source += static_cast<char>(bits >> 16);
+        source += static_cast<char>(bits >> 8 & 0xff);
+        source += static_cast<char>(bits & 0xff);
+    }
+    EXPECT_EQ(encode_exactly(source), with_terminator(alphabet));
+}
+
+TEST(Base64, EachOf256BytesAloneGivesItsTwoDigitsAndPadding)
+{
+    for (int byte = 0; byte < 256; ++byte) {
+        const std::string source(1, static_cast<char>(byte));
+        std::string expected;
+        expected += alphabet[static_cast<std::size_t>(byte / 4)];
+        expected += alphabet[static_cast<std::size_t>(byte % 4 * 16)];
+        EXPECT_EQ(encode_exactly(source), with_terminator(expected + "==")) << "byte " << byte;
+    }
+}
+
+TEST(Base64, ReadsNBytesAndNoTerminator)
+{
+    char destination[9] = "########";
+    base64_encode("foobar", 4, destination);
+    EXPECT_STREQ(destination, "Zm9vYg==");
+}
+
+TEST(Base64, WritesNothingBehindItsTerminator)
+{
+    char destination[] = "##########";
+    base64_encode("fo", 2, destination);
+    EXPECT_EQ(std::string(destination, 10), std::string("Zm8=\0#####", 10));
+}
+
+TEST(Base64, NBelow1GivesAnEmptyTextWithoutReading)
+{
+    for (const int n : {0, -1, -2, -3, std::numeric_limits<int>::min()}) {
+        char destination[] = "####";
+        base64_encode(nullptr, n, destination);
+        EXPECT_EQ(std::string(destination, 4), std::string("\0###", 4)) << "n " << n;
+    }
+}
+
+struct LengthRow {
+    int n;
+    int expected;
+};
+
+TEST(Base64, LengthIsTheFormulaForEveryInt)
+{
+    const LengthRow rows[] = {
+        {0, 0},
+        {1, 4},
+        {2, 4},
+        {3, 4},
+        {4, 8},
+        {5, 8},
+        {6, 8},
+        {7, 12},
+        {511, 684},
+        {1000, 1336},
+        // below 0 the division cuts towards 0
+        {-1, 0},
+        {-2, 0},
+        {-3, 0},
+        {-4, 0},
+        {-5, -4},
+        {-7, -4},
+        {-8, -8},
+        // the longest that an int can tell, and what lies behind it
+        {1610612733, 2147483644},
+        {1610612734, std::numeric_limits<int>::min()},
+        {std::numeric_limits<int>::max(), -1431655764},
+        {std::numeric_limits<int>::min(), 1431655768},
+    };
+    for (const LengthRow &row : rows)
+        EXPECT_EQ(base64_encoded_length(row.n), row.expected) << "n " << row.n;
+}
+
+TEST(Base64, LengthIsThatOfTheEncoding)
+{
+    for (int n = 0; n < 200; ++n) {
+        std::string destination(1000, '#');
+        base64_encode(std::string(200, 'x').c_str(), n, destination.data());
+        EXPECT_EQ(static_cast<int>(std::string(destination.c_str()).size()),
+                  base64_encoded_length(n))
+            << "n " << n;
+    }
+}
+
+} // namespace
+} // namespace quintral
