@@ -1,0 +1,429 @@
+// The option parser, in the order in which one call goes: where the parse stands, the ordering, the
+// operands in front, the long option, the short option, the argument, what is used up.
+//
+// Nothing here holds text of its own, so that elements of any length are safe; the only limit is
+// that a position within an element is an int. No index is used before vector_ends has looked at
+// it, and no position before ends_at has.
+#include "cmdline/long-options.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <locale.h>
+#if __has_include(<xlocale.h>)
+#include <xlocale.h>
+#endif
+
+namespace quintral {
+
+int option_index = 0;
+int option_position = 0;
+char *option_argument = nullptr;
+int option_errors = 1;
+int option_code = '?';
+
+namespace {
+
+enum class Ordering { Permute, RequireOrder, ReturnInOrder };
+
+// What a call was given, with the ordering's character taken off short_options.
+struct Call {
+    int argument_count;
+    char **arguments;
+    const char *short_options;
+    const LongOption *long_options;
+    bool long_only;
+    Ordering ordering;
+};
+
+// The operands that a permuting call has skipped to reach its option.
+struct SkippedOperands {
+    int start;
+    int count;
+};
+
+// The option a call has recognised; none while `found` is false.
+struct Option {
+    bool found;
+    const LongOption *entry; // null for a short option
+    int entry_index;
+    std::int32_t has_argument;
+    char *attached; // what follows the name in its element, a '=' included
+    int elements;   // 2 when the argument is the next element
+};
+
+bool vector_ends(int argument_count, char **arguments)
+{
+    return argument_count <= option_index || arguments[option_index] == nullptr;
+}
+
+// A negative position is a huge one here and so behind the end as well.
+bool ends_at(const char *element, int position)
+{
+    return static_cast<std::size_t>(position) >= std::strlen(element);
+}
+
+int return_error(int code)
+{
+    option_code = code;
+    return code;
+}
+
+Ordering choose_ordering(const char **short_options)
+{
+    const char first = *short_options == nullptr ? '\0' : **short_options;
+    if (first == '+' || first == '-')
+        ++*short_options;
+    if (first == '-')
+        return Ordering::ReturnInOrder;
+    if (first == '+' || std::getenv("POSIXLY_CORRECT") != nullptr)
+        return Ordering::RequireOrder;
+    return Ordering::Permute;
+}
+
+// True when the whole text is a number, white space behind it allowed: one conversion, the second
+// finding nothing left. A program whose locale has a decimal comma must still be able to pass -0.5,
+// so the scan runs under the "C" locale; should there be none to be had, uselocale of null changes
+// nothing and the program's own locale decides.
+bool reads_as_number(const char *text)
+{
+    static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", locale_t{});
+    const locale_t locale_before = uselocale(c_locale);
+    float number = 0;
+    char rest[2] = "";
+    const int conversions = std::sscanf(text, "%f%1s", &number, rest);
+    uselocale(locale_before);
+    return conversions == 1;
+}
+
+bool is_operand(const char *element, bool long_only)
+{
+    if (element[0] != '-')
+        return !(long_only && element[0] == '+');
+    return element[1] == '\0' || reads_as_number(element);
+}
+
+bool is_end_of_options(const char *element)
+{
+    return std::strcmp(element, "--") == 0;
+}
+
+// Moves the operands that begin at `start` and end before option_index behind the `elements` that
+// follow them; both groups keep their order.
+void move_operands_back(char **arguments, int start, int elements)
+{
+    std::rotate(arguments + start, arguments + option_index, arguments + option_index + elements);
+    option_index = start + elements;
+}
+
+// Steps over operands, to the option that follows them. True when there is none: then the parse is
+// over and option_index is the first operand.
+bool permute_ends_parse(const Call &call, SkippedOperands *skipped)
+{
+    skipped->start = option_index;
+    while (!vector_ends(call.argument_count, call.arguments) &&
+           is_operand(call.arguments[option_index], call.long_only))
+        ++option_index;
+    skipped->count = option_index - skipped->start;
+    if (vector_ends(call.argument_count, call.arguments)) {
+        option_index = skipped->start;
+        return true;
+    }
+    if (!is_end_of_options(call.arguments[option_index]))
+        return false;
+    move_operands_back(call.arguments, skipped->start, 1);
+    return true;
+}
+
+int return_operand(char *element)
+{
+    option_argument = element;
+    ++option_index;
+    option_code = 1;
+    return 1;
+}
+
+// Deals with the operand that may stand where a word begins. True when that ends the call, with its
+// result.
+bool operand_ends_call(const Call &call, SkippedOperands *skipped, int *result)
+{
+    *result = -1;
+    if (call.ordering == Ordering::Permute)
+        return permute_ends_parse(call, skipped);
+    char *element = call.arguments[option_index];
+    if (!is_operand(element, call.long_only))
+        return false;
+    if (call.ordering == Ordering::ReturnInOrder)
+        *result = return_operand(element);
+    return true;
+}
+
+bool begins_with_two_dashes(const char *element)
+{
+    return element[0] == '-' && element[1] == '-';
+}
+
+// Where a word begins the element is not empty: an empty one is an operand.
+bool may_be_long_option(const Call &call, const char *element)
+{
+    return call.long_options != nullptr && option_position == 1 &&
+           (begins_with_two_dashes(element) || call.long_only);
+}
+
+void report_ambiguous(const Call &call, const char *first_name, const char *second_name)
+{
+    if (option_errors == 0)
+        return;
+    std::fprintf(stderr, "%s: option `%s' is ambiguous (could be `--%s' or `--%s')\n",
+                 call.arguments[0], call.arguments[option_index], first_name, second_name);
+}
+
+// Walks the table for the name typed in `length` bytes. False, reported, when two names begin with
+// it before one equals it: the order of these tests is deliberate, and tables are ordered by it.
+bool find_entry(const Call &call, const char *typed, std::size_t length, const LongOption **match)
+{
+    *match = nullptr;
+    for (const LongOption *entry = call.long_options; entry->name != nullptr; ++entry) {
+        if (std::strncmp(entry->name, typed, length) != 0)
+            continue;
+        if (entry->name[length] == '\0') {
+            *match = entry;
+            return true;
+        }
+        if (*match != nullptr) {
+            report_ambiguous(call, (*match)->name, entry->name);
+            return false;
+        }
+        *match = entry;
+    }
+    return true;
+}
+
+// Looks the element up as a long option. False for an ambiguous one. Where nothing matches,
+// option_position stays behind the dashes, which is where the short options of the word begin.
+bool find_long_option(const Call &call, char *element, Option *option)
+{
+    option_position = begins_with_two_dashes(element) ? 2 : 1;
+    char *typed = element + option_position;
+    const std::size_t length = std::strcspn(typed, "=");
+    const LongOption *entry = nullptr;
+    if (!find_entry(call, typed, length, &entry))
+        return false;
+    if (entry == nullptr)
+        return true;
+    option->found = true;
+    option->entry = entry;
+    option->entry_index = static_cast<int>(entry - call.long_options);
+    option->has_argument = entry->has_argument;
+    option->attached = typed + length;
+    return true;
+}
+
+std::int32_t short_option_kind(const char *listed)
+{
+    if (listed[1] != ':')
+        return NoArgument;
+    return listed[2] == ':' ? OptionalArgument : RequiredArgument;
+}
+
+// The option character as an int that is never -1, which would end the caller's loop.
+int character_code(char c)
+{
+    return static_cast<unsigned char>(c);
+}
+
+// Looks the character at option_position up. False for one that is not listed; the end of the
+// element is not listed either, though strchr would find it.
+bool find_short_option(const Call &call, char *element, Option *option)
+{
+    if (ends_at(element, option_position))
+        return false;
+    char *typed = element + option_position;
+    const char *listed = std::strchr(call.short_options, *typed);
+    if (listed == nullptr)
+        return false;
+    option->found = true;
+    option->has_argument = short_option_kind(listed);
+    option->attached = typed + 1;
+    option_code = character_code(*typed);
+    return true;
+}
+
+void report_invalid(const Call &call, const char *element)
+{
+    if (option_errors == 0)
+        return;
+    if (ends_at(element, option_position))
+        std::fprintf(stderr, "%s: invalid option -- `-'\n", call.arguments[0]);
+    else
+        std::fprintf(stderr, "%s: invalid option -- `-%c'\n", call.arguments[0],
+                     element[option_position]);
+}
+
+// Passes over an unknown character, and over its element when that was the last one. Operands in
+// front of the element stay there: a program stops at an error.
+int reject_short_option(const Call &call, const char *element)
+{
+    report_invalid(call, element);
+    if (!ends_at(element, option_position))
+        ++option_position;
+    if (ends_at(element, option_position)) {
+        ++option_index;
+        option_position = 1;
+    }
+    return return_error('?');
+}
+
+char *without_equals_sign(char *attached)
+{
+    return *attached == '=' ? attached + 1 : attached;
+}
+
+bool take_required_argument(const Call &call, Option *option)
+{
+    char *argument = without_equals_sign(option->attached);
+    if (*argument == '\0') {
+        const int next = option_index + 1;
+        if (call.argument_count <= next || call.arguments[next] == nullptr)
+            return false;
+        argument = call.arguments[next];
+        option->elements = 2;
+    }
+    option_argument = argument;
+    option_position = 1;
+    return true;
+}
+
+// An absent argument leaves option_position alone. That is deliberate, though it keeps the parse on
+// "--name" and on the end of a cluster: callers know the position by it.
+void take_optional_argument(const Option &option)
+{
+    char *argument = without_equals_sign(option.attached);
+    if (*argument == '\0') {
+        option_argument = nullptr;
+        return;
+    }
+    option_argument = argument;
+    option_position = 1;
+}
+
+// A value attached to a long option is ignored; behind a short option the next one follows.
+void take_no_argument(const Option &option)
+{
+    option_argument = nullptr;
+    const bool cluster_goes_on = option.entry == nullptr && *option.attached != '\0';
+    option_position = cluster_goes_on ? option_position + 1 : 1;
+}
+
+// False when a required argument is missing.
+bool take_argument(const Call &call, Option *option)
+{
+    if (option->has_argument == RequiredArgument)
+        return take_required_argument(call, option);
+    if (option->has_argument == OptionalArgument)
+        take_optional_argument(*option);
+    else
+        take_no_argument(*option);
+    return true;
+}
+
+void report_missing_argument(const Call &call, const Option &option)
+{
+    if (option_errors == 0)
+        return;
+    std::fprintf(stderr, "%s: argument required for option `", call.arguments[0]);
+    if (option.entry != nullptr)
+        std::fprintf(stderr, "--%s'\n", option.entry->name);
+    else
+        std::fprintf(stderr, "-%c'\n", option_code);
+}
+
+int reject_missing_argument(const Call &call, const Option &option)
+{
+    report_missing_argument(call, option);
+    ++option_index;
+    return return_error(':');
+}
+
+// Passes over the option's elements once its word is finished, and only then moves the skipped
+// operands: those before a cluster of several calls stay in front of it.
+void use_up(const Call &call, const SkippedOperands &skipped, int elements)
+{
+    if (option_position != 1)
+        return;
+    if (skipped.count > 0)
+        move_operands_back(call.arguments, skipped.start, elements);
+    else
+        option_index += elements;
+}
+
+int option_result(const Option &option, int *long_index)
+{
+    if (option.entry == nullptr)
+        return option_code;
+    if (long_index != nullptr)
+        *long_index = option.entry_index;
+    if (option.entry->flag == nullptr)
+        return option.entry->value;
+    *option.entry->flag = option.entry->value;
+    return 0;
+}
+
+// Recognises the option at option_index and option_position.
+int parse_one_option(const Call &call, const SkippedOperands &skipped, int *long_index)
+{
+    char *element = call.arguments[option_index];
+    Option option = {false, nullptr, 0, NoArgument, nullptr, 1};
+    if (may_be_long_option(call, element) && !find_long_option(call, element, &option))
+        return return_error('?');
+    const bool try_short = !option.found && call.short_options != nullptr;
+    if (try_short && !find_short_option(call, element, &option))
+        return reject_short_option(call, element);
+    if (option.found && !take_argument(call, &option))
+        return reject_missing_argument(call, option);
+    use_up(call, skipped, option.elements);
+    return option_result(option, long_index);
+}
+
+} // namespace
+
+int parse_options(int argument_count, char **arguments, const char *short_options,
+                  const LongOption *long_options, int *long_index, int long_only)
+{
+    if (argument_count == 0 || arguments == nullptr ||
+        (short_options == nullptr && long_options == nullptr))
+        return return_error('?');
+    if (vector_ends(argument_count, arguments))
+        return -1;
+    // At the start of a parse this is the program's name, and a "--" right behind it is not looked
+    // at: deliberate, the permuting ordering finds it, the other two read it as an option.
+    if (is_end_of_options(arguments[option_index])) {
+        ++option_index;
+        return -1;
+    }
+    if (option_index == 0) {
+        option_index = 1;
+        option_position = 1;
+        if (vector_ends(argument_count, arguments))
+            return -1;
+    }
+    const Ordering ordering = choose_ordering(&short_options);
+    const Call call = {argument_count, arguments,      short_options,
+                       long_options,   long_only != 0, ordering};
+    SkippedOperands skipped = {0, 0};
+    int result = 0;
+    if (option_position == 1 && operand_ends_call(call, &skipped, &result))
+        return result;
+    return parse_one_option(call, skipped, long_index);
+}
+
+int parse_long_only_options(int argument_count, char **arguments, const char *short_options,
+                            const LongOption *long_options, int *long_index)
+{
+    return parse_options(argument_count, arguments, short_options, long_options, long_index, 1);
+}
+
+} // namespace quintral
