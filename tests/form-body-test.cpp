@@ -53,7 +53,7 @@ std::string escape_of(int byte)
     const char kept[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     if (std::memchr(kept, byte, sizeof kept - 1) != nullptr)
         return std::string(1, static_cast<char>(byte));
-    char text[4];
+    char text[8];
     std::snprintf(text, sizeof text, "%%%02x", static_cast<unsigned>(byte));
     return text;
 }

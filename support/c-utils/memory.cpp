@@ -142,7 +142,7 @@ void string_buffer_free(StringBuffer *buffer)
 
 char *copy_string_bounded(char *destination, const char *source, std::size_t size)
 {
-    if (size == 0 || (destination == nullptr && source == nullptr))
+    if (size == 0 || destination == nullptr)
         return destination;
     if (source == nullptr) {
         destination[0] = '\0';

@@ -100,8 +100,8 @@ void string_buffer_free(StringBuffer *buffer);
 //
 // At most size - 1 bytes are copied and the result is always terminated; behind a shorter text the
 // rest of the buffer is filled with NULs, as strncpy does. A null source makes the destination
-// empty and leaves the bytes behind that one NUL alone. With a size of 0, or both pointers null,
-// nothing is touched.
+// empty and leaves the bytes behind that one NUL alone. With a size of 0, or a null
+// destination, nothing is touched.
 // Requires: destination holds size bytes; the two do not overlap.
 char *copy_string_bounded(char *destination, const char *source, std::size_t size);
 
