@@ -30,7 +30,8 @@ struct ChildOptions {
     std::vector<int> ignored_signals = {};                             // SIG_IGN in the child
     std::vector<int> blocked_signals = {};                             // blocked in the child
     int limit_seconds = 30;
-    // Runs in the child between fork and exec, to set limits and the like: async-signal-safe calls only.
+    // Runs in the child between fork and exec, to set limits and the like: async-signal-safe calls
+    // only.
     std::function<void()> prepare = nullptr;
 };
 
@@ -54,9 +55,9 @@ struct Child {
     int stalled_descriptors[2] = {-1, -1}; // reading ends that keep stalled pipes from breaking
 };
 
-// Starts arguments[0] (searched for along PATH where it holds no slash) with the arguments. Standard
-// input is /dev/null, every signal starts with its default action and unblocked, save those that the
-// options name. A failure to start is a test failure (process_id -1).
+// Starts arguments[0] (searched for along PATH where it holds no slash) with the arguments.
+// Standard input is /dev/null, every signal starts with its default action and unblocked, save
+// those that the options name. A failure to start is a test failure (process_id -1).
 Child child_start(const std::vector<std::string> &arguments, const ChildOptions &options = {});
 
 // Forks and runs `body` in the child instead of a program; the child ends with the status that body

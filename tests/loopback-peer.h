@@ -3,13 +3,15 @@
 // A test says what the peer does on each connection, lets the code under test talk to it, and looks
 // at the bytes that arrived:
 //
-//     LoopbackPeer peer({{{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0 200 OK\r\n\r\nbody"}}});
+//     LoopbackPeer peer({{{PeerAct::ReadRequest},
+//                         {PeerAct::Send, "HTTP/1.0 200 OK\r\n\r\nbody"}}});
 //     ... web_request(("http://127.0.0.1:" + std::to_string(peer.port()) + "/").c_str(), ...);
 //     EXPECT_EQ(peer.received(0), "POST http://...");
 //
 // Every wait in here is bounded, so that a test that goes wrong fails instead of hanging, and the
-// destructor ends all connections and joins its threads. A script ends early when its client is gone.
-// A process that the test forks holds none of the peer's sockets: they are closed in it at once.
+// destructor ends all connections and joins its threads. A script ends early when its client is
+// gone. A process that the test forks holds none of the peer's sockets: they are closed in it at
+// once.
 #ifndef QUINTRAL_TESTS_LOOPBACK_PEER_H
 #define QUINTRAL_TESTS_LOOPBACK_PEER_H
 
@@ -21,7 +23,7 @@
 namespace quintral::tests {
 
 enum class PeerAct {
-    ReadRequest, // read until the empty line and then as many bytes as Content-Length says for a POST
+    ReadRequest, // read to the empty line and then, for a POST, as far as Content-Length says
     Send,        // send `bytes`
     Pause,       // wait `milliseconds` (still recording what arrives)
     Trickle,     // send `bytes` one at a time, `milliseconds` apart
@@ -41,8 +43,8 @@ using PeerScript = std::vector<PeerStep>;
 
 class LoopbackPeer {
 public:
-    // Listens on a free port of 127.0.0.1 at once. Connection i (from 0) plays scripts[i], each on a
-    // thread of its own; connections behind the last script play the last one again.
+    // Listens on a free port of 127.0.0.1 at once. Connection i (from 0) plays scripts[i], each on
+    // a thread of its own; connections behind the last script play the last one again.
     explicit LoopbackPeer(std::vector<PeerScript> scripts);
     ~LoopbackPeer();
     LoopbackPeer(const LoopbackPeer &) = delete;
@@ -60,8 +62,9 @@ public:
     // ended; a connection that never came gives an empty text and a test failure.
     std::string received(int connection) const;
 
-    // True as soon as connection i has come and sent the text, false after `limit_milliseconds`. For
-    // a test that must act while the connection is open, such as one that interrupts its client.
+    // True as soon as connection i has come and sent the text, false after `limit_milliseconds`.
+    // For a test that must act while the connection is open, such as one that interrupts its
+    // client.
     bool wait_for_text(int connection, const std::string &text, int limit_milliseconds) const;
 
 private:
@@ -69,8 +72,8 @@ private:
     std::shared_ptr<State> state;
 };
 
-// A port of 127.0.0.1 on which nobody listens: connecting to it is refused. It stays reserved (bound,
-// not listening) for the life of the process.
+// A port of 127.0.0.1 on which nobody listens: connecting to it is refused. It stays reserved
+// (bound, not listening) for the life of the process.
 std::uint16_t refused_port();
 
 } // namespace quintral::tests

@@ -522,9 +522,10 @@ TEST(CopyStringBounded, CutsTerminatesAndFillsWithNuls)
     }
 }
 
-TEST(CopyStringBounded, TouchesNothingWhenBothAreNullOrTheSizeIs0)
+TEST(CopyStringBounded, TouchesNothingForANullDestinationOrASizeOf0)
 {
     EXPECT_EQ(copy_string_bounded(nullptr, nullptr, 5), nullptr);
+    EXPECT_EQ(copy_string_bounded(nullptr, "text", 5), nullptr);
     EXPECT_EQ(copy_string_bounded(nullptr, nullptr, 0), nullptr);
     EXPECT_EQ(copy_string_bounded(nullptr, "text", 0), nullptr);
 }

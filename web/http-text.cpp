@@ -1,0 +1,116 @@
+#include "web/http-text.h"
+
+#include <cstring>
+
+#include "support/ascii.h"
+#include "support/c-utils.h"
+#include "web/base64.h"
+
+namespace quintral {
+
+namespace {
+
+constexpr std::int32_t default_port = 80;
+
+bool belongs_to_host(char c)
+{
+    return ascii_is_letter_or_digit(c) || c == '-' || c == '.' || c == ':';
+}
+
+// Base64 of a text of any length. base64_encode counts in int, so the text goes through in runs; a
+// run that is a multiple of three bytes long ends on no padding, and the results simply join.
+std::string base64_text(const std::string &text)
+{
+    constexpr std::size_t run = std::size_t{3} * 256;
+    char encoded[run / 3 * 4 + 1];
+    std::string result;
+    for (std::size_t start = 0; start < text.size(); start += run) {
+        const std::size_t left = text.size() - start;
+        base64_encode(text.data() + start, static_cast<int>(left < run ? left : run), encoded);
+        result += encoded;
+    }
+    return result;
+}
+
+std::string credentials_line(const char *user, const char *password)
+{
+    const std::string credentials = std::string(user) + ":" + password;
+    return "Authorization: Basic " + base64_text(credentials) + "\r\n";
+}
+
+const char *skip_white_space(const char *text)
+{
+    while (ascii_is_space(*text))
+        ++text;
+    return text;
+}
+
+} // namespace
+
+void web_parse_url(const char *url, WebUrl *result)
+{
+    std::string text = url;
+    for (char &c : text)
+        c = ascii_to_upper(c);
+
+    const std::size_t colon = text.find(':');
+    result->scheme = colon == std::string::npos ? "HTTP" : text.substr(0, colon);
+    std::size_t start = colon == std::string::npos ? 0 : colon + 1;
+    if (text.compare(start, 2, "//") == 0)
+        start += 2;
+
+    std::size_t end = start;
+    while (end < text.size() && belongs_to_host(text[end]))
+        ++end;
+    const std::string host_run = text.substr(start, end - start);
+    const std::size_t port_mark = host_run.find(':');
+    result->host = host_run.substr(0, port_mark);
+    result->port = port_mark == std::string::npos ? default_port
+                                                  : ascii_to_int(host_run.c_str() + port_mark + 1);
+}
+
+void web_compose_request(const WebRequest &request, std::vector<std::string> *pieces)
+{
+    const bool is_post = std::strcmp(request.method, "POST") == 0;
+    pieces->clear();
+    pieces->emplace_back(is_post ? "POST " : "GET ");
+    pieces->emplace_back(request.path);
+    pieces->emplace_back(" HTTP/1.0\r\n");
+    pieces->emplace_back("Accept: image/gif, image/x-xbitmap, image/jpeg, image/pjpeg, */*\r\n");
+    pieces->emplace_back("Accept-Language: en-us\r\n");
+    pieces->emplace_back("User-Agent: Velmora_Auto1\r\n");
+    pieces->emplace_back("Referer: " QUINTRAL_WEB_DOMAIN "\r\n");
+    if (request.extra_header_length > 0)
+        pieces->push_back(std::string(request.extra_header, request.extra_header_length) + "\r\n");
+    pieces->push_back(std::string("Host: ") + request.host + "\r\n");
+    if (request.user != nullptr && request.password != nullptr)
+        pieces->push_back(credentials_line(request.user, request.password));
+    pieces->emplace_back("\r\n");
+    if (is_post)
+        pieces->emplace_back(request.body, request.body_length);
+}
+
+int web_scan_status_line(const char *text, WebStatusLine *line)
+{
+    *line = WebStatusLine{};
+    text = ascii_scan_int(text, &line->major_version);
+    if (text == nullptr)
+        return 0;
+    if (*text != '.')
+        return 1;
+    text = ascii_scan_int(text + 1, &line->minor_version);
+    if (text == nullptr)
+        return 1;
+    text = ascii_scan_int(text, &line->status);
+    if (text == nullptr)
+        return 2;
+    text = skip_white_space(text);
+    const std::size_t length = std::strcspn(text, "\r\n");
+    if (length == 0)
+        return 3;
+    const std::size_t room = sizeof line->reason - 1;
+    std::memcpy(line->reason, text, length < room ? length : room);
+    return 4;
+}
+
+} // namespace quintral
