@@ -1,0 +1,172 @@
+// The utility: asks the update service whether a newer version of a product exists, and prints the
+// answer. Exit status: 0 answered, 1 failure, 2 wrong usage, 3 time limit, 10 newer (-exit-code).
+#include <string>
+
+#include <unistd.h>
+
+#include "tool/answer.h"
+#include "tool/endings.h"
+#include "tool/options.h"
+#include "tool/proxy-exceptions.h"
+#include "tool/sign-of-life.h"
+#include "tool/start-up.h"
+#include "tool/streams.h"
+#include "web/proxy-settings.h"
+#include "web/transaction.h"
+#include "web/version-update.h"
+
+namespace quintral {
+
+namespace {
+
+enum : int {
+    AnsweredStatus = 0,
+    FailureStatus = 1,
+    UsageStatus = 2,
+    TimeLimitStatus = 3,
+    NewerStatus = 10
+};
+
+// A runaway reply ends the exchange, not the machine.
+constexpr std::size_t header_limit = std::size_t{256} * 1024;
+constexpr std::size_t body_limit = std::size_t{8} * 1024 * 1024;
+
+int show_usage()
+{
+    const std::string text = usage_text();
+    write_all(STDERR_FILENO, text.data(), text.size());
+    return UsageStatus;
+}
+
+int print_and_end(const char *text)
+{
+    return print_output(text) == 0 ? AnsweredStatus : FailureStatus;
+}
+
+std::string service_host()
+{
+    const std::string service = web_service_host;
+    return service.substr(0, service.find(':'));
+}
+
+int choose_proxy(const ToolOptions &options, ProxySettings *proxy)
+{
+    if (options.proxy == nullptr && system_proxy_is_bypassed(service_host().c_str()))
+        return 0;
+    return settle_proxy(proxy, options.proxy, options.proxy_user, options.proxy_password);
+}
+
+const char *null_if_empty(const char *text)
+{
+    return text[0] != '\0' ? text : nullptr;
+}
+
+int ask(const ToolOptions &options, const ProxySettings &proxy, UpdateAnswer *answer)
+{
+    return web_version_update(options.product, options.product_line, options.version,
+                              options.version_name, options.os, options.os_version,
+                              options.machine_id, options.processor_arch, answer_capacity,
+                              answer->message, answer->version, answer->address, answer->button,
+                              null_if_empty(proxy.host), proxy.port, null_if_empty(proxy.user),
+                              null_if_empty(proxy.password));
+}
+
+// What a failed run came to. An interrupt or the time limit ends the exchange as cancelled; one
+// that came too late for it, behind the last byte, still counts.
+RunOutcome failed_outcome(int result)
+{
+    if (interrupt_received() != 0)
+        return {"cancelled", 128 + interrupt_received(), Newer::Unknown, nullptr,
+                "User canceled web transaction"};
+    if (time_limit_passed())
+        return {"timeout", TimeLimitStatus, Newer::Unknown, nullptr, time_limit_text()};
+    const char *error = null_if_empty(web_last_error());
+    if (error == nullptr)
+        error = "The web site's answer is not an update reply";
+    if (result == WebTimedOut)
+        return {"timeout", TimeLimitStatus, Newer::Unknown, nullptr, error};
+    return {"failed", FailureStatus, Newer::Unknown, nullptr, error};
+}
+
+RunOutcome answered_outcome(const ToolOptions &options, const UpdateAnswer &answer)
+{
+    const Newer newer = compare_answer(answer, options.version_text);
+    const int status = options.exit_code && newer == Newer::Yes ? NewerStatus : AnsweredStatus;
+    return {"answered", status, newer, &answer, nullptr};
+}
+
+RunOutcome settle_outcome(const ToolOptions &options, int result, UpdateAnswer *answer)
+{
+    if (result != WebOk || interrupt_received() != 0 || time_limit_passed())
+        return failed_outcome(result);
+    if (!options.quiet)
+        remark_cut_values(*answer);
+    clean_answer(answer);
+    return answered_outcome(options, *answer);
+}
+
+// Prints what the run came to and gives the exit status.
+int print_outcome(const ToolOptions &options, const RunOutcome &outcome)
+{
+    if (outcome.error != nullptr)
+        show_failure(outcome.error);
+    std::string text;
+    if (options.json)
+        text = outcome_json(outcome);
+    else if (outcome.answer != nullptr)
+        text = answer_text(*outcome.answer);
+    begin_output();
+    if (!text.empty() && print_output(text) != 0)
+        return FailureStatus;
+    return outcome.exit_status;
+}
+
+int run_query(const ToolOptions &options, const ProxySettings &proxy)
+{
+    static UpdateAnswer answer; // zero-filled: what the service does not give stays empty
+    web_set_reply_limits(header_limit, body_limit);
+    if (!options.quiet && isatty(STDERR_FILENO) != 0)
+        web_set_idle_hook(show_sign_of_life, nullptr);
+
+    watch_for_endings(options.max_time);
+    const int result = ask(options, proxy, &answer);
+    stop_watching();
+    clear_sign_of_life();
+
+    const int status = print_outcome(options, settle_outcome(options, result, &answer));
+    if (interrupt_received() != 0)
+        end_by_signal(interrupt_received());
+    return status;
+}
+
+int run(int argument_count, char **arguments)
+{
+    drop_launch_argument(&argument_count, &arguments);
+    static ToolOptions options;
+    if (read_options(argument_count, arguments, &options) != 0)
+        return show_usage();
+    if (options.help)
+        return print_and_end(usage_text());
+    if (options.show_version)
+        return print_and_end(version_line());
+    if (options.service != nullptr)
+        web_service_host = options.service;
+    static ProxySettings proxy;
+    if (choose_proxy(options, &proxy) != 0) {
+        show_failure("-proxy takes host:port with a port that is not 0");
+        return show_usage();
+    }
+    prepare_endings(options.json, options.max_time);
+    return run_query(options, proxy);
+}
+
+} // namespace
+
+} // namespace quintral
+
+int main(int argument_count, char **arguments)
+{
+    quintral::install_terminate_handler();
+    quintral::settle_streams();
+    return quintral::run(argument_count, arguments);
+}

@@ -1,0 +1,287 @@
+#include "tool/options.h"
+
+#include <cstring>
+#include <string>
+
+#include <sys/utsname.h>
+
+#include "cmdline/long-options.h"
+#include "support/ascii.h"
+#include "support/c-utils.h"
+#include "tool/streams.h"
+#include "tool/version-number.h"
+
+namespace quintral {
+
+namespace {
+
+constexpr int default_max_time = 60;
+constexpr int longest_max_time = 86400;
+
+// The parser's answer for a word that it passes over in silence: what option_code held before.
+constexpr int unknown_word = 0x100;
+
+enum : std::int32_t {
+    ProductOption = 0x200, // clear of the parser's own answers, which are characters
+    ProductLineOption,
+    ProductVersionOption,
+    VersionNameOption,
+    MachineIdOption,
+    OsOption,
+    OsVersionOption,
+    ProcessorArchOption,
+    ServiceOption,
+    ProxyOption,
+    ProxyUserOption,
+    ProxyPassOption,
+    MaxTimeOption,
+    JsonOption,
+    QuietOption,
+    ExitCodeOption,
+    HelpOption,
+    VersionOption
+};
+
+// A name that begins others stands before them: two longer names met first would make it ambiguous.
+const LongOption option_table[] = {
+    {"product", RequiredArgument, nullptr, ProductOption},
+    {"productline", RequiredArgument, nullptr, ProductLineOption},
+    {"product-version", RequiredArgument, nullptr, ProductVersionOption},
+    {"version", NoArgument, nullptr, VersionOption},
+    {"version-name", RequiredArgument, nullptr, VersionNameOption},
+    {"machine-id", RequiredArgument, nullptr, MachineIdOption},
+    {"os", RequiredArgument, nullptr, OsOption},
+    {"os-version", RequiredArgument, nullptr, OsVersionOption},
+    {"processor-arch", RequiredArgument, nullptr, ProcessorArchOption},
+    {"service", RequiredArgument, nullptr, ServiceOption},
+    {"proxy", RequiredArgument, nullptr, ProxyOption},
+    {"proxy-user", RequiredArgument, nullptr, ProxyUserOption},
+    {"proxy-pass", RequiredArgument, nullptr, ProxyPassOption},
+    {"max-time", RequiredArgument, nullptr, MaxTimeOption},
+    {"json", NoArgument, nullptr, JsonOption},
+    {"quiet", NoArgument, nullptr, QuietOption},
+    {"exit-code", NoArgument, nullptr, ExitCodeOption},
+    {"help", NoArgument, nullptr, HelpOption},
+    {nullptr, NoArgument, nullptr, 0},
+};
+
+int usage_error(const std::string &text)
+{
+    show_failure(text.c_str());
+    return -1;
+}
+
+// An element as a message may show it: what stands behind a '=' could be a password.
+std::string without_value(const char *element)
+{
+    return std::string(element, std::strcspn(element, "="));
+}
+
+void set_defaults(ToolOptions *options)
+{
+    static utsname system; // zero-filled, so all texts are empty should uname fail
+    uname(&system);
+    *options = {};
+    options->product = "Quintral";
+    options->product_line = "Quintral";
+    options->version_text = QUINTRAL_VERSION;
+    read_product_version(QUINTRAL_VERSION, &options->version);
+    options->version_name = QUINTRAL_VERSION_NAME;
+    options->machine_id = "";
+    options->os = system.sysname;
+    options->os_version = system.release;
+    options->processor_arch = system.machine;
+    options->max_time = default_max_time;
+}
+
+// Digits alone, from 1 to the highest value. Returns 0 for anything else.
+std::int32_t read_count(const char *text, std::int32_t highest)
+{
+    for (const char *c = text; *c != '\0'; ++c) {
+        if (!ascii_is_digit(*c))
+            return 0;
+    }
+    const std::int32_t count = ascii_to_int(text);
+    return count <= highest ? count : 0;
+}
+
+bool is_service_address(const char *text)
+{
+    const char *end = text;
+    while (ascii_is_letter_or_digit(*end) || *end == '.' || *end == '-')
+        ++end;
+    if (end == text)
+        return false;
+    return *end == '\0' || (*end == ':' && read_count(end + 1, 65535) != 0);
+}
+
+void take_password(ToolOptions *options)
+{
+    copy_string_bounded(options->password_copy, option_argument, sizeof options->password_copy);
+    options->proxy_password = options->password_copy;
+    std::memset(option_argument, 0, std::strlen(option_argument));
+}
+
+int take_product_version(ToolOptions *options)
+{
+    if (read_product_version(option_argument, &options->version) != 0)
+        return usage_error("-product-version takes a number with at most three digits behind the "
+                           "point that single precision can hold");
+    options->version_text = option_argument;
+    return 0;
+}
+
+int take_service(ToolOptions *options)
+{
+    if (!is_service_address(option_argument))
+        return usage_error("-service takes a host name, or host:port with a port from 1 to 65535");
+    options->service = option_argument;
+    return 0;
+}
+
+int take_max_time(ToolOptions *options)
+{
+    options->max_time = read_count(option_argument, longest_max_time);
+    if (options->max_time == 0)
+        return usage_error("-max-time takes a whole number of seconds from 1 to 86400");
+    return 0;
+}
+
+// Where the argument of an option is kept as it is, or null for the other options.
+const char **text_slot(int option, ToolOptions *options)
+{
+    switch (option) {
+    case ProductOption:
+        return &options->product;
+    case ProductLineOption:
+        return &options->product_line;
+    case VersionNameOption:
+        return &options->version_name;
+    case MachineIdOption:
+        return &options->machine_id;
+    case OsOption:
+        return &options->os;
+    case OsVersionOption:
+        return &options->os_version;
+    case ProcessorArchOption:
+        return &options->processor_arch;
+    case ProxyOption:
+        return &options->proxy;
+    case ProxyUserOption:
+        return &options->proxy_user;
+    default:
+        return nullptr;
+    }
+}
+
+// Where an option without an argument is noted, or null for the other options.
+bool *switch_slot(int option, ToolOptions *options)
+{
+    switch (option) {
+    case JsonOption:
+        return &options->json;
+    case QuietOption:
+        return &options->quiet;
+    case ExitCodeOption:
+        return &options->exit_code;
+    case HelpOption:
+        return &options->help;
+    case VersionOption:
+        return &options->show_version;
+    default:
+        return nullptr;
+    }
+}
+
+int take_option(int option, ToolOptions *options)
+{
+    if (const char **text = text_slot(option, options)) {
+        *text = option_argument;
+        return 0;
+    }
+    if (bool *given = switch_slot(option, options)) {
+        *given = true;
+        return 0;
+    }
+    switch (option) {
+    case ProductVersionOption:
+        return take_product_version(options);
+    case ServiceOption:
+        return take_service(options);
+    case MaxTimeOption:
+        return take_max_time(options);
+    default:
+        take_password(options);
+        return 0;
+    }
+}
+
+// The unknown word itself: consumed when it had one dash, still in its place when it had two.
+int unknown_option(char **arguments)
+{
+    const int index = option_position == 1 ? option_index - 1 : option_index;
+    return usage_error("Unknown option " + without_value(arguments[index]));
+}
+
+} // namespace
+
+int read_options(int argument_count, char **arguments, ToolOptions *options)
+{
+    set_defaults(options);
+    option_index = 0;
+    for (;;) {
+        option_code = unknown_word;
+        const int option =
+            parse_long_only_options(argument_count, arguments, nullptr, option_table, nullptr);
+        if (option == -1)
+            break;
+        if (option == unknown_word)
+            return unknown_option(arguments);
+        if (option == '?' || option == ':')
+            return -1; // ambiguous or without its argument: the parser has said so
+        if (take_option(option, options) != 0)
+            return -1;
+    }
+    if (option_index < argument_count)
+        return usage_error("Unexpected argument " + without_value(arguments[option_index]));
+    return 0;
+}
+
+const char *usage_text()
+{
+    return "Usage: quintral [options]\n"
+           "Asks the web service whether a newer version of a product exists.\n"
+           "\n"
+           "The product and the computer, as they are sent:\n"
+           "  -product name\t\tProduct to ask about.\n"
+           "  -productline name\tProduct line it belongs to.\n"
+           "  -product-version n\tIts version, a number such as 5.2.\n"
+           "  -version-name text\tName of that version.\n"
+           "  -machine-id text\tIdentifier of this machine, empty unless given.\n"
+           "  -os name\t\tOperating system, instead of what the system says.\n"
+           "  -os-version text\tIts version, instead of what the system says.\n"
+           "  -processor-arch name\tProcessor, instead of what the system says.\n"
+           "\n"
+           "The connection:\n"
+           "  -service host[:port]\tAsk this update service.\n"
+           "  -proxy host:port\tUse a proxy server to connect to the internet.\n"
+           "  -proxy-user\t\tUsername for proxy authentication.\n"
+           "  -proxy-pass\t\tPassword for proxy authentication.\n"
+           "  -max-time seconds\tEnd after this time, 1 to 86400; 60 unless given.\n"
+           "\n"
+           "The answer:\n"
+           "  -json\t\t\tPrint one JSON object instead of text.\n"
+           "  -quiet\t\tNo sign of life and no remarks.\n"
+           "  -exit-code\t\tEnd with status 10 when a newer version exists.\n"
+           "  -help\t\t\tPrint this text.\n"
+           "  -version\t\tPrint the version of this program.\n"
+           "\n"
+           "Exit status: 0 answered, 1 failure, 2 wrong usage, 3 time limit passed.\n";
+}
+
+const char *version_line()
+{
+    return "quintral " QUINTRAL_VERSION_NAME "\n";
+}
+
+} // namespace quintral

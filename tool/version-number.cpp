@@ -1,0 +1,120 @@
+#include "tool/version-number.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <string>
+
+#include "support/ascii.h"
+#include "web/version-update.h"
+
+namespace quintral {
+
+namespace {
+
+const char *skip_digits(const char *text)
+{
+    while (ascii_is_digit(*text))
+        ++text;
+    return text;
+}
+
+// Takes the next part, up to a point or the end, off the text; an empty one behind the end.
+std::string take_part(const char **text)
+{
+    const char *end = skip_digits(*text);
+    std::string part(*text, end);
+    *text = *end == '.' ? end + 1 : end;
+    return part;
+}
+
+int sign(int n)
+{
+    return (n > 0) - (n < 0);
+}
+
+std::string without_leading_zeros(const std::string &digits)
+{
+    const std::size_t first = digits.find_first_not_of('0');
+    return first == std::string::npos ? "" : digits.substr(first);
+}
+
+int compare_whole(const std::string &first, const std::string &second)
+{
+    const std::string a = without_leading_zeros(first);
+    const std::string b = without_leading_zeros(second);
+    if (a.size() != b.size())
+        return a.size() < b.size() ? -1 : 1;
+    return sign(a.compare(b));
+}
+
+int compare_fractions(std::string first, std::string second)
+{
+    const std::size_t length = std::max(first.size(), second.size());
+    first.resize(length, '0');
+    second.resize(length, '0');
+    return sign(first.compare(second));
+}
+
+// A product version with its number written as the query writes it: no leading zeros, three digits.
+std::string as_sent(const char *text)
+{
+    const std::string whole = without_leading_zeros(take_part(&text));
+    std::string fraction = take_part(&text);
+    fraction.resize(3, '0');
+    return (whole.empty() ? "0" : whole) + "." + fraction;
+}
+
+bool has_product_version_shape(const char *text)
+{
+    const char *end = skip_digits(text);
+    if (end == text)
+        return false;
+    if (*end == '\0')
+        return true;
+    if (*end != '.')
+        return false;
+    const char *fraction = end + 1;
+    end = skip_digits(fraction);
+    return *end == '\0' && end - fraction >= 1 && end - fraction <= 3;
+}
+
+} // namespace
+
+bool is_version_number(const char *text)
+{
+    for (;;) {
+        const char *end = skip_digits(text);
+        if (end == text)
+            return false;
+        if (*end == '\0')
+            return true;
+        if (*end != '.')
+            return false;
+        text = end + 1;
+    }
+}
+
+int compare_versions(const char *first, const char *second)
+{
+    int order = compare_whole(take_part(&first), take_part(&second));
+    if (order == 0)
+        order = compare_fractions(take_part(&first), take_part(&second));
+    while (order == 0 && (*first != '\0' || *second != '\0'))
+        order = compare_whole(take_part(&first), take_part(&second));
+    return order;
+}
+
+int read_product_version(const char *text, float *version)
+{
+    if (!has_product_version_shape(text))
+        return -1;
+    // The utility sets no locale, so strtof takes a point.
+    const float number = std::strtof(text, nullptr);
+    char sent[64];
+    if (as_sent(text) != web_format_version(number, sent, sizeof sent))
+        return -1;
+    *version = number;
+    return 0;
+}
+
+} // namespace quintral
