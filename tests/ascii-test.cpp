@@ -2,7 +2,7 @@
 // locale whose letters reach above 0x7F and whose decimal point is a comma.
 #include "support/ascii.h"
 
-#include "tests/test-main.h"
+#include "tests/both-locales.h"
 
 #include <cctype>
 #include <clocale>
@@ -23,23 +23,9 @@ const char spaces[] = " \t\n\v\f\r";
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 
-class Ascii : public testing::TestWithParam<const char *> {
-protected:
-    void SetUp() override
-    {
-        ASSERT_NE(std::setlocale(LC_ALL, GetParam()), nullptr) << "no locale " << GetParam();
-    }
+class Ascii : public tests::InBothLocales {};
 
-    void TearDown() override
-    {
-        std::setlocale(LC_ALL, "C");
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Locales, Ascii, testing::Values("C", tests::comma_locale),
-                         [](const testing::TestParamInfo<const char *> &row) {
-                             return std::string(row.index == 0 ? "C" : "Latin1Comma");
-                         });
+INSTANTIATE_TEST_SUITE_P(Locales, Ascii, tests::both_locales(), tests::locale_label);
 
 struct ClassRow {
     const char *name;

@@ -2,7 +2,7 @@
 // stands for what the caller's destination held before.
 #include "web/form-body.h"
 
-#include "tests/test-main.h"
+#include "tests/both-locales.h"
 
 #include <cctype>
 #include <climits>
@@ -17,23 +17,9 @@
 namespace quintral {
 namespace {
 
-class FormBody : public testing::TestWithParam<const char *> {
-protected:
-    void SetUp() override
-    {
-        ASSERT_NE(std::setlocale(LC_ALL, GetParam()), nullptr) << "no locale " << GetParam();
-    }
+class FormBody : public tests::InBothLocales {};
 
-    void TearDown() override
-    {
-        std::setlocale(LC_ALL, "C");
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Locales, FormBody, testing::Values("C", tests::comma_locale),
-                         [](const testing::TestParamInfo<const char *> &row) {
-                             return std::string(row.index == 0 ? "C" : "Latin1Comma");
-                         });
+INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::both_locales(), tests::locale_label);
 
 std::string repeated(std::size_t count, const std::string &text)
 {

@@ -2,7 +2,7 @@
 // Everything is held under the "C" locale and under a Latin-1 one with a decimal comma.
 #include "web/http-text.h"
 
-#include "tests/test-main.h"
+#include "tests/both-locales.h"
 
 #include <algorithm>
 #include <cctype>
@@ -17,23 +17,9 @@
 namespace quintral {
 namespace {
 
-class HttpText : public testing::TestWithParam<const char *> {
-protected:
-    void SetUp() override
-    {
-        ASSERT_NE(std::setlocale(LC_ALL, GetParam()), nullptr) << "no locale " << GetParam();
-    }
+class HttpText : public tests::InBothLocales {};
 
-    void TearDown() override
-    {
-        std::setlocale(LC_ALL, "C");
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Locales, HttpText, testing::Values("C", tests::comma_locale),
-                         [](const testing::TestParamInfo<const char *> &row) {
-                             return std::string(row.index == 0 ? "C" : "Latin1Comma");
-                         });
+INSTANTIATE_TEST_SUITE_P(Locales, HttpText, tests::both_locales(), tests::locale_label);
 
 // "scheme|host|port"
 std::string parts_of(const std::string &url)

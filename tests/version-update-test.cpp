@@ -7,8 +7,8 @@
 #include "web/version-update.h"
 
 #include "support/c-utils.h"
+#include "tests/both-locales.h"
 #include "tests/loopback-peer.h"
-#include "tests/test-main.h"
 #include "web/transaction.h"
 
 #include <cerrno>
@@ -267,28 +267,9 @@ TEST(WebReadUpdateBody, CutsEachValueToTheCapacity)
 
 // ---- web_format_version -------------------------------------------------------------------------
 
-class InLocale : public testing::TestWithParam<const char *> {
-protected:
-    void SetUp() override
-    {
-        ASSERT_NE(std::setlocale(LC_ALL, GetParam()), nullptr) << "no locale " << GetParam();
-    }
+class WebFormatVersion : public tests::InBothLocales {};
 
-    void TearDown() override
-    {
-        std::setlocale(LC_ALL, "C");
-    }
-};
-
-std::string locale_label(const testing::TestParamInfo<const char *> &row)
-{
-    return row.index == 0 ? "C" : "Latin1Comma";
-}
-
-class WebFormatVersion : public InLocale {};
-
-INSTANTIATE_TEST_SUITE_P(Locales, WebFormatVersion, testing::Values("C", tests::comma_locale),
-                         locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, WebFormatVersion, tests::both_locales(), tests::locale_label);
 
 struct VersionRow {
     float version;
@@ -448,10 +429,9 @@ std::string request(const std::string &service, const std::string &host, const s
 const char sample_body[] = "product=Sample&productline=Samples&version=5%2e000&version%5fname=5%2e0"
                            "&os=Linux&os%5fversion=6%2e1&machine%5fid=&processor%5farch=x86%5f64";
 
-class WebVersionUpdate : public InLocale {};
+class WebVersionUpdate : public tests::InBothLocales {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, WebVersionUpdate, testing::Values("C", tests::comma_locale),
-                         locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, WebVersionUpdate, tests::both_locales(), tests::locale_label);
 
 TEST_P(WebVersionUpdate, SendsEightFieldsInOrderAndReadsTheAnswer)
 {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "support/ascii.h"
@@ -66,16 +67,10 @@ std::string as_sent(const char *text)
 
 bool has_product_version_shape(const char *text)
 {
-    const char *end = skip_digits(text);
-    if (end == text)
+    if (!is_version_number(text))
         return false;
-    if (*end == '\0')
-        return true;
-    if (*end != '.')
-        return false;
-    const char *fraction = end + 1;
-    end = skip_digits(fraction);
-    return *end == '\0' && end - fraction >= 1 && end - fraction <= 3;
+    const char *point = std::strchr(text, '.');
+    return point == nullptr || (std::strchr(point + 1, '.') == nullptr && std::strlen(point) <= 4);
 }
 
 } // namespace
