@@ -396,7 +396,7 @@ int read_length(std::string_view text, Request *request, Answer *answer)
     for (const char digit : text) {
         request->body_length = request->body_length * 10 + static_cast<std::size_t>(digit - '0');
         if (request->body_length > body_limit)
-            return refuse(answer, "413 Content Too Large", "The form is too long.");
+            return bad_request(answer, "The form is too long.");
     }
     return 0;
 }

@@ -19,31 +19,31 @@ missing_packages() {
   done
 }
 
-# Runs apt-get with the settings found at start: a studio's machines may reach their packages through
-# a proxy. A server that is installed here must not start: a policy that refuses it stands while
-# apt-get runs.
+# A server that is installed here must not start: a policy that refuses it stands while apt-get runs.
+# A proxy that the packages are behind belongs in apt's own configuration.
 install_packages() {
   policy=/usr/sbin/policy-rc.d
-  saved=
-  if [ -e "$policy" ]; then
-    saved=$(mktemp)
-    cp -p "$policy" "$saved"
-  fi
+  saved=$policy.quintral-saved
+  written=
   trap 'restore_policy' EXIT
-  trap 'exit 1' HUP INT TERM
+  trap 'exit 1' HUP INT QUIT PIPE TERM
+  if [ -e "$policy" ] || [ -L "$policy" ]; then
+    mv "$policy" "$saved"
+  fi
+  written=yes
   printf '#!/bin/sh\nexit 101\n' >"$policy"
   chmod 755 "$policy"
   export DEBIAN_FRONTEND=noninteractive
   apt-get update && apt-get install -y --no-install-recommends "$@" ||
     fail "apt-get could not install: $*"
   restore_policy
-  trap - EXIT HUP INT TERM
+  trap - EXIT HUP INT QUIT PIPE TERM
 }
 
 restore_policy() {
-  if [ -n "$saved" ]; then
+  if [ -e "$saved" ] || [ -L "$saved" ]; then
     mv -f "$saved" "$policy"
-  else
+  elif [ -n "$written" ]; then
     rm -f "$policy"
   fi
 }

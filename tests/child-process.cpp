@@ -167,7 +167,7 @@ void prepare_child(StreamEnds *output, StreamEnds *error, const ChildOptions &op
         options.prepare();
 }
 
-// noexcept: an exception must end the child, not travel up into the copy of the test that forked it.
+// noexcept: an exception must end the child, not travel up into the test that it is a copy of.
 [[noreturn]] void run_function(const std::function<int()> &body,
                                const ChildOptions &options) noexcept
 {
@@ -232,8 +232,8 @@ int exec_error(int failure_pipe)
     return read(failure_pipe, &error, sizeof error) == sizeof error ? error : 0;
 }
 
-// Sleeps a little at a time so that a child that has ended is seen soon. False when it has not ended
-// in time.
+// Sleeps a little at a time so that a child that has ended is seen soon. False when it has not
+// ended in time.
 bool wait_until_ended(pid_t process_id, Clock::time_point deadline, int *status)
 {
     for (;;) {

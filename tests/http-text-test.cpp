@@ -1,4 +1,5 @@
-// The texts of an exchange without a network: URLs taken apart, requests composed, status lines read.
+// The texts of an exchange without a network: URLs taken apart, requests composed, status lines
+// read.
 // Everything is held under the "C" locale and under a Latin-1 one with a decimal comma.
 #include "web/http-text.h"
 

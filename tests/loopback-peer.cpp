@@ -10,7 +10,6 @@
 #include <cstring>
 #include <mutex>
 #include <set>
-#include <thread>
 #include <utility>
 
 #include <arpa/inet.h>
@@ -34,14 +33,24 @@ constexpr auto drain_limit = std::chrono::seconds(10);    // between our close a
 constexpr auto received_limit = std::chrono::seconds(10); // as the header promises
 constexpr auto step_limit = std::chrono::seconds(90);     // below the time limit of any one test
 
+struct Peer;
+
+// A thread of the peer's. Bare pthreads, since std::thread keeps a block of memory that only the new
+// thread knows of: in a forked child, which has no such thread, checkers take it for a leak.
+struct Thread {
+    pthread_t handle = {};
+    bool is_running = false;
+};
+
 struct Connection {
+    Peer *peer = nullptr;
     int descriptor = -1;
     PeerScript script;
     std::string received;
     std::size_t request_start = 0; // where in `received` the next request begins
     bool client_closed = false;    // it has closed its side; ours may still send
     bool ended = false;            // the script is over and the socket closed
-    std::thread thread;
+    Thread thread;
 };
 
 struct Peer {
@@ -51,12 +60,12 @@ struct Peer {
     std::uint16_t port = 0;
     std::vector<std::unique_ptr<Connection>> connections;
     std::condition_variable changed;
-    std::thread acceptor;
+    Thread acceptor;
 };
 
 // What all peers of the process share. One lock guards every peer's state and the descriptors: a
-// fork takes it, so that the child is born between two of our steps, with a known set of descriptors
-// to close and with no thread inside the allocator for the peer's sake.
+// fork takes it, so that the child is born between two of our steps, with a known set of
+// descriptors to close and with no thread inside the allocator for the peer's sake.
 struct Registry {
     std::mutex mutex;
     std::set<int> descriptors;
@@ -328,12 +337,34 @@ void serve_connection(Peer &peer, Connection &connection)
     peer.changed.notify_all();
 }
 
+void *run_connection(void *connection)
+{
+    Connection &served = *static_cast<Connection *>(connection);
+    serve_connection(*served.peer, served);
+    return nullptr;
+}
+
+void start_thread(Thread *thread, void *(*entry)(void *), void *argument)
+{
+    const int error = pthread_create(&thread->handle, nullptr, entry, argument);
+    thread->is_running = error == 0;
+    if (error != 0)
+        ADD_FAILURE() << "can't start a thread of the peer: " << std::strerror(error);
+}
+
+void join_thread(Thread *thread)
+{
+    if (thread->is_running)
+        pthread_join(thread->handle, nullptr);
+    thread->is_running = false;
+}
+
 // Requires: the registry's lock is held. An ended thread does not need it any more.
 void join_ended_threads(Peer &peer)
 {
     for (auto &connection : peer.connections) {
-        if (connection->ended && connection->thread.joinable())
-            connection->thread.join();
+        if (connection->ended)
+            join_thread(&connection->thread);
     }
 }
 
@@ -353,7 +384,8 @@ void accept_connection(Peer &peer)
             peer.scripts[std::min(peer.connections.size(), peer.scripts.size() - 1)];
     peer.connections.push_back(std::move(connection));
     Connection &served = *peer.connections.back();
-    served.thread = std::thread([&peer, &served] { serve_connection(peer, served); });
+    served.peer = &peer;
+    start_thread(&served.thread, run_connection, &served);
     peer.changed.notify_all();
 }
 
@@ -367,6 +399,12 @@ void accept_connections(Peer &peer)
         if (polled[1].revents != 0)
             accept_connection(peer);
     }
+}
+
+void *run_acceptor(void *peer)
+{
+    accept_connections(*static_cast<Peer *>(peer));
+    return nullptr;
 }
 
 bool open_listener(Peer &peer)
@@ -391,7 +429,7 @@ void start_acceptor(Peer &peer)
     sigset_t before;
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
-    peer.acceptor = std::thread([&peer] { accept_connections(peer); });
+    start_thread(&peer.acceptor, run_acceptor, &peer);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
@@ -400,12 +438,9 @@ void stop_threads(Peer &peer)
     const char wake = 0;
     if (write(peer.wake_pipe[1], &wake, 1) != 1)
         ADD_FAILURE() << "can't wake the peer's threads: " << std::strerror(errno);
-    if (peer.acceptor.joinable())
-        peer.acceptor.join();
-    for (auto &connection : peer.connections) {
-        if (connection->thread.joinable())
-            connection->thread.join();
-    }
+    join_thread(&peer.acceptor);
+    for (auto &connection : peer.connections)
+        join_thread(&connection->thread);
 }
 
 } // namespace
@@ -429,7 +464,7 @@ LoopbackPeer::LoopbackPeer(std::vector<PeerScript> scripts) : state(std::make_sh
 
 LoopbackPeer::~LoopbackPeer()
 {
-    if (state->acceptor.joinable())
+    if (state->acceptor.is_running)
         stop_threads(*state);
     const Lock lock(registry().mutex);
     drop_descriptor(&state->listener);

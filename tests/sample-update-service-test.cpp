@@ -363,7 +363,7 @@ TEST(SampleUpdateService, RefusesEveryBadRequest)
     const std::string number = bad_request("Content-Length is not a number.");
     const std::string version = bad_request("The field version is not a number.");
     const std::string not_found = answer("404 Not Found", "There is no such page here.\n");
-    const std::string too_large = answer("413 Content Too Large", "The form is too long.\n");
+    const std::string too_large = answer("400 Bad Request", "The form is too long.\n");
     const std::string no_length = answer("411 Length Required", "Content-Length is missing.\n");
     const std::string not_allowed =
         answer("405 Method Not Allowed", "This page takes POST only.\n", "Allow: POST\r\n");
@@ -521,8 +521,7 @@ TEST(SampleUpdateService, EndsARefusalCleanlyWhileTheClientStillSends)
 {
     Service started = start_service();
     const std::string body(4 * 1024 * 1024, 'x');
-    EXPECT_EQ(ask(started.port, post(body)),
-              answer("413 Content Too Large", "The form is too long.\n"));
+    EXPECT_EQ(ask(started.port, post(body)), answer("400 Bad Request", "The form is too long.\n"));
     EXPECT_EQ(ask(started.port, post(body, "POST /other HTTP/1.0")),
               answer("404 Not Found", "There is no such page here.\n"));
     stop_service(started);

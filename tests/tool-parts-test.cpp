@@ -1,6 +1,6 @@
 // The parts of the utility that need no process of their own: safe texts, version numbers, proxy
-// exceptions, the launch argument, the answer's texts and the option table. The process as a whole is
-// in tool-test.cpp.
+// exceptions, the launch argument, the answer's texts and the option table. The process as a whole
+// is in tool-test.cpp.
 #include "tool/answer.h"
 #include "tool/options.h"
 #include "tool/proxy-exceptions.h"
@@ -313,8 +313,8 @@ const LeadRow &lead_row(unsigned lead)
     return *row;
 }
 
-// Every second byte behind every lead byte, the rest as it must be. Where the pair is ill-formed, all
-// that is not ASCII is written out.
+// Every second byte behind every lead byte, the rest as it must be. Where the pair is ill-formed,
+// all that is not ASCII is written out.
 TEST(SafeText, TheSecondByteDecidesAsTheTableOfUnicodeSays)
 {
     for (unsigned lead = 0x80; lead < 0x100; ++lead) {
@@ -335,8 +335,8 @@ TEST(SafeText, TheSecondByteDecidesAsTheTableOfUnicodeSays)
     }
 }
 
-// What a text of some letters, a piece that is shown as `written`, and a "b" becomes. Where the piece
-// does not fit, nothing smaller takes its place.
+// What a text of some letters, a piece that is shown as `written`, and a "b" becomes. Where the
+// piece does not fit, nothing smaller takes its place.
 std::string expected_cut(std::size_t letters, const std::string &written)
 {
     const std::string start(letters, 'a');

@@ -861,8 +861,8 @@ void count_pipe_signal(int /*signal*/)
     pipe_signals = pipe_signals + 1;
 }
 
-// In a child: an exchange that goes on sending after the peer's reset, with this handling of SIGPIPE.
-// Returns 0, or a number that says what has been disturbed.
+// In a child: an exchange that goes on sending after the peer's reset, under the given handling of
+// SIGPIPE. Returns 0, or a number that says what has been disturbed.
 int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
 {
     struct sigaction set = {};

@@ -1,9 +1,7 @@
 #include "tool/endings.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -60,10 +58,10 @@ bool run_has_told()
 }
 
 // Async-signal-safe, and allocates nothing. Waits for nobody: an ending that hangs is none.
-void write_ending(const Ending &ending)
+void write_ending(const Ending &ending, bool with_line)
 {
     clear_sign_of_life();
-    if (!run_has_told())
+    if (with_line)
         write_if_possible(STDERR_FILENO, ending.line, std::strlen(ending.line));
     if (object_is_due != 0) {
         object_is_due = 0;
@@ -78,7 +76,7 @@ const Ending &ending_of(int signal_number)
 
 [[noreturn]] void end_now_by_signal(int signal_number)
 {
-    write_ending(ending_of(signal_number));
+    write_ending(ending_of(signal_number), !run_has_told());
     end_by_signal(signal_number);
 }
 
@@ -96,7 +94,7 @@ void on_alarm(int)
     if (first_interrupt != 0)
         end_now_by_signal(first_interrupt);
     if (exchange_is_running == 0 || limit_has_passed != 0) {
-        write_ending(time_limit_ending);
+        write_ending(time_limit_ending, !run_has_told());
         _exit(3);
     }
     limit_has_passed = 1;
@@ -150,7 +148,7 @@ const Ending &ending_of_exception()
 
 [[noreturn]] void on_terminate()
 {
-    write_ending(ending_of_exception());
+    write_ending(ending_of_exception(), true);
     _exit(1);
 }
 

@@ -2,7 +2,7 @@
 // limit, an exception that nobody catches. Each has its line on standard error and, with -json, its
 // object on standard output, both composed at start, so that a signal handler only writes them.
 //
-//     prepare_endings(json);
+//     prepare_endings(json, max_time);
 //     watch_for_endings(max_time);
 //     ... the exchange ...
 //     stop_watching();

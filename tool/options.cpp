@@ -65,12 +65,6 @@ const LongOption option_table[] = {
     {nullptr, NoArgument, nullptr, 0},
 };
 
-int usage_error(const std::string &text)
-{
-    show_failure(text.c_str());
-    return -1;
-}
-
 // An element as a message may show it: what stands behind a '=' could be a password.
 std::string without_value(const char *element)
 {
@@ -115,36 +109,44 @@ bool is_service_address(const char *text)
     return *end == '\0' || (*end == ':' && read_count(end + 1, 65535) != 0);
 }
 
-void take_password(ToolOptions *options)
+void overwrite(char *text)
+{
+    std::memset(text, 0, std::strlen(text));
+}
+
+// The next functions take an option's argument, and return null or what is wrong with it.
+
+const char *take_password(ToolOptions *options)
 {
     copy_string_bounded(options->password_copy, option_argument, sizeof options->password_copy);
     options->proxy_password = options->password_copy;
-    std::memset(option_argument, 0, std::strlen(option_argument));
+    overwrite(option_argument);
+    return nullptr;
 }
 
-int take_product_version(ToolOptions *options)
+const char *take_product_version(ToolOptions *options)
 {
     if (read_product_version(option_argument, &options->version) != 0)
-        return usage_error("-product-version takes a number with at most three digits behind the "
-                           "point that single precision can hold");
+        return "-product-version takes a number with at most three digits behind the point, which "
+               "single precision can send as itself";
     options->version_text = option_argument;
-    return 0;
+    return nullptr;
 }
 
-int take_service(ToolOptions *options)
+const char *take_service(ToolOptions *options)
 {
     if (!is_service_address(option_argument))
-        return usage_error("-service takes a host name, or host:port with a port from 1 to 65535");
+        return "-service takes a host name, or host:port with a port from 1 to 65535";
     options->service = option_argument;
-    return 0;
+    return nullptr;
 }
 
-int take_max_time(ToolOptions *options)
+const char *take_max_time(ToolOptions *options)
 {
     options->max_time = read_count(option_argument, longest_max_time);
     if (options->max_time == 0)
-        return usage_error("-max-time takes a whole number of seconds from 1 to 86400");
-    return 0;
+        return "-max-time takes a whole number of seconds from 1 to 86400";
+    return nullptr;
 }
 
 // Where the argument of an option is kept as it is, or null for the other options.
@@ -193,15 +195,15 @@ bool *switch_slot(int option, ToolOptions *options)
     }
 }
 
-int take_option(int option, ToolOptions *options)
+const char *take_option(int option, ToolOptions *options)
 {
     if (const char **text = text_slot(option, options)) {
         *text = option_argument;
-        return 0;
+        return nullptr;
     }
     if (bool *given = switch_slot(option, options)) {
         *given = true;
-        return 0;
+        return nullptr;
     }
     switch (option) {
     case ProductVersionOption:
@@ -211,16 +213,59 @@ int take_option(int option, ToolOptions *options)
     case MaxTimeOption:
         return take_max_time(options);
     default:
-        take_password(options);
-        return 0;
+        return take_password(options);
     }
 }
 
 // The unknown word itself: consumed when it had one dash, still in its place when it had two.
-int unknown_option(char **arguments)
+const char *unknown_word_of(char **arguments)
 {
-    const int index = option_position == 1 ? option_index - 1 : option_index;
-    return usage_error("Unknown option " + without_value(arguments[index]));
+    return arguments[option_position == 1 ? option_index - 1 : option_index];
+}
+
+int next_option(int argument_count, char **arguments)
+{
+    option_code = unknown_word;
+    return parse_long_only_options(argument_count, arguments, nullptr, option_table, nullptr);
+}
+
+// Reads all options. Returns 0, or -1 with what is wrong in *error; that stays empty where the
+// parser has said it.
+int take_options(int argument_count, char **arguments, ToolOptions *options, std::string *error)
+{
+    int option = next_option(argument_count, arguments);
+    for (; option != -1; option = next_option(argument_count, arguments)) {
+        if (option == '?' || option == ':')
+            return -1;
+        if (option == unknown_word) {
+            *error = "Unknown option " + without_value(unknown_word_of(arguments));
+            return -1;
+        }
+        if (const char *wrong = take_option(option, options)) {
+            *error = wrong;
+            return -1;
+        }
+    }
+    if (option_index >= argument_count)
+        return 0;
+    *error = "Unexpected argument " + without_value(arguments[option_index]);
+    return -1;
+}
+
+// Goes on behind a usage error, in silence and over everything that stops the parser, so that no
+// password stays visible while the message waits for somebody to read it.
+void overwrite_other_passwords(int argument_count, char **arguments)
+{
+    option_errors = 0;
+    while (option_index < argument_count) {
+        const int index = option_index;
+        if (next_option(argument_count, arguments) == ProxyPassOption)
+            overwrite(option_argument);
+        if (option_index == index) {
+            ++option_index;
+            option_position = 1;
+        }
+    }
 }
 
 } // namespace
@@ -229,22 +274,13 @@ int read_options(int argument_count, char **arguments, ToolOptions *options)
 {
     set_defaults(options);
     option_index = 0;
-    for (;;) {
-        option_code = unknown_word;
-        const int option =
-            parse_long_only_options(argument_count, arguments, nullptr, option_table, nullptr);
-        if (option == -1)
-            break;
-        if (option == unknown_word)
-            return unknown_option(arguments);
-        if (option == '?' || option == ':')
-            return -1; // ambiguous or without its argument: the parser has said so
-        if (take_option(option, options) != 0)
-            return -1;
-    }
-    if (option_index < argument_count)
-        return usage_error("Unexpected argument " + without_value(arguments[option_index]));
-    return 0;
+    std::string error;
+    if (take_options(argument_count, arguments, options, &error) == 0)
+        return 0;
+    overwrite_other_passwords(argument_count, arguments);
+    if (!error.empty())
+        show_failure(error.c_str());
+    return -1;
 }
 
 const char *usage_text()

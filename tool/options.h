@@ -34,8 +34,11 @@ struct ToolOptions {
 //
 // Every proxy password is overwritten in the argument vector as soon as it is read, so that it does
 // not stay visible in the process list; a copy of its first 255 bytes (all that ProxySettings
-// holds) stays in the record. Returns 0, or -1 for a usage error, which has been shown on standard
-// error as one line. The line never shows what stands behind a '='.
+// holds) stays in the record.
+//
+// Returns 0, or -1 for a usage error, which has been shown on standard error as one line. The line
+// never shows what stands behind a '=', but for that of an ambiguous word, which is the parser's
+// own and shows the word as typed.
 int read_options(int argument_count, char **arguments, ToolOptions *options);
 
 // The lines that explain the options, the last one ended by a line feed.

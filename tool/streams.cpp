@@ -20,6 +20,18 @@ void show_line(const char *name, const char *text, const char *ending)
     write_all(STDERR_FILENO, line.data(), line.size());
 }
 
+// After a write that failed: true when the next one may succeed. A stream that whoever started the
+// utility has made non-blocking is waited for.
+bool can_write_again(int descriptor, int error)
+{
+    if (error == EAGAIN || error == EWOULDBLOCK) {
+        pollfd entry = {descriptor, POLLOUT, 0};
+        poll(&entry, 1, -1);
+        return true;
+    }
+    return error == EINTR;
+}
+
 } // namespace
 
 void settle_streams()
@@ -31,16 +43,17 @@ void settle_streams()
             static_cast<void>(open("/dev/null", modes[descriptor]));
     }
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int write_all(int descriptor, const char *bytes, std::size_t length)
 {
     while (length > 0) {
         const ssize_t written = write(descriptor, bytes, length);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
+        if (written < 0 && !can_write_again(descriptor, errno))
             return -1;
+        if (written < 0)
+            continue;
         bytes += written;
         length -= static_cast<std::size_t>(written);
     }
@@ -51,7 +64,7 @@ void write_if_possible(int descriptor, const char *bytes, std::size_t length)
 {
     pollfd entry = {descriptor, POLLOUT, 0};
     if (poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0)
-        write_all(descriptor, bytes, length);
+        static_cast<void>(!write(descriptor, bytes, length));
 }
 
 int print_output(const std::string &text)

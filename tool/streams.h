@@ -9,10 +9,12 @@ namespace quintral {
 
 // Gives the standard descriptors that were closed at start something to stand on, so that no socket
 // takes their numbers and gets the utility's messages. Writing to a standard output made so fails.
-// A broken pipe is an error of the write that meets it from here on, not a signal.
+// A broken pipe and a file at its size limit are errors of the write that meets them from here on,
+// not signals.
 void settle_streams();
 
-// Writes all bytes. Returns 0, or -1 with errno set when some could not be written.
+// Writes all bytes, waiting for a reader where need be. Returns 0, or -1 with errno set when some
+// could not be written.
 int write_all(int descriptor, const char *bytes, std::size_t length);
 
 // Writes the bytes where that cannot block, otherwise nothing: a pipe that nobody reads and a

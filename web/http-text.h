@@ -7,6 +7,7 @@
 #ifndef QUINTRAL_WEB_HTTP_TEXT_H
 #define QUINTRAL_WEB_HTTP_TEXT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>

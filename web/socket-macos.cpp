@@ -1,7 +1,10 @@
 #include "web/socket.h"
 
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace quintral {
 
@@ -11,9 +14,13 @@ int web_socket_open()
     if (descriptor < 0)
         return descriptor;
     const int on = 1;
-    setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
-    fcntl(descriptor, F_SETFD, FD_CLOEXEC);
-    return descriptor;
+    if (setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) == 0 &&
+        fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0)
+        return descriptor;
+    const int error = errno; // the caller shows it
+    close(descriptor);
+    errno = error;
+    return -1;
 }
 
 void web_socket_send(int descriptor, const char *bytes, std::size_t length)

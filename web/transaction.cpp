@@ -26,7 +26,7 @@ volatile std::sig_atomic_t web_cancel_requested = 0;
 
 namespace {
 
-// The clock counts from here, so that its values stay small in 32 bits for some weeks.
+// Where the clock counts from, as all clocks of the suite; only differences matter here.
 constexpr std::uint32_t clock_epoch = 1050000000;
 constexpr std::uint32_t time_limit = 10000; // milliseconds without data
 constexpr int header_wait = 100;            // milliseconds between two calls of the idle hook

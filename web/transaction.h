@@ -14,8 +14,9 @@
 //
 // A transaction blocks the calling thread until the server has closed the connection. While it
 // waits for data it calls the idle hook and watches web_cancel_requested; a server that is silent
-// for ten seconds ends it. There is no bound on the whole time: a server that sends a byte now and
-// then, a name look-up and a connect take as long as they take.
+// for ten seconds ends it. There is no bound on the whole time: a name look-up, a connect, sending
+// to a peer that does not read, and a server that sends a byte now and then take as long as they
+// take. During the first three the hook is not called and the flag not seen.
 //
 // All state is the process's own and unguarded: one transaction at a time, on one thread.
 //
@@ -50,6 +51,10 @@ enum : int {
 // Set to non-zero to stop the running transaction: from the idle hook or a signal handler. The
 // transaction resets it when it acts on it, at its next silent wait. Set while none runs, it
 // cancels the next one. Data that keeps flowing keeps the transaction from looking.
+//
+// Behind the header a silent wait is the whole ten seconds, unless a signal breaks it off. A flag
+// that the hook sets there comes too late: the transaction times out, the flag stays, and the next
+// transaction is cancelled unless the caller resets it.
 extern volatile std::sig_atomic_t web_cancel_requested;
 
 // Sends a request for a URL and reads the reply.
@@ -61,13 +66,18 @@ extern volatile std::sig_atomic_t web_cancel_requested;
 // The low 16 bits of a port count.
 //
 // On WebOk *header_out and *body_out hold the reply's texts, for the caller to release with
-// std::free: the header with its line endings up to the carriage return of the empty line, the body
-// without the bytes between a NUL and the end of the chunk it came in. On any other result
-// *body_out is untouched, and *header_out holds the header if it had been read to its end. The last
-// error is cleared at the start. After WebOk it is empty, unless receiving broke off in the header
-// and the rest then ended cleanly. Throws std::bad_alloc when memory runs out; the socket is closed
-// then, and a header already delivered is the caller's. Requires: *header_out and *body_out are
-// null; fields holds field_count entries.
+// std::free: the header with its line endings up to the carriage return of the empty line, cut at
+// its first NUL; the body without the bytes between a NUL and the end of the chunk it came in. On
+// any other result *body_out is untouched. *header_out then holds the header if its phase had
+// ended: whole, or as far as it came before a receive error; otherwise it is untouched.
+//
+// The last error is cleared at the start. After WebOk it is empty, unless receiving broke off in
+// the header and the rest then ended cleanly.
+//
+// Throws std::bad_alloc when memory runs out; the socket is closed then, and a header already
+// delivered is the caller's.
+// Requires: url and method are terminated and not null, *header_out and *body_out are null, fields
+// holds field_count entries.
 int web_request(const char *url, const char *method, int field_count, const WebField *fields,
                 char **header_out, char **body_out, const char *proxy_host, int proxy_port,
                 const char *proxy_user, const char *proxy_password);
@@ -76,6 +86,7 @@ int web_request(const char *url, const char *method, int field_count, const WebF
 // path is what the request line asks for, host names the server for the look-up and the Host line.
 // The extra header is sent with a line ending behind it unless it is empty; the body goes out with
 // its full length. Results and outputs as for web_request, but the last error is not cleared.
+// Requires: scheme, host, path and method are terminated and not null; the rest as for web_request.
 //
 // A reply that the server ends within a header line repeats its last byte without end: the suite's
 // services always end their lines, and a program that cannot be sure of its server sets a limit
@@ -87,7 +98,8 @@ int web_exchange(const char *scheme, const char *host, const char *path, std::ui
 
 // Replaces the last error by the formatted text and returns it. The arguments may point into the
 // error that is replaced. The text belongs to the client and lives until the next error or the
-// start of the next web_request.
+// start of the next web_request. A text that the C library cannot format, or one of more than
+// INT_MAX bytes, is empty. Throws std::bad_alloc when memory runs out; the last error then stays.
 const char *web_set_error(const char *format, ...) QUINTRAL_PRINTF(1, 2);
 
 // The last error, an empty text when there is none. Owned as said at web_set_error.
@@ -101,8 +113,9 @@ void web_set_idle_hook(WebIdleHook hook, void *user_data);
 const char *web_errno_text();
 
 // Tells from a reply's header whether its body may be used: the first "HTTP/" in it must be
-// followed by a version, a status from 200 to 299 and a reason (see web_scan_status_line). Returns
-// 0, or -1 with the last error set. Requires: header is terminated.
+// followed by a version, a status from 200 to 299 and a reason (see web_scan_status_line).
+// Returns 0 with the last error as it was, or -1 with the last error set. Throws as web_set_error.
+// Requires: header is terminated and not null.
 int web_check_reply(const char *header);
 
 // Sets how many bytes of a reply's header and body are taken, 0 for any number (the start value).

@@ -62,8 +62,8 @@ char *copy_string_with_room(const char *text, std::size_t extra);
 
 // Formats as vprintf does into a new block of exactly the size that text and terminator need.
 // Returns the text, which the caller owns; an empty text where the C library cannot format (a wide
-// character that the locale lacks). Throws std::bad_alloc when memory runs out. The argument list
-// is used up; the caller ends it.
+// character that the locale lacks, more than INT_MAX bytes). Throws std::bad_alloc when memory runs
+// out. The argument list is used up; the caller ends it.
 char *alloc_vprintf(const char *format, std::va_list arguments) QUINTRAL_PRINTF(1, 0);
 
 // Formats as printf does; all else as alloc_vprintf.
