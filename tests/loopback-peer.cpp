@@ -35,8 +35,8 @@ constexpr auto step_limit = std::chrono::seconds(90);     // below the time limi
 
 struct Peer;
 
-// A thread of the peer's. Bare pthreads, since std::thread keeps a block of memory that only the new
-// thread knows of: in a forked child, which has no such thread, checkers take it for a leak.
+// A thread of the peer's. Bare pthreads, since std::thread keeps a block of memory that only the
+// new thread knows of: in a forked child, which has no such thread, checkers take it for a leak.
 struct Thread {
     pthread_t handle = {};
     bool is_running = false;

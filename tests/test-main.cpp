@@ -13,9 +13,9 @@ const char *const comma_locale = "de_DE.ISO-8859-1";
 void clean_environment()
 {
     static const char *const names[] = {
-        "http_proxy", "HTTP_PROXY", "https_proxy",   "HTTPS_PROXY", "all_proxy",   "ALL_PROXY",
-        "no_proxy",   "NO_PROXY",   "POSIXLY_CORRECT", "LANG",      "LANGUAGE",    "LC_ALL",
-        "LC_CTYPE",   "LC_NUMERIC", "LC_COLLATE",    "LC_MESSAGES", "LC_MONETARY", "LC_TIME",
+        "http_proxy", "HTTP_PROXY", "https_proxy",     "HTTPS_PROXY", "all_proxy",   "ALL_PROXY",
+        "no_proxy",   "NO_PROXY",   "POSIXLY_CORRECT", "LANG",        "LANGUAGE",    "LC_ALL",
+        "LC_CTYPE",   "LC_NUMERIC", "LC_COLLATE",      "LC_MESSAGES", "LC_MONETARY", "LC_TIME",
     };
     for (const char *name : names)
         unsetenv(name);

@@ -545,6 +545,7 @@ TEST_F(WebTransactionUnderFaults, EachFailureOfTheResolverIsReportedWithItsText)
         {TRY_AGAIN, "Host name lookup failure"},
         {NO_RECOVERY, "Unknown server error"},
         {NO_DATA, "No address associated with name"},
+        {NETDB_INTERNAL, "Resolver internal error"},
     };
     for (const auto &row : rows) {
         const std::string text = row.text;

@@ -951,6 +951,22 @@ TEST_F(WebTransaction, AProgramStartedMeanwhileDoesNotInheritTheSocket)
     EXPECT_EQ(sighting.listed, sighting.listed_before);
 }
 
+struct HookFault {};
+
+void throw_fault(void *)
+{
+    throw HookFault();
+}
+
+// A failed assertion of a plug-in throws out of its hook.
+TEST_F(WebTransaction, AHookThatThrowsLeavesNoSocketBehind)
+{
+    LoopbackPeer peer({{{PeerAct::Hold}}});
+    web_set_idle_hook(throw_fault, nullptr);
+    EXPECT_THROW(call_web({url_of(peer)}), HookFault);
+    EXPECT_EQ(connections_to(peer.port()), 0);
+}
+
 // The last error
 
 TEST_F(WebTransaction, TheLastErrorIsEmptyAtTheStartOfTheProcess)

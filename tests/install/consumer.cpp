@@ -17,8 +17,7 @@ int main()
 
     char program[] = "consumer";
     char *arguments[] = {program, nullptr};
-    const int option =
-        quintral::parse_long_only_options(1, arguments, "x", nullptr, nullptr);
+    const int option = quintral::parse_long_only_options(1, arguments, "x", nullptr, nullptr);
 
     char system[16];
     quintral::platform_format_system_version(0x1049, system, sizeof system);
