@@ -1,0 +1,316 @@
+#include "support/error.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+namespace quintral {
+
+namespace {
+
+constexpr std::size_t message_size = 1024;
+constexpr std::size_t log_line_size = 4096;
+constexpr std::size_t assertion_text_size = 4096;
+constexpr std::size_t output_size = 65536;
+
+// What format_message keeps free beside the body: the longest name, ": ", BEL and the terminator
+// need 15 of these bytes.
+constexpr int line_reserve = 20;
+
+// Deliberately one below what format_message keeps in message_size bytes: captured runs of the
+// suite are compared with texts cut here.
+constexpr int handler_body_limit = 1003;
+
+// Together they fill a log line. A date has 24 characters and a line feed; the C library refuses
+// longer years.
+constexpr int log_date_limit = 36;
+constexpr int log_body_limit = 4056;
+static_assert(log_date_limit + log_body_limit + sizeof ": \n" == log_line_size);
+
+// A log attached to the hook tells a burst of messages by it.
+constexpr double burst_pause_seconds = 60.0;
+
+// Indexed by the level.
+constexpr const char *level_names[] = {"Log", "",      "Info",    "Note",  "Info",       "Note",
+                                       "",    "Alert", "Warning", "Error", "Fatal Error"};
+
+// Never null: the setters turn null into the default.
+MessageHandler message_handler = default_message_handler;
+PrintHandler print_handler = default_print_handler;
+
+// Unsigned, so that wrapping round is defined.
+std::uint32_t reported_messages = 0;
+
+double last_log_time = 0.0;
+std::uint32_t burst_messages = 0;
+
+std::FILE *stream_of_output = nullptr;
+int output_indent = 0;
+
+MessageLevel shown_level(MessageLevel level)
+{
+    return level < Log || level > FatalError ? Warning : level;
+}
+
+// The length of a text without the characters of `dropped` at its end, limit at most.
+int body_length(const char *text, const char *dropped, int limit)
+{
+    std::size_t length = std::strlen(text);
+    while (length > 0 && std::strchr(dropped, text[length - 1]) != nullptr)
+        --length;
+    return static_cast<int>(std::min(length, static_cast<std::size_t>(limit)));
+}
+
+// The one builder of message lines. Requires: out_size is above 0.
+int build_line(MessageLevel level, const char *text, int body_limit, char *out, int out_size)
+{
+    const MessageLevel shown = shown_level(level);
+    const int length = body_length(text, "\n", body_limit);
+    const char *bell = shown >= InfoBell ? "\a" : "";
+    const auto size = static_cast<std::size_t>(out_size);
+    const int written =
+        shown == Plain || shown == PlainBell
+            ? std::snprintf(out, size, "%s%.*s", bell, length, text)
+            : std::snprintf(out, size, "%s: %.*s%s", level_names[shown], length, text, bell);
+    return std::min(written, out_size - 1);
+}
+
+// Formats into out and leaves an empty text there where the C library fails.
+QUINTRAL_PRINTF(3, 0)
+void format_or_empty(char *out, std::size_t size, const char *format, std::va_list arguments)
+{
+    if (std::vsnprintf(out, size, format, arguments) < 0)
+        out[0] = '\0';
+}
+
+// Output on its way to its stream. Full stops and text are gathered here, since the stream may be
+// unbuffered, as standard error is.
+struct OutputPiece {
+    std::FILE *stream;
+    std::size_t used;
+    char bytes[output_size];
+};
+
+void write_piece(OutputPiece *piece)
+{
+    std::fwrite(piece->bytes, 1, piece->used, piece->stream);
+    piece->used = 0;
+}
+
+// Makes room for at least one byte and takes as many of the wanted ones as fit. Returns where they
+// go.
+char *take_room(OutputPiece *piece, std::size_t wanted, std::size_t *taken)
+{
+    if (piece->used == sizeof piece->bytes)
+        write_piece(piece);
+    char *room = piece->bytes + piece->used;
+    *taken = std::min(wanted, sizeof piece->bytes - piece->used);
+    piece->used += *taken;
+    return room;
+}
+
+void add_full_stops(OutputPiece *piece, std::size_t count)
+{
+    std::size_t taken = 0;
+    for (; count > 0; count -= taken) {
+        char *room = take_room(piece, count, &taken);
+        std::memset(room, '.', taken);
+    }
+}
+
+void add_text(OutputPiece *piece, const char *text, std::size_t length)
+{
+    std::size_t taken = 0;
+    for (; length > 0; length -= taken, text += taken) {
+        char *room = take_room(piece, length, &taken);
+        std::memcpy(room, text, taken);
+    }
+}
+
+// The length of the first line of a text that is not empty, its line feed included.
+std::size_t first_line_length(const char *text)
+{
+    const char *end = std::strchr(text, '\n');
+    return end == nullptr ? std::strlen(text) : static_cast<std::size_t>(end - text) + 1;
+}
+
+// Expanded on the way out and never as a whole: 64 KiB of line feeds at a deep indent make
+// gigabytes.
+void write_indented(const char *text, std::size_t indent, std::FILE *stream)
+{
+    OutputPiece piece;
+    piece.stream = stream;
+    piece.used = 0;
+    add_full_stops(&piece, indent); // before an empty text too
+    while (*text != '\0') {
+        const std::size_t length = first_line_length(text);
+        add_text(&piece, text, length);
+        text += length;
+        if (*text != '\0')
+            add_full_stops(&piece, indent);
+    }
+    write_piece(&piece);
+}
+
+} // namespace
+
+int format_message(MessageLevel level, const char *text, char *out, int out_size)
+{
+    if (out_size <= 0)
+        return 0;
+    return build_line(level, text, std::max(out_size - line_reserve, 0), out, out_size);
+}
+
+void report_message(MessageLevel level, const char *format, ...)
+{
+    const MessageLevel reported = shown_level(level);
+    char text[message_size];
+    std::va_list arguments;
+    va_start(arguments, format);
+    format_or_empty(text, sizeof text, format, arguments);
+    va_end(arguments);
+
+    log_message(text);
+    if (reported > Log)
+        message_handler(reported, text);
+    ++reported_messages;
+}
+
+void default_message_handler(MessageLevel level, const char *text)
+{
+    char line[message_size];
+    const int length = build_line(level, text, handler_body_limit, line, sizeof line);
+    std::fwrite(line, 1, static_cast<std::size_t>(length), stderr);
+    std::putc('\n', stderr);
+    std::fflush(stderr);
+    if (level == FatalError)
+        std::exit(1);
+}
+
+void test_message_handler(MessageLevel level, const char *text)
+{
+    char line[message_size];
+    build_line(level, text, handler_body_limit, line, sizeof line);
+    std::printf("QUINTRALTEST%s\nENDQUINTRALTEST\n", line);
+    std::fflush(stdout);
+}
+
+MessageHandler set_message_handler(MessageHandler handler)
+{
+    const MessageHandler previous = message_handler;
+    message_handler = handler == nullptr ? default_message_handler : handler;
+    return previous;
+}
+
+void print_text(const char *text, const char *tag)
+{
+    if (text[0] == '\0')
+        return;
+    log_message(text);
+    print_handler(text, tag);
+}
+
+void default_print_handler(const char *text, const char * /*tag*/)
+{
+    std::fputs(text, stderr);
+}
+
+void test_print_handler(const char *text, const char *tag)
+{
+    std::printf("QUINTRALTEST%s: %s\nENDQUINTRALTEST\n", tag, text);
+    std::fflush(stdout);
+}
+
+PrintHandler set_print_handler(PrintHandler handler)
+{
+    const PrintHandler previous = print_handler;
+    print_handler = handler == nullptr ? default_print_handler : handler;
+    return previous;
+}
+
+std::int32_t message_count()
+{
+    return static_cast<std::int32_t>(reported_messages);
+}
+
+int log_message(const char *text)
+{
+    const std::time_t now = std::time(nullptr);
+    if (static_cast<double>(now) - last_log_time > burst_pause_seconds)
+        burst_messages = 0;
+    last_log_time = static_cast<double>(now);
+
+    // Not ctime itself: its buffer is shared, and a caller may be printing what it holds.
+    char date[log_date_limit + 1];
+    if (ctime_r(&now, date) == nullptr) // a year that does not fit
+        date[0] = '\0';
+    char line[log_line_size];
+    const int length =
+        std::snprintf(line, sizeof line, "%.*s: %.*s\n", body_length(date, "\n", log_date_limit),
+                      date, body_length(text, "\r\n", log_body_limit), text);
+    ++burst_messages;
+    return length - 1;
+}
+
+int output_printf(const char *format, ...)
+{
+    char text[output_size];
+    text[0] = '\0';
+    const int limit = static_cast<int>(output_size) - 1 - output_indent;
+    std::va_list arguments;
+    va_start(arguments, format);
+    if (limit > 0)
+        format_or_empty(text, static_cast<std::size_t>(limit), format, arguments);
+    va_end(arguments);
+
+    if (stream_of_output == nullptr)
+        stream_of_output = stderr;
+    write_indented(text, static_cast<std::size_t>(output_indent), stream_of_output);
+    return std::fflush(stream_of_output);
+}
+
+void set_output_stream(std::FILE *stream)
+{
+    stream_of_output = stream == nullptr ? stderr : stream;
+}
+
+std::FILE *output_stream()
+{
+    return stream_of_output;
+}
+
+void set_output_indent(int n)
+{
+    output_indent = std::max(n, 0);
+}
+
+QuintralAbortException::QuintralAbortException(const char *source_file, std::int32_t source_line,
+                                               std::int32_t abort_code)
+    : file(source_file), line(source_line), code(abort_code), reserved(0)
+{
+}
+
+// Part of the library and not of each program on purpose: plug-ins and host agree on it.
+QuintralAbortException::~QuintralAbortException()
+{
+}
+
+void throw_abort(int code, const char *file, int line)
+{
+    throw QuintralAbortException(file, line, code);
+}
+
+void report_assertion_failure(const char *expression, const char *file, int line)
+{
+    char text[assertion_text_size];
+    std::snprintf(text, sizeof text, "%s:%d: assertion failed: %s", file, line, expression);
+    log_message(text); // and nowhere else: a location helps no user
+    report_message(
+        Error, "A Quintral internal error has occurred. Please save your work soon and restart.\n");
+    throw_abort(5, "support/error", 419);
+}
+
+} // namespace quintral
