@@ -1,8 +1,9 @@
-// The suite's low-level C utilities in one header: allocation that never fails silently, and
-// formatted, growable and bounded strings.
+// The suite's low-level C utilities in one header: allocation that never fails silently, formatted,
+// growable and bounded strings, files and directories.
 #ifndef QUINTRAL_SUPPORT_C_UTILS_H
 #define QUINTRAL_SUPPORT_C_UTILS_H
 
+#include "c-utils/files.h"
 #include "c-utils/memory.h"
 
 #endif
