@@ -1,11 +1,13 @@
 // The parts of the utility that need no process of their own: safe texts, version numbers, proxy
 // exceptions, the launch argument, the answer's texts and the option table. The process as a whole
 // is in tool-test.cpp.
+#include "support/error.h"
 #include "tool/answer.h"
 #include "tool/options.h"
 #include "tool/proxy-exceptions.h"
 #include "tool/safe-text.h"
 #include "tool/start-up.h"
+#include "tool/streams.h"
 #include "tool/version-number.h"
 
 #include <cstdint>
@@ -993,7 +995,14 @@ TEST(CompareAnswer, IsUnknownWithoutAVersionNumber)
     }
 }
 
-TEST(AnswerText, HasALineForEachValueGivenThenTheMessage)
+std::string printed;
+
+void print_with_tag(const char *text, const char *tag)
+{
+    printed += std::string("<") + tag + ">" + text;
+}
+
+TEST(PrintAnswer, PrintsALineForEachValueGivenThenTheMessageEachWithItsTag)
 {
     const struct {
         AnswerPointer answer;
@@ -1001,19 +1010,45 @@ TEST(AnswerText, HasALineForEachValueGivenThenTheMessage)
     } rows[] = {
         {make_answer("", "", "", ""), ""},
         {make_answer("5.3", "http://a/", "Get it", "News\n"),
-         "Version: 5.3\nURL: http://a/\nButton: Get it\nNews\n"},
-        {make_answer("5.3", "", "", ""), "Version: 5.3\n"},
-        {make_answer("", "http://a/", "", ""), "URL: http://a/\n"},
-        {make_answer("", "", "Get it", ""), "Button: Get it\n"},
-        {make_answer("", "", "", "News"), "News\n"},
-        {make_answer("", "", "", "News\n\n"), "News\n\n"},
-        {make_answer("", "", "", "\n"), "\n"},
-        {make_answer("", "", "", "One\n\tTwo"), "One\n\tTwo\n"},
+         "<version>Version: 5.3\n<url>URL: http://a/\n<button>Button: Get it\n<message>News\n"},
+        {make_answer("5.3", "", "", ""), "<version>Version: 5.3\n"},
+        {make_answer("", "http://a/", "", ""), "<url>URL: http://a/\n"},
+        {make_answer("", "", "Get it", ""), "<button>Button: Get it\n"},
+        {make_answer("", "", "", "News"), "<message>News\n"},
+        {make_answer("", "", "", "News\n\n"), "<message>News\n\n"},
+        {make_answer("", "", "", "\n"), "<message>\n"},
+        {make_answer("", "", "", "One\n\tTwo"), "<message>One\n\tTwo\n"},
         {make_answer("\x1B[1m", "a\tb", "\xE2\x80\xAE", "\x9B\n"),
-         "Version: \\x1B[1m\nURL: a\tb\nButton: \\xE2\\x80\\xAE\n\\x9B\n"},
+         "<version>Version: \\x1B[1m\n<url>URL: a\tb\n<button>Button: \\xE2\\x80\\xAE\n"
+         "<message>\\x9B\n"},
     };
-    for (const auto &row : rows)
-        EXPECT_EQ(answer_text(*row.answer), row.expected);
+    const PrintHandler previous = set_print_handler(print_with_tag);
+    for (const auto &row : rows) {
+        printed.clear();
+        print_answer(*row.answer);
+        EXPECT_EQ(printed, row.expected);
+    }
+    set_print_handler(previous);
+}
+
+std::string reported;
+
+void collect_message(MessageLevel level, const char *text)
+{
+    reported += std::to_string(level) + " " + text + ";";
+}
+
+TEST(ShowFailure, ReportsAtLevelErrorAndARemarkAtLevelNoteMadeSafe)
+{
+    const MessageHandler previous = set_message_handler(collect_message);
+    reported.clear();
+    show_failure("50% of\n\x1B");
+    show_remark("%s\r");
+    EXPECT_EQ(reported, "9 50% of\\x0A\\x1B;3 %s\\x0D;");
+    reported.clear();
+    show_failure(std::string(2000, 'x').c_str());
+    EXPECT_EQ(reported, "9 " + std::string(1003, 'x') + ";");
+    set_message_handler(previous);
 }
 
 TEST(OutcomeJson, AlwaysHasEveryKeyOnOneLine)

@@ -1,5 +1,6 @@
 // The utility as a process: arguments in, the bytes on the wire and on both streams and the exit
 // status out. Its pure parts are in tool-parts-test.cpp.
+#include "support/error.h"
 #include "tool/endings.h"
 #include "tool/options.h"
 
@@ -44,6 +45,33 @@
 #define MEMORY_IS_SANITIZED 1
 #endif
 #endif
+
+namespace {
+
+bool memory_is_forbidden = false;
+
+} // namespace
+
+// In front of the language's own in this program.
+void *operator new(std::size_t size)
+{
+    if (memory_is_forbidden)
+        _exit(99);
+    void *block = std::malloc(size != 0 ? size : 1);
+    if (block == nullptr)
+        throw std::bad_alloc();
+    return block;
+}
+
+void operator delete(void *block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void *block, std::size_t) noexcept
+{
+    std::free(block);
+}
 
 namespace quintral {
 namespace {
@@ -1631,6 +1659,7 @@ struct FaultRow {
 const FaultRow faults[] = {
     {"exhausted memory", [] { throw std::bad_alloc(); }, "Out of memory"},
     {"an array of a bad size", [] { throw std::bad_array_new_length(); }, "Out of memory"},
+    {"an abort", [] { throw_abort(1, "support/c-utils", 369); }, "Aborted by an internal fault"},
     {"another exception", [] { throw std::runtime_error("never shown"); },
      "Ended by an internal fault"},
     {"what is no exception class", [] { throw 5; }, "Ended by an internal fault"},
@@ -1650,6 +1679,29 @@ TEST(ToolEnding, AnExceptionThatNobodyCatchesIsOneLineAndOneObjectInOneWrite)
         const ChildResult result = tests::run_child_function(body, with_output_on(output));
         expect_ended(result, 1, "", error_line(row.error), row.name);
         EXPECT_EQ(messages_on(output), Texts{unanswered_json("failed", 1, row.error)}) << row.name;
+    }
+}
+
+TEST(ToolEnding, AnExceptionIsToldOfWithoutAllocating)
+{
+    const struct {
+        void (*fault)();
+        const char *error;
+    } rows[] = {
+        {[] { throw std::bad_alloc(); }, "Out of memory"},
+        {[] { throw_abort(5, "support/error", 419); }, "Aborted by an internal fault"},
+        {[] { throw 5; }, "Ended by an internal fault"},
+    };
+    for (const auto &row : rows) {
+        const auto body = [&row] {
+            install_terminate_handler();
+            prepare_endings(true, 60);
+            memory_is_forbidden = true;
+            row.fault();
+            return 0;
+        };
+        expect_ended(tests::run_child_function(body), 1, unanswered_json("failed", 1, row.error),
+                     error_line(row.error));
     }
 }
 
@@ -1957,6 +2009,83 @@ TEST(ToolStreams, AnOutputThatDoesNotBlockIsWaitedFor)
     EXPECT_EQ(read_to_end(ends[0]), "URL: " + url + "\n" + message + "\n");
     close(ends[0]);
     expect_ended(child_wait(child), 0, "", "");
+}
+
+// A non-blocking pipe that is full when the utility starts.
+struct FullPipe {
+    int ends[2] = {-1, -1};
+    std::size_t filled = 0;
+
+    FullPipe()
+    {
+        if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+            ADD_FAILURE() << "no pipe: " << std::strerror(errno);
+        while (write(ends[1], "x", 1) == 1)
+            ++filled;
+    }
+
+    ~FullPipe()
+    {
+        close(ends[0]);
+    }
+
+    FullPipe(const FullPipe &) = delete;
+    FullPipe &operator=(const FullPipe &) = delete;
+};
+
+// Runs the utility with the pipe as one of its streams and reads the pipe only after a while.
+// Returns what came behind the filling.
+std::string run_with_full_pipe(int stream, const Texts &arguments, int status)
+{
+    FullPipe pipe;
+    ChildOptions options;
+    options.prepare = [&pipe, stream] { dup2(pipe.ends[1], stream); };
+    Child child = start_tool(arguments, options);
+    close(pipe.ends[1]);
+    poll(nullptr, 0, 500);
+    EXPECT_EQ(fcntl(pipe.ends[0], F_SETFL, O_RDONLY), 0) << std::strerror(errno);
+    const std::string bytes = read_to_end(pipe.ends[0]);
+    const ChildResult result = child_wait(child);
+    EXPECT_EQ(result.exit_status, status) << result.output << result.error;
+    EXPECT_EQ(result.output + result.error, "");
+    return bytes.substr(std::min(pipe.filled, bytes.size()));
+}
+
+TEST(ToolStreams, AMessageOnAStreamThatDoesNotBlockIsWhole)
+{
+    const std::string refused = "127.0.0.1:" + std::to_string(tests::refused_port());
+    EXPECT_EQ(run_with_full_pipe(STDERR_FILENO, {"-service", refused, "-proxy", ":1"}, 1),
+              error_line("Can't connect to web server '127.0.0.1': code " +
+                         std::to_string(ECONNREFUSED) + ": " + std::strerror(ECONNREFUSED)));
+    EXPECT_EQ(run_with_full_pipe(STDERR_FILENO, {"-bogus"}, 2),
+              error_line("Unknown option -bogus") + usage_text());
+    EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-help"}, 0), usage_text());
+    EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-version"}, 0), version_line());
+}
+
+// A terminal that hung up: its writes fail in the stream before they can fail in a flush.
+TEST(ToolStreams, AHelpThatNobodySeesEndsInStatus1)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(master, 0) << std::strerror(errno);
+    ASSERT_EQ(grantpt(master), 0) << std::strerror(errno);
+    ASSERT_EQ(unlockpt(master), 0) << std::strerror(errno);
+    const int terminal = open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0) << std::strerror(errno);
+    close(master);
+    ChildOptions options;
+    options.prepare = [terminal] { dup2(terminal, STDOUT_FILENO); };
+    expect_ended(run_tool({"-help"}, options), 1, "", output_error(EIO));
+    close(terminal);
+}
+
+TEST(ToolStreams, AnAnswerWithoutAnythingToPrintDoesNotTouchTheOutput)
+{
+    for (const ChildStream output : {ChildStream::FullDisk, ChildStream::BrokenPipe}) {
+        ChildOptions options;
+        options.output = output;
+        expect_ended(ask(sending(reply_of("Message: ")), {}, options).result, 0, "", "");
+    }
 }
 
 TEST(ToolStreams, AnOutputAtItsSizeLimitEndsInStatus1)

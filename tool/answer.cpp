@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "support/error.h"
 #include "tool/safe-text.h"
 #include "tool/streams.h"
 #include "tool/version-number.h"
@@ -43,9 +44,10 @@ void drop_carriage_returns_of_lines(char *text)
     *end = '\0';
 }
 
-std::string line_if_given(const char *key, const char *value)
+void print_if_given(const char *key, const char *value, const char *tag)
 {
-    return *value != '\0' ? key + (": " + safe_text(value)) + "\n" : "";
+    if (*value != '\0')
+        print_text((std::string(key) + ": " + safe_text(value) + "\n").c_str(), tag);
 }
 
 std::string json_or_null(const char *text)
@@ -91,14 +93,15 @@ Newer compare_answer(const UpdateAnswer &answer, const char *product_version)
     return compare_versions(answer.version, product_version) > 0 ? Newer::Yes : Newer::No;
 }
 
-std::string answer_text(const UpdateAnswer &answer)
+void print_answer(const UpdateAnswer &answer)
 {
-    std::string text = line_if_given("Version", answer.version) +
-                       line_if_given("URL", answer.address) +
-                       line_if_given("Button", answer.button) + safe_text(answer.message);
-    if (answer.message[0] != '\0' && text.back() != '\n')
-        text += '\n';
-    return text;
+    print_if_given("Version", answer.version, "version");
+    print_if_given("URL", answer.address, "url");
+    print_if_given("Button", answer.button, "button");
+    std::string message = safe_text(answer.message);
+    if (!message.empty() && message.back() != '\n')
+        message += '\n';
+    print_text(message.c_str(), "message");
 }
 
 std::string outcome_json(const RunOutcome &outcome)

@@ -44,9 +44,10 @@ void clean_answer(UpdateAnswer *answer);
 // Requires: the answer is clean, is_version_number(product_version).
 Newer compare_answer(const UpdateAnswer &answer, const char *product_version);
 
-// The answer as text: the lines "Version: ", "URL: " and "Button: " for what was given, then the
-// message, ended by a line feed unless it is empty. Everything is made safe (see safe_text).
-std::string answer_text(const UpdateAnswer &answer);
+// Shows the answer by print_text: the lines "Version: ", "URL: " and "Button: " for what was given,
+// with the tags version, url and button, then the message, ended by a line feed unless it is empty,
+// with the tag message. Everything is made safe (see safe_text).
+void print_answer(const UpdateAnswer &answer);
 
 // The outcome as one JSON object on one line, with its line feed.
 std::string outcome_json(const RunOutcome &outcome);

@@ -1,7 +1,6 @@
 #include "tool/endings.h"
 
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -9,6 +8,8 @@
 
 #include <unistd.h>
 
+#include "support/c-utils.h"
+#include "support/error.h"
 #include "tool/answer.h"
 #include "tool/sign-of-life.h"
 #include "tool/streams.h"
@@ -31,6 +32,7 @@ Ending interrupted_ending;
 Ending terminated_ending;
 Ending time_limit_ending;
 Ending memory_ending;
+Ending abort_ending;
 Ending fault_ending;
 
 volatile std::sig_atomic_t object_is_due = 0;
@@ -40,14 +42,16 @@ volatile std::sig_atomic_t limit_has_passed = 0;
 
 void compose_line(Ending *ending, const char *text)
 {
-    std::snprintf(ending->text, sizeof ending->text, "%s", text);
-    std::snprintf(ending->line, sizeof ending->line, "Error: %s\a\n", text);
+    copy_string_bounded(ending->text, text, sizeof ending->text);
+    const int length = format_message(Error, text, ending->line, sizeof ending->line - 1);
+    ending->line[length] = '\n';
+    ending->line[length + 1] = '\0';
 }
 
 void compose_object(Ending *ending, const char *status, int exit_status)
 {
     const RunOutcome outcome = {status, exit_status, Newer::Unknown, nullptr, ending->text};
-    std::snprintf(ending->object, sizeof ending->object, "%s", outcome_json(outcome).c_str());
+    copy_string_bounded(ending->object, outcome_json(outcome).c_str(), sizeof ending->object);
 }
 
 // True when the exchange came back with an interrupt or the time limit, which the run itself tells
@@ -141,6 +145,8 @@ const Ending &ending_of_exception()
         throw;
     } catch (const std::bad_alloc &) {
         return memory_ending;
+    } catch (const QuintralAbortException &) {
+        return abort_ending;
     } catch (...) {
         return fault_ending;
     }
@@ -157,6 +163,7 @@ const Ending &ending_of_exception()
 void install_terminate_handler()
 {
     compose_line(&memory_ending, "Out of memory");
+    compose_line(&abort_ending, "Aborted by an internal fault");
     compose_line(&fault_ending, "Ended by an internal fault");
     std::set_terminate(on_terminate);
 }
@@ -173,6 +180,7 @@ void prepare_endings(bool json, int max_time)
     compose_object(&terminated_ending, "cancelled", 128 + SIGTERM);
     compose_object(&time_limit_ending, "timeout", 3);
     compose_object(&memory_ending, "failed", 1);
+    compose_object(&abort_ending, "failed", 1);
     compose_object(&fault_ending, "failed", 1);
     object_is_due = 1;
 }

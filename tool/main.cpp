@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include "support/error.h"
 #include "tool/answer.h"
 #include "tool/endings.h"
 #include "tool/options.h"
@@ -33,14 +34,13 @@ constexpr std::size_t body_limit = std::size_t{8} * 1024 * 1024;
 
 int show_usage()
 {
-    const std::string text = usage_text();
-    write_all(STDERR_FILENO, text.data(), text.size());
+    show_usage_text(usage_text());
     return UsageStatus;
 }
 
 int print_and_end(const char *text)
 {
-    return print_output(text) == 0 ? AnsweredStatus : FailureStatus;
+    return print_usage_text(text) == 0 ? AnsweredStatus : FailureStatus;
 }
 
 std::string service_host()
@@ -110,15 +110,12 @@ int print_outcome(const ToolOptions &options, const RunOutcome &outcome)
 {
     if (outcome.error != nullptr)
         show_failure(outcome.error);
-    std::string text;
     if (options.json)
-        text = outcome_json(outcome);
+        add_output(outcome_json(outcome));
     else if (outcome.answer != nullptr)
-        text = answer_text(*outcome.answer);
+        print_answer(*outcome.answer);
     begin_output();
-    if (!text.empty() && print_output(text) != 0)
-        return FailureStatus;
-    return outcome.exit_status;
+    return finish_output() == 0 ? outcome.exit_status : FailureStatus;
 }
 
 int run_query(const ToolOptions &options, const ProxySettings &proxy)
@@ -168,5 +165,7 @@ int main(int argument_count, char **arguments)
 {
     quintral::install_terminate_handler();
     quintral::settle_streams();
+    quintral::set_message_handler(quintral::show_message);
+    quintral::set_print_handler(quintral::print_to_output);
     return quintral::run(argument_count, arguments);
 }

@@ -2,11 +2,14 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstring>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include "support/error.h"
 #include "tool/safe-text.h"
 #include "web/transaction.h"
 
@@ -14,10 +17,12 @@ namespace quintral {
 
 namespace {
 
-void show_line(const char *name, const char *text, const char *ending)
+std::string output; // collected for standard output
+
+void wait_until_writable(int descriptor)
 {
-    const std::string line = std::string(name) + ": " + safe_line(text) + ending;
-    write_all(STDERR_FILENO, line.data(), line.size());
+    pollfd entry = {descriptor, POLLOUT, 0};
+    poll(&entry, 1, -1);
 }
 
 // After a write that failed: true when the next one may succeed. A stream that whoever started the
@@ -25,11 +30,39 @@ void show_line(const char *name, const char *text, const char *ending)
 bool can_write_again(int descriptor, int error)
 {
     if (error == EAGAIN || error == EWOULDBLOCK) {
-        pollfd entry = {descriptor, POLLOUT, 0};
-        poll(&entry, 1, -1);
+        wait_until_writable(descriptor);
         return true;
     }
     return error == EINTR;
+}
+
+// Writes a text of the utility's own line by line: a stream drops what a non-blocking descriptor
+// does not take, and one line goes whole into any pipe that is writable. Returns 0, or the error
+// number of the first line that failed; an unbuffered or full stream tells by its error flag alone.
+int write_lines(const char *text, std::FILE *stream)
+{
+    set_output_stream(stream);
+    while (*text != '\0') {
+        const int length = static_cast<int>(std::strcspn(text, "\n")) + 1;
+        wait_until_writable(fileno(stream));
+        if (output_printf("%.*s", length, text) != 0 || std::ferror(stream) != 0)
+            return errno;
+        text += length;
+    }
+    return 0;
+}
+
+// Closes standard output. `error` is that of the writing, or 0. Returns 0, or -1 after reporting the
+// first failure.
+int close_output(int error)
+{
+    if (close(STDOUT_FILENO) != 0 && error == 0)
+        error = errno;
+    if (error == 0)
+        return 0;
+    errno = error;
+    show_failure((std::string("Can't write standard output, ") + web_errno_text()).c_str());
+    return -1;
 }
 
 } // namespace
@@ -67,22 +100,50 @@ void write_if_possible(int descriptor, const char *bytes, std::size_t length)
         static_cast<void>(!write(descriptor, bytes, length));
 }
 
-int print_output(const std::string &text)
+void add_output(const std::string &text)
 {
-    if (write_all(STDOUT_FILENO, text.data(), text.size()) == 0 && close(STDOUT_FILENO) == 0)
+    output += text;
+}
+
+void print_to_output(const char *text, const char * /*tag*/)
+{
+    add_output(text);
+}
+
+void show_message(MessageLevel level, const char *text)
+{
+    char line[1024]; // less a byte for the line feed: format_message then keeps 1003 of the text
+    int length = format_message(level, text, line, sizeof line - 1);
+    line[length++] = '\n';
+    write_all(STDERR_FILENO, line, static_cast<std::size_t>(length));
+}
+
+int finish_output()
+{
+    if (output.empty())
         return 0;
-    show_failure((std::string("Can't write standard output, ") + web_errno_text()).c_str());
-    return -1;
+    const bool written = write_all(STDOUT_FILENO, output.data(), output.size()) == 0;
+    return close_output(written ? 0 : errno);
+}
+
+void show_usage_text(const char *text)
+{
+    write_lines(text, stderr);
+}
+
+int print_usage_text(const char *text)
+{
+    return close_output(write_lines(text, stdout));
 }
 
 void show_failure(const char *text)
 {
-    show_line("Error", text, "\a\n");
+    report_message(Error, "%s", safe_line(text).c_str());
 }
 
 void show_remark(const char *text)
 {
-    show_line("Note", text, "\n");
+    report_message(Note, "%s", safe_line(text).c_str());
 }
 
 } // namespace quintral
