@@ -11,6 +11,7 @@
 
 #include "support/error.h"
 #include "tests/child-process.h"
+#include "tests/message-handler-guard.h"
 #include "tests/temp-folder.h"
 
 #include <algorithm>
@@ -340,23 +341,13 @@ void record_report(MessageLevel level, const char *text)
     errno = ERANGE;
 }
 
-class RecordedReports {
-public:
-    RecordedReports() : previous_(set_message_handler(record_report))
+struct RecordedReports {
+    RecordedReports()
     {
         reports.clear();
     }
 
-    ~RecordedReports()
-    {
-        set_message_handler(previous_);
-    }
-
-    RecordedReports(const RecordedReports &) = delete;
-    RecordedReports &operator=(const RecordedReports &) = delete;
-
-private:
-    MessageHandler previous_;
+    tests::MessageHandlerGuard guard{record_report};
 };
 
 // Runs a helper with one of its calls failing.

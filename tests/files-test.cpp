@@ -6,6 +6,7 @@
 
 #include "support/error.h"
 #include "tests/child-process.h"
+#include "tests/message-handler-guard.h"
 #include "tests/temp-folder.h"
 
 #include <algorithm>
@@ -82,23 +83,13 @@ void record_report(MessageLevel level, const char *text)
 }
 
 // While one lives, reports are recorded and not shown.
-class RecordedReports {
-public:
-    RecordedReports() : previous_(set_message_handler(record_report))
+struct RecordedReports {
+    RecordedReports()
     {
         reports.clear();
     }
 
-    ~RecordedReports()
-    {
-        set_message_handler(previous_);
-    }
-
-    RecordedReports(const RecordedReports &) = delete;
-    RecordedReports &operator=(const RecordedReports &) = delete;
-
-private:
-    MessageHandler previous_;
+    tests::MessageHandlerGuard guard{record_report};
 };
 
 // Surroundings
