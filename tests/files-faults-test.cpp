@@ -50,6 +50,7 @@ std::vector<Call> calls;
 std::size_t failing_call = 0; // counted from 1; 0 for none
 int failing_error = 0;
 bool type_bits_hidden = false;
+std::string forged_name; // what a broken file system calls the entry "forged"; empty for none
 std::function<void(const Call &call)> before_call;
 
 bool counting_allocations = false;
@@ -62,6 +63,7 @@ void stop_watching()
     failing_call = 0;
     type_bits_hidden = false;
     before_call = nullptr;
+    forged_name.clear();
 }
 
 void watch_calls(std::size_t call_to_fail, int error)
@@ -93,6 +95,14 @@ template <typename Function> Function system_call(const char *name)
     return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
+template <typename Record> Record *forge_name(Record *entry)
+{
+    if (entry != nullptr && watching && !forged_name.empty() &&
+        std::strcmp(entry->d_name, "forged") == 0)
+        std::snprintf(entry->d_name, sizeof entry->d_name, "%s", forged_name.c_str());
+    return entry;
+}
+
 template <typename Status> int hide_type(int result, Status *status)
 {
     if (result == 0 && watching && type_bits_hidden)
@@ -113,6 +123,7 @@ int released(int result, bool fails)
 
 using quintral::call_fails;
 using quintral::failing_error;
+using quintral::forge_name;
 using quintral::hide_type;
 using quintral::released;
 using quintral::system_call;
@@ -178,7 +189,7 @@ using quintral::system_call;
         if (call_fails(#function, nullptr))                                                        \
             return nullptr;                                                                        \
         static const auto real = system_call<struct record *(*)(DIR *)>(#function);                \
-        return real(stream);                                                                       \
+        return forge_name(real(stream));                                                           \
     }
 
 #define DEFINE_FOPEN(function)                                                                     \
@@ -791,6 +802,18 @@ TEST(RemoveTreeFaults, OfAFileThatHasBecomeADirectoryLeaveTheDirectory)
     }
 }
 
+TEST(RemoveTreeFaults, OfANameWithASlashLeadNowhere)
+{
+    const TempFolder folder;
+    make_directory(folder.path("tree"));
+    make_file(folder.path("tree/forged"));
+    make_file(folder.path("tree/other"));
+    make_file(folder.path("outside"));
+    forged_name = "../outside";
+    EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); }), 0);
+    EXPECT_EQ(entries_below(folder.path()), (Names{"outside", "tree", "tree/forged"}));
+}
+
 #ifndef QUINTRAL_REMOVES_BY_PATH
 
 // Exchanged directories. Outside the tree stands a copy of its inside, names and all: a removal
@@ -1032,6 +1055,18 @@ TEST(ForEachFileFaults, LeaveOutWhatTheyConcernAndNothingElse)
             }
         }
     }
+}
+
+TEST(ForEachFileFaults, OfANameWithASlashLeadNowhere)
+{
+    const TempFolder folder;
+    make_files(folder);
+    make_file(folder.path("outside"));
+    make_file(folder.path("dir/forged"));
+    forged_name = "../outside";
+    Names visited;
+    with_failing_call(0, 0, [&] { return visit_files(folder, &visited); });
+    EXPECT_EQ(visited.size(), 5U);
 }
 
 TEST(ForEachFileFaults, ReportTheReasonOfTheOpenItself)

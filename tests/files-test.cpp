@@ -1355,6 +1355,10 @@ class SleepingChild {
 public:
     SleepingChild() : child_(tests::child_start({"sleep", "25", std::string(9000, '0')}))
     {
+        // A program that has just been started has no command line for a moment.
+        const std::string path = "/proc/" + std::to_string(child_.process_id) + "/cmdline";
+        for (int i = 0; i < 1000 && std::ifstream(path).peek() == EOF; ++i)
+            usleep(10000);
     }
 
     ~SleepingChild()

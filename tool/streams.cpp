@@ -43,9 +43,11 @@ int write_lines(const char *text, std::FILE *stream)
 {
     set_output_stream(stream);
     while (*text != '\0') {
-        const int length = static_cast<int>(std::strcspn(text, "\n")) + 1;
+        std::size_t length = std::strcspn(text, "\n");
+        if (text[length] == '\n')
+            ++length;
         wait_until_writable(fileno(stream));
-        if (output_printf("%.*s", length, text) != 0 || std::ferror(stream) != 0)
+        if (output_printf("%.*s", static_cast<int>(length), text) != 0 || std::ferror(stream) != 0)
             return errno;
         text += length;
     }
