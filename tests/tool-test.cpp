@@ -35,6 +35,7 @@
 #include <unistd.h>
 
 #include "tests/child-process.h"
+#include "tests/forbidden-memory.h"
 #include "tests/loopback-peer.h"
 #include "tests/test-main.h"
 
@@ -45,33 +46,6 @@
 #define MEMORY_IS_SANITIZED 1
 #endif
 #endif
-
-namespace {
-
-bool memory_is_forbidden = false;
-
-} // namespace
-
-// In front of the language's own in this program.
-void *operator new(std::size_t size)
-{
-    if (memory_is_forbidden)
-        _exit(99);
-    void *block = std::malloc(size != 0 ? size : 1);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    return block;
-}
-
-void operator delete(void *block) noexcept
-{
-    std::free(block);
-}
-
-void operator delete(void *block, std::size_t) noexcept
-{
-    std::free(block);
-}
 
 namespace quintral {
 namespace {
@@ -1696,7 +1670,7 @@ TEST(ToolEnding, AnExceptionIsToldOfWithoutAllocating)
         const auto body = [&row] {
             install_terminate_handler();
             prepare_endings(true, 60);
-            memory_is_forbidden = true;
+            tests::memory_is_forbidden = true;
             row.fault();
             return 0;
         };
