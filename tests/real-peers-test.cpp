@@ -5,6 +5,7 @@
 #include "web/version-update.h"
 
 #include "tests/child-process.h"
+#include "tests/line-endings.h"
 #include "tests/loopback-peer.h"
 #include "web/transaction.h"
 
@@ -464,17 +465,6 @@ ChildResult run_utility(const std::string &service, const std::vector<std::strin
     return tests::run_child(command, options);
 }
 
-// The utility drops the carriage return before each line feed.
-std::string without_carriage_returns(const std::string &text)
-{
-    std::string rest;
-    for (const char c : text) {
-        if (c != '\r')
-            rest += c;
-    }
-    return rest;
-}
-
 void expect_result(const ChildResult &result, int status, const std::string &output,
                    const std::string &error)
 {
@@ -491,7 +481,7 @@ const std::string newer_lines = "Version: 5.200\n"
 TEST_F(RealPeers, UtilityPrintsTheAnswerOfNginxAndPhp)
 {
     const std::string message =
-        without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.000"));
+        tests::without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.000"));
     const std::vector<std::string> arguments = {"-proxy", ":1", "-product-version", "5"};
     expect_result(run_utility(service, arguments), 0, newer_lines + message, "");
 }
@@ -501,8 +491,8 @@ TEST_F(RealPeers, UtilityPrintsTheAnswerThroughTinyproxy)
     start_tinyproxy();
     ASSERT_NE(proxy_port, 0);
     const std::string proxy = "127.0.0.1:" + std::to_string(proxy_port);
-    const std::string message =
-        without_carriage_returns(received_through_proxy() + fields("Quintral Shapes", "5.000"));
+    const std::string message = tests::without_carriage_returns(received_through_proxy() +
+                                                                fields("Quintral Shapes", "5.000"));
     const std::vector<std::string> arguments = {"-proxy", proxy, "-product-version", "5"};
     expect_result(run_utility(service, arguments), 0, newer_lines + message, "");
 
@@ -515,7 +505,7 @@ TEST_F(RealPeers, UtilityPrintsTheAnswerThroughTinyproxy)
 TEST_F(RealPeers, UtilityTellsByItsStatusWhetherAnAnsweredVersionIsNewer)
 {
     const std::string message =
-        without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.200"));
+        tests::without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.200"));
     expect_result(run_utility(service, {"-proxy", ":1", "-exit-code", "-product-version", "5.2"}),
                   0, "Version: 5.200\nYou have the newest version.\n" + message, "");
     EXPECT_EQ(run_utility(service, {"-proxy", ":1", "-exit-code", "-product-version", "5.199"})

@@ -23,6 +23,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/child-process.h"
+#include "tests/line-endings.h"
 
 namespace quintral::tests {
 namespace {
@@ -281,16 +282,6 @@ std::string replaced(std::string text, const std::string &what, const std::strin
     return text.replace(at, what.size(), with);
 }
 
-std::string without_carriage_returns(const std::string &text)
-{
-    std::string rest;
-    for (const char c : text) {
-        if (c != '\r')
-            rest += c;
-    }
-    return rest;
-}
-
 // A good form with unknown fields behind it, so that it is `length` bytes long.
 std::string form_of_length(std::size_t length)
 {
@@ -328,7 +319,7 @@ TEST(SampleUpdateService, TakesEveryWellFormedSpellingOfARequest)
         {"scheme in capitals", post(good_form, "POST HTTP://HOST:1" + path + " HTTP/1.0"),
          shapes_answer},
         {"HTTP/1.1", post(good_form, "POST " + path + " HTTP/1.1"), shapes_answer},
-        {"line feeds alone", without_carriage_returns(post(good_form)), shapes_answer},
+        {"line feeds alone", tests::without_carriage_returns(post(good_form)), shapes_answer},
         {"header name in lower case", replaced(post(good_form), "Content-L", "content-l"),
          shapes_answer},
         {"no blank behind the colon", replaced(post(good_form), "Length: ", "Length:"),
@@ -504,7 +495,7 @@ TEST(SampleUpdateService, TakesARequestThatArrivesByteByByte)
     Service started = start_service();
     const int on = 1;
     for (const std::string &request :
-         {post(good_form), without_carriage_returns(post(good_form))}) {
+         {post(good_form), tests::without_carriage_returns(post(good_form))}) {
         const int client = connect_to(started.port);
         setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         for (const char byte : request) {
