@@ -60,13 +60,13 @@ constexpr char ascii_to_lower(char c)
     return ascii_is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-// Reads a decimal number as scanf's "%d" and atoi do: white space, an optional sign, digits.
+// Reads a decimal number as scanf's "%d" does: white space, an optional sign, digits.
 //
 // Returns the position behind the last digit with the number in *value; where there is no digit,
-// returns null with *value 0. A number outside the 32-bit range is its nearest end, on every system
-// alike (the C library leaves that case undefined).
+// returns null with *value 0. Of a number outside the 32-bit range *value holds another one outside
+// it with the same sign, so that the reader can refuse it.
 // Requires: text is terminated, value is not null.
-constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
+constexpr const char *ascii_scan_wide_int(const char *text, std::int64_t *value)
 {
     *value = 0;
     while (ascii_is_space(*text))
@@ -76,19 +76,35 @@ constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
         ++text;
     if (!ascii_is_digit(*text))
         return nullptr;
-    constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
-    std::int64_t number = 0;
+    constexpr std::int64_t far_enough = std::int64_t{1} << 32;
     for (; ascii_is_digit(*text); ++text) {
-        if (number <= highest)
-            number = number * 10 + (*text - '0');
+        if (*value < far_enough)
+            *value = *value * 10 + (*text - '0');
     }
-    number = negative ? -number : number;
-    if (number > highest)
-        number = highest;
-    if (number < -highest - 1)
-        number = -highest - 1;
-    *value = static_cast<std::int32_t>(number);
+    if (negative)
+        *value = -*value;
     return text;
+}
+
+// The 32-bit number nearest to a wider one.
+constexpr std::int32_t nearest_int32(std::int64_t number)
+{
+    constexpr std::int64_t lowest = std::numeric_limits<std::int32_t>::min();
+    constexpr std::int64_t highest = std::numeric_limits<std::int32_t>::max();
+    return static_cast<std::int32_t>(number < lowest    ? lowest
+                                     : number > highest ? highest
+                                                        : number);
+}
+
+// Reads a decimal number as ascii_scan_wide_int does, and as atoi would. A number outside the 32-bit
+// range is its nearest end, on every system alike (the C library leaves that case undefined).
+// Returns and requires: as ascii_scan_wide_int.
+constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
+{
+    std::int64_t number = 0;
+    const char *end = ascii_scan_wide_int(text, &number);
+    *value = nearest_int32(number);
+    return end;
 }
 
 // The number that a text begins with, as atoi reads it; 0 where it begins with none.

@@ -1,0 +1,401 @@
+#include "support/c-utils/transforms.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "support/ascii.h"
+
+namespace quintral {
+
+namespace {
+
+static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<double>::is_iec559,
+              "parse_float and map_clamped rely on infinities and on rounding to nearest");
+
+// The copies of the suite
+
+char *copy_mapped(const char *source, char *destination, char (*map)(char))
+{
+    char *out = destination;
+    for (; *source != '\0'; ++source)
+        *out++ = map(*source);
+    *out = '\0';
+    return destination;
+}
+
+char *copy_kept(const char *source, char *destination, bool (*keep)(char))
+{
+    char *out = destination;
+    for (; *source != '\0'; ++source) {
+        if (keep(*source))
+            *out++ = *source;
+    }
+    *out = '\0';
+    return destination;
+}
+
+bool is_copied_in_addresses(char c)
+{
+    return ascii_is_letter_or_digit(c) || std::strchr("$-_.+!*(),", c) != nullptr;
+}
+
+// The digits for a high half byte. From 8 on they are no digits: the first versions of the suite
+// looked them up with a signed byte, which ended up in front of their table, and the service has
+// decoded what they sent ever since. The last one is the terminator.
+const char high_digits[] = "01234567.+!*(),";
+const char low_digits[] = "0123456789ABCDEF";
+
+} // namespace
+
+char *copy_length_prefixed(char *destination, const char *source)
+{
+    const std::size_t length = static_cast<unsigned char>(source[0]);
+    std::memmove(destination, source, length + 1);
+    return destination;
+}
+
+char *url_escape(const char *source, char *destination)
+{
+    char *out = destination;
+    for (; *source != '\0'; ++source) {
+        if (is_copied_in_addresses(*source)) {
+            *out++ = *source;
+            continue;
+        }
+        const unsigned byte = static_cast<unsigned char>(*source);
+        *out++ = '%';
+        *out++ = high_digits[byte >> 4];
+        *out++ = low_digits[byte & 15];
+    }
+    *out = '\0';
+    return destination;
+}
+
+int copy_lower_case(const char *source, char *destination)
+{
+    copy_mapped(source, destination, ascii_to_lower);
+    return 0;
+}
+
+char *copy_upper_case(const char *source, char *destination)
+{
+    return copy_mapped(source, destination, ascii_to_upper);
+}
+
+char *copy_without_spaces_and_underscores(const char *source, char *destination)
+{
+    return copy_kept(source, destination, [](char c) { return c != ' ' && c != '_'; });
+}
+
+char *copy_without_full_stops(const char *source, char *destination)
+{
+    return copy_kept(source, destination, [](char c) { return c != '.'; });
+}
+
+char *copy_without_spaces(const char *source, char *destination)
+{
+    return copy_kept(source, destination, [](char c) { return c != ' '; });
+}
+
+char *line_breaks_to_spaces(const char *source, char *destination)
+{
+    return copy_mapped(source, destination,
+                       [](char c) { return c == '\n' || c == '\r' ? ' ' : c; });
+}
+
+char *collapse_spaces(const char *source, char *destination)
+{
+    char *out = destination;
+    char previous = ' '; // so that leading ones are dropped
+    for (; *source != '\0'; ++source) {
+        const char c = *source;
+        if (c != ' ' || previous != ' ')
+            *out++ = c;
+        previous = c;
+    }
+    *out = '\0';
+    return destination;
+}
+
+char *underscores_to_spaces(const char *source, char *destination)
+{
+    return copy_mapped(source, destination, [](char c) { return c == '_' ? ' ' : c; });
+}
+
+char *spaces_to_underscores(const char *source, char *destination)
+{
+    return copy_mapped(source, destination, [](char c) { return c == ' ' ? '_' : c; });
+}
+
+char *double_percents(const char *source, char *destination)
+{
+    char *out = destination;
+    for (; *source != '\0'; ++source) {
+        if (*source == '%')
+            *out++ = '%';
+        *out++ = *source;
+    }
+    *out = '\0';
+    return destination;
+}
+
+char *snake_to_camel(const char *source, char *destination)
+{
+    char *out = destination;
+    char previous = '_'; // so that the first byte is raised
+    for (; *source != '\0'; ++source) {
+        const char c = *source;
+        if (c != '_')
+            *out++ = previous == '_' ? ascii_to_upper(c) : c;
+        previous = c;
+    }
+    *out = '\0';
+    return destination;
+}
+
+char *copy_identifier_chars(const char *source, char *destination)
+{
+    return copy_kept(source, destination,
+                     [](char c) { return ascii_is_letter_or_digit(c) || c == '_'; });
+}
+
+char *cut_at_word_break(const char *source, char *destination)
+{
+    char *out = destination;
+    for (; *source != '\0'; ++source) {
+        const char c = *source;
+        if (out != destination && (c == '_' || c == ' ' || ascii_is_upper(c)))
+            break;
+        *out++ = c;
+    }
+    *out = '\0';
+    return destination;
+}
+
+void normalise_spaces(char *text)
+{
+    char *out = text;
+    char previous = ' ', before_previous = ' '; // of what was written; so leading ones are dropped
+    for (const char *in = text; *in != '\0'; ++in) {
+        const char c = ascii_is_space(*in) ? ' ' : *in;
+        if (c == ' ' && previous == ' ' && before_previous != '.')
+            continue;
+        *out++ = c;
+        before_previous = previous;
+        previous = c;
+    }
+    *out = '\0';
+}
+
+std::int32_t insert_string_into_string(const char *insert, char *into, std::int32_t location)
+{
+    const std::size_t into_length = std::strlen(into);
+    if (location < 0 || static_cast<std::size_t>(location) > into_length)
+        return std::printf("insert_string_into_string: bad location %d, into_string length %d \n",
+                           location, static_cast<int>(into_length));
+    const std::size_t insert_length = std::strlen(insert);
+    char *place = into + location;
+    std::memmove(place + insert_length, place, std::strlen(place) + 1);
+    std::memcpy(place, insert, insert_length);
+    return std::printf("insert_string_into_string: %s \n", into);
+}
+
+void replace_all(const char *find, const char *replacement, const char *source, char *destination)
+{
+    const std::size_t find_length = std::strlen(find);
+    const std::size_t replacement_length = std::strlen(replacement);
+    // An empty search string would be found without end.
+    const char *hit = find_length > 0 ? std::strstr(source, find) : nullptr;
+    while (hit != nullptr) {
+        const std::size_t before = static_cast<std::size_t>(hit - source);
+        std::memmove(destination, source, before);
+        std::memmove(destination + before, replacement, replacement_length);
+        destination += before + replacement_length;
+        source = hit + find_length;
+        hit = std::strstr(source, find);
+    }
+    std::memmove(destination, source, std::strlen(source) + 1);
+}
+
+std::int32_t nth_word(const char *text, std::int32_t n, char *destination)
+{
+    constexpr std::size_t text_limit = 2048;
+    static const char separators[] = " \t\n\\";
+    if (std::strlen(text) >= text_limit)
+        std::abort();
+    const char *word = text + std::strspn(text, separators);
+    for (; n > 0 && *word != '\0'; --n) {
+        word += std::strcspn(word, separators);
+        word += std::strspn(word, separators);
+    }
+    const bool found = *word != '\0';
+    const std::int32_t offset = found ? static_cast<std::int32_t>(word - text) : -1;
+    const std::size_t length = std::strcspn(word, separators);
+    std::memmove(destination, word, length);
+    destination[length] = '\0';
+    return offset;
+}
+
+std::size_t word_length(const char *text)
+{
+    std::size_t length = 0;
+    while (text[length] != '\0' && !ascii_is_space(text[length]))
+        ++length;
+    return length;
+}
+
+namespace {
+
+bool begins_ignoring_case(const char *text, const char *pattern)
+{
+    for (; *pattern != '\0'; ++text, ++pattern) {
+        if (ascii_to_lower(*text) != ascii_to_lower(*pattern))
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+const char *find_ignoring_case(const char *text, const char *pattern)
+{
+    if (*pattern == '\0')
+        return nullptr;
+    for (; *text != '\0'; ++text) {
+        if (begins_ignoring_case(text, pattern))
+            return text;
+    }
+    return nullptr;
+}
+
+std::int32_t compare_words(const char *first, const char *second)
+{
+    const std::size_t first_length = word_length(first);
+    const std::size_t second_length = word_length(second);
+    for (std::size_t i = 0; i < first_length; ++i) {
+        if (i == second_length)
+            return -1;
+        if (first[i] != second[i])
+            return static_cast<signed char>(second[i]) - static_cast<signed char>(first[i]);
+    }
+    return second_length > first_length ? 1 : 0;
+}
+
+int looks_like_email(const char *text)
+{
+    while (ascii_is_space(*text))
+        ++text;
+    if (*text == '\0')
+        return 1;
+    constexpr std::size_t shortest = 6; // a@b.cd
+    if (std::strlen(text) < shortest || std::strchr(text, '@') == nullptr)
+        return 0;
+    return std::strchr(text, '.') != nullptr ? 1 : 0;
+}
+
+namespace {
+
+// 10 to the power of n, correctly rounded. The C library's pow is not, and differs in the last bit
+// between its 32-bit and its 64-bit build; reading a decimal is exact, and without a decimal point
+// the locale has no say in it.
+double power_of_ten(std::int32_t n)
+{
+    constexpr std::int32_t beyond = 400; // above every double, and below the smallest
+    char text[8];
+    std::snprintf(text, sizeof text, "1e%d", static_cast<int>(std::clamp(n, -beyond, beyond)));
+    return std::strtod(text, nullptr);
+}
+
+float scaled_by_exponent(float value, const char *exponent)
+{
+    return static_cast<float>(static_cast<double>(value) * power_of_ten(ascii_to_int(exponent)));
+}
+
+// The number behind the sign. False where it has no digit.
+bool read_unsigned_float(const char *text, float *result)
+{
+    float value = 0;
+    float scale = 1;
+    bool in_fraction = false;
+    bool has_digit = false;
+    for (;; ++text) {
+        if (ascii_is_digit(*text)) {
+            const float digit = static_cast<float>(*text - '0');
+            has_digit = true;
+            if (in_fraction) {
+                scale = scale * 0.1F;
+                value = value + digit * scale;
+            } else {
+                value = value * 10 + digit;
+            }
+        } else if (*text == '.' && !in_fraction) {
+            in_fraction = true;
+        } else {
+            break;
+        }
+    }
+    if (*text == 'e' || *text == 'E')
+        value = scaled_by_exponent(value, text + 1);
+    *result = value;
+    return has_digit;
+}
+
+} // namespace
+
+int parse_float(const char *text, float *result)
+{
+    while (ascii_is_space(*text))
+        ++text;
+    const bool negative = *text == '-';
+    if (*text == '-' || *text == '+')
+        ++text;
+    float value = 0;
+    if (!read_unsigned_float(text, &value))
+        return 0;
+    *result = negative ? -value : value;
+    return 1;
+}
+
+namespace {
+
+// In double precision, where nothing is rounded: a product just below a half stays below it.
+std::uint32_t channel_bits(float channel)
+{
+    if (channel > 1)
+        return 255;
+    if (!(channel >= 0)) // NaN too
+        return 0;
+    return static_cast<std::uint32_t>(static_cast<double>(channel) * 255 + 0.5);
+}
+
+float channel_value(std::uint32_t bits)
+{
+    return static_cast<float>(bits & 0xFF) * 0.003921569F;
+}
+
+} // namespace
+
+std::uint32_t pack_rgb(float red, float green, float blue)
+{
+    return channel_bits(red) << 16 | channel_bits(green) << 8 | channel_bits(blue);
+}
+
+void unpack_rgb(std::uint32_t value, float *red, float *green, float *blue)
+{
+    *red = channel_value(value >> 16);
+    *green = channel_value(value >> 8);
+    *blue = channel_value(value);
+}
+
+float map_clamped(float x, float from_low, float from_high, float to_low, float to_high)
+{
+    if (from_high == from_low)
+        return std::min(to_low, to_high);
+    const float y = (x - from_low) / (from_high - from_low) * (to_high - to_low) + to_low;
+    return y < to_low ? to_low : std::min(y, to_high);
+}
+
+} // namespace quintral
