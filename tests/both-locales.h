@@ -1,5 +1,5 @@
 // Tests that must hold whatever locale a host program has set: a fixture whose cases run under "C"
-// and under the test locale (Latin-1 letters, decimal comma).
+// and under the test locales (letters above 0x7F in Latin-1 and in UTF-8, decimal comma).
 //
 //     class FormBody : public tests::InBothLocales {};
 //     INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::both_locales(), tests::locale_label);
@@ -31,12 +31,13 @@ protected:
 
 inline auto both_locales()
 {
-    return testing::Values("C", comma_locale);
+    return testing::Values("C", comma_locale, utf8_locale);
 }
 
 inline std::string locale_label(const testing::TestParamInfo<const char *> &row)
 {
-    return row.index == 0 ? "C" : "Latin1Comma";
+    static const char *const labels[] = {"C", "Latin1Comma", "Utf8Comma"};
+    return labels[row.index];
 }
 
 } // namespace quintral::tests

@@ -9,6 +9,7 @@
 namespace quintral::tests {
 
 const char *const comma_locale = "de_DE.ISO-8859-1";
+const char *const utf8_locale = "de_DE.UTF-8";
 
 void clean_environment()
 {

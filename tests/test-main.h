@@ -9,6 +9,9 @@ namespace quintral::tests {
 // test that sets it asserts that setlocale did not return null, and sets "C" again at its end.
 extern const char *const comma_locale;
 
+// The same for its twin in UTF-8.
+extern const char *const utf8_locale;
+
 // Takes the proxy, locale and POSIXLY_CORRECT settings out of this process's environment, which
 // children inherit. Called by main before any test.
 void clean_environment();

@@ -1,0 +1,325 @@
+// Clocks and waits: exact values at a frozen time, the exact request of a sleep, real sleeps and
+// signals.
+#include "support/clocks.h"
+
+#include "support/time-source.h"
+
+#include <cerrno>
+#include <cfloat>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+namespace quintral {
+namespace {
+
+timeval frozen_time;
+std::vector<std::time_t> coming_times; // what time() tells, the last one again and again
+std::size_t next_time;
+std::vector<timespec> sleep_requests;
+int sleep_result;
+
+// Puts a frozen time, coming times and a recorded sleep in the system's place.
+class Clocks : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        frozen_time = {};
+        coming_times = {0};
+        next_time = 0;
+        sleep_requests.clear();
+        sleep_result = 0;
+        clock_last_stamp = -1;
+        time_source.time_of_day = [] { return frozen_time; };
+        time_source.time = [] {
+            const std::time_t now = coming_times[next_time];
+            if (next_time + 1 < coming_times.size())
+                ++next_time;
+            return now;
+        };
+        time_source.sleep = [](const timespec *request) {
+            sleep_requests.push_back(*request);
+            errno = EINTR;
+            return sleep_result;
+        };
+    }
+
+    void TearDown() override
+    {
+        time_source = saved_;
+    }
+
+private:
+    TimeSource saved_ = time_source;
+};
+
+timeval time_at(std::int64_t seconds, int microseconds)
+{
+    timeval time = {};
+    time.tv_sec = static_cast<std::time_t>(seconds);
+    time.tv_usec = microseconds;
+    return time;
+}
+
+TEST_F(Clocks, SecondsCountFrom1997WithMicroseconds)
+{
+    const struct {
+        timeval now;
+        double seconds;
+    } rows[] = {
+        {time_at(852076800, 0), 0}, // 1997-01-01 00:00:00 UTC
+        {time_at(852076801, 500000), 1.5},
+        {time_at(852076799, 0), -1},
+        {time_at(852076799, 750000), -0.25},
+        {time_at(0, 0), -852076800},
+        {time_at(1795276800, 250000), 943200000.25},
+        {time_at(852076800, 1), 1 * 0.000001},
+        {time_at(852076800, 999999), 999999 * 0.000001},
+    };
+    for (const auto &row : rows) {
+        frozen_time = row.now;
+        EXPECT_EQ(clock_seconds(), row.seconds) << row.now.tv_sec << " s " << row.now.tv_usec;
+        EXPECT_EQ(clock_last_stamp, -1) << "only clock_stamp writes it";
+    }
+}
+
+TEST_F(Clocks, StampGivesWholeSecondsAndKeepsTheRest)
+{
+    const struct {
+        timeval now;
+        std::int32_t stamp;
+        double kept;
+    } rows[] = {
+        {time_at(852076800, 0), 0, 0},
+        {time_at(852076801, 500000), 1, 1.5},
+        {time_at(852076801, 999999), 1, 1 + 999999 * 0.000001},
+        {time_at(852076799, 750000), -1, -0.25},
+        {time_at(1795276800, 250000), 943200000, 943200000.25},
+        {time_at(0, 0), -852076800, -852076800},
+    };
+    for (const auto &row : rows) {
+        frozen_time = row.now;
+        EXPECT_EQ(clock_stamp(), row.stamp) << row.now.tv_sec << " s " << row.now.tv_usec;
+        EXPECT_EQ(clock_last_stamp, row.kept) << row.now.tv_sec << " s " << row.now.tv_usec;
+    }
+}
+
+TEST_F(Clocks, StampWrapsAndWhatItKeepsDoesNot)
+{
+    if (sizeof(std::time_t) < 8)
+        GTEST_SKIP() << "a 32-bit time ends before";
+    frozen_time = time_at(std::int64_t{852076800} + 2147483647, 0); // in 2065
+    EXPECT_EQ(clock_stamp(), 2147483647);
+    frozen_time = time_at(std::int64_t{852076800} + 2147483648, 500000);
+    EXPECT_EQ(clock_stamp(), std::numeric_limits<std::int32_t>::min());
+    EXPECT_EQ(clock_last_stamp, 2147483648.5);
+}
+
+TEST_F(Clocks, MillisecondsCountFrom2003AndWrap)
+{
+    const struct {
+        timeval now;
+        std::uint32_t milliseconds;
+    } rows[] = {
+        {time_at(1050000000, 0), 0}, // 2003-04-10 18:40:00 UTC
+        {time_at(1050000000, 999), 0},
+        {time_at(1050000000, 1000), 1},
+        {time_at(1050000000, 999999), 999},
+        {time_at(1050000001, 500000), 1500},
+        {time_at(1050000000 + 4294967, 295000), 4294967295U},
+        {time_at(1050000000 + 4294967, 295999), 4294967295U},
+        {time_at(1050000000 + 4294967, 296000), 0},
+        {time_at(1049999999, 999000), 4294967295U},
+        {time_at(1795276800, 250000), 2247458042U}, // 745276800250 modulo 2^32
+        {time_at(0, 0), 2266987520U},               // -1050000000000 modulo 2^32
+    };
+    for (const auto &row : rows) {
+        frozen_time = row.now;
+        EXPECT_EQ(clock_milliseconds(), row.milliseconds)
+            << row.now.tv_sec << " s " << row.now.tv_usec;
+    }
+}
+
+TEST_F(Clocks, MillisecondsCompareByUnsignedSubtractionAcrossTheWrap)
+{
+    frozen_time = time_at(1050000000 + 4294967, 0);
+    const std::uint32_t start = clock_milliseconds();
+    frozen_time = time_at(1050000000 + 4294968, 0);
+    EXPECT_EQ(clock_milliseconds() - start, 1000U);
+}
+
+struct SleepRow {
+    float seconds;
+    std::int64_t whole;
+    long nanoseconds;
+};
+
+TEST_F(Clocks, SleepIsRoundedToTheNearestMillisecond)
+{
+    const SleepRow rows[] = {
+        {0.0F, 0, 0},
+        {0.0004F, 0, 0},
+        {0.0005F, 0, 1000000},
+        {0.0006F, 0, 1000000},
+        {0.001F, 0, 1000000},
+        {0.0014F, 0, 1000000},
+        {0.0016F, 0, 2000000},
+        {0.9994F, 0, 999000000},
+        {0.9996F, 1, 0},
+        {1.0F, 1, 0},
+        {1.5F, 1, 500000000},
+        {2.25F, 2, 250000000},
+        {3600.0F, 3600, 0},
+        // the single-precision product holds no thousandths here
+        {20000.001F, 20000, 2000000},
+        {100000.5F, 100000, 496000000},
+        // 2^24 + 1 milliseconds are no float
+        {16777.217F, 16777, 216000000},
+        // below half a millisecond from 0 nothing is left of the sign
+        {-0.0F, 0, 0},
+        {-0.0001F, 0, 0},
+        {-0.0005F, 0, 0},
+        {-0.001F, 0, 0},
+        {2147483.0F, 2147483, 8000000},
+        {1000000000.0F, 999999995, 904000000},
+    };
+    for (const SleepRow &row : rows) {
+        sleep_requests.clear();
+        EXPECT_EQ(sleep_seconds(row.seconds), 0) << row.seconds;
+        ASSERT_EQ(sleep_requests.size(), 1U) << row.seconds;
+        EXPECT_EQ(sleep_requests[0].tv_sec, row.whole) << row.seconds;
+        EXPECT_EQ(sleep_requests[0].tv_nsec, row.nanoseconds) << row.seconds;
+    }
+}
+
+TEST_F(Clocks, SleepRefusesWhatIsNoTime)
+{
+    const float infinity = std::numeric_limits<float>::infinity();
+    const float not_a_number = std::numeric_limits<float>::quiet_NaN();
+    const float rows[] = {-0.0016F,  -1,       -1.5F,        -1e30F,        -FLT_MAX,
+                          -infinity, infinity, not_a_number, -not_a_number, FLT_MAX,
+                          1e36F,     1e30F,    1e16F};
+    for (const float seconds : rows) {
+        errno = 0;
+        EXPECT_EQ(sleep_seconds(seconds), -1) << seconds;
+        EXPECT_EQ(errno, EINVAL) << seconds;
+        EXPECT_TRUE(sleep_requests.empty()) << seconds;
+    }
+}
+
+TEST_F(Clocks, SleepRefusesSecondsThatTheSystemCannotExpress)
+{
+    const bool wide = sizeof(std::time_t) >= 8;
+    EXPECT_EQ(sleep_seconds(2147483520.0F), 0); // 2147483510784 ms as a float
+    EXPECT_EQ(sleep_seconds(2147483648.0F), wide ? 0 : -1);
+    EXPECT_EQ(sleep_seconds(9e15F), wide ? 0 : -1);
+    EXPECT_EQ(sleep_requests.size(), wide ? 3U : 1U);
+}
+
+TEST_F(Clocks, SleepGivesTheSystemsResult)
+{
+    sleep_result = -1;
+    EXPECT_EQ(sleep_seconds(1), -1);
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_EQ(sleep_requests.size(), 1U) << "a sleep cut short is not resumed";
+}
+
+TEST_F(Clocks, WaitAsksForTheTimeUntilItIsThere)
+{
+    const struct {
+        std::vector<std::time_t> times;
+        std::uint32_t seconds;
+        std::time_t result;
+        std::size_t asked; // times read before the last
+    } rows[] = {
+        {{100}, 0, 100, 0},
+        {{100, 100}, 0, 100, 1},
+        {{100, 101}, 0, 101, 1},
+        {{100, 100, 101, 102, 103}, 2, 102, 3},
+        {{100, 105, 106}, 2, 105, 1},         // a jump ends it
+        {{100, 90, 95, 102, 103}, 2, 102, 3}, // a clock set back makes it longer
+        {{-5, -4, -3, -2}, 2, -3, 2},
+    };
+    for (const auto &row : rows) {
+        coming_times = row.times;
+        next_time = 0;
+        EXPECT_EQ(wait_seconds(row.seconds), row.result);
+        EXPECT_EQ(coming_times[next_time == row.asked ? row.asked : next_time - 1], row.result);
+        EXPECT_TRUE(sleep_requests.empty());
+    }
+}
+
+TEST_F(Clocks, WaitComparesIn64Bits)
+{
+    if (sizeof(std::time_t) < 8)
+        GTEST_SKIP() << "a 32-bit time never gets there";
+    const std::int64_t start = 2000000000;
+    coming_times = {static_cast<std::time_t>(start), static_cast<std::time_t>(start + 1),
+                    static_cast<std::time_t>(start + 4294967294),
+                    static_cast<std::time_t>(start + 4294967295)};
+    EXPECT_EQ(wait_seconds(4294967295U), start + 4294967295);
+}
+
+double system_now()
+{
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_usec) * 0.000001;
+}
+
+TEST(ClocksOfTheSystem, FollowTheTimeOfDay)
+{
+    const double before = system_now();
+    const double seconds = clock_seconds();
+    const std::int32_t stamp = clock_stamp();
+    const double kept = clock_last_stamp;
+    const std::uint32_t milliseconds = clock_milliseconds();
+    const double after = system_now();
+    EXPECT_LE(before - 852076800, seconds + 1e-6);
+    EXPECT_LE(seconds, kept);
+    EXPECT_LE(kept, after - 852076800 + 1e-6);
+    EXPECT_EQ(stamp, static_cast<std::int32_t>(kept));
+    const auto first = static_cast<std::uint64_t>((before - 1050000000) * 1000);
+    const auto passed = milliseconds - static_cast<std::uint32_t>(first);
+    EXPECT_LE(passed, static_cast<std::uint32_t>((after - before) * 1000 + 2));
+}
+
+TEST(ClocksOfTheSystem, SleepForTheTimeGiven)
+{
+    const double before = system_now();
+    EXPECT_EQ(sleep_seconds(0.05F), 0);
+    EXPECT_GE(system_now() - before, 0.049);
+}
+
+TEST(ClocksOfTheSystem, SleepIsCutShortByASignal)
+{
+    struct sigaction action = {};
+    struct sigaction old = {};
+    action.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGALRM, &action, &old), 0);
+    itimerval timer = {};
+    timer.it_value.tv_usec = 50000;
+    ASSERT_EQ(setitimer(ITIMER_REAL, &timer, nullptr), 0);
+    const double before = system_now();
+    errno = 0;
+    EXPECT_EQ(sleep_seconds(20), -1);
+    EXPECT_EQ(errno, EINTR);
+    EXPECT_LT(system_now() - before, 10);
+    sigaction(SIGALRM, &old, nullptr);
+}
+
+TEST(ClocksOfTheSystem, WaitReturnsTheTime)
+{
+    const std::time_t before = std::time(nullptr);
+    const std::time_t now = wait_seconds(0);
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, std::time(nullptr));
+    EXPECT_GE(wait_seconds(1), before + 1);
+}
+
+} // namespace
+} // namespace quintral
