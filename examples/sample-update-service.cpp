@@ -669,7 +669,8 @@ void run(int listener, const std::vector<Product> &products)
             const short events = sending ? POLLOUT : POLLIN;
             waiting.push_back({connection.descriptor, events, 0});
         }
-        if (poll(waiting.data(), waiting.size(), poll_time(connections)) < 0)
+        const auto count = static_cast<nfds_t>(waiting.size());
+        if (poll(waiting.data(), count, poll_time(connections)) < 0)
             continue; // interrupted by a signal
         if (waiting[0].revents != 0)
             break;

@@ -1,0 +1,46 @@
+# Toolchain file that compiles the project's macOS sources with clang on a machine without macOS, for
+# scripts/check-macos.sh. Objects only: there is no linker and no framework here, so programs are not
+# linked and nothing is run.
+#
+# Set by the presets: CMAKE_OSX_ARCHITECTURES is not, since clang's target says it all.
+#   QUINTRAL_MACOS_TARGET     clang's target, architecture and first system, as
+#                             i386-apple-macosx10.6
+#   QUINTRAL_MACOS_HEADERS    folder of the C library's headers of all architectures
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QUINTRAL_MACOS_TARGET QUINTRAL_MACOS_HEADERS)
+
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_CXX_COMPILER clang++)
+set(CMAKE_CXX_COMPILER_TARGET ${QUINTRAL_MACOS_TARGET})
+string(REGEX REPLACE ".*macosx" "" first_system ${QUINTRAL_MACOS_TARGET})
+set(CMAKE_OSX_DEPLOYMENT_TARGET ${first_system} CACHE STRING "First system to run on" FORCE)
+set(CMAKE_OSX_SYSROOT "" CACHE STRING "There is none" FORCE)
+
+set(CMAKE_CXX_COMPILER_WORKS TRUE)
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
+set(CMAKE_INSTALL_NAME_TOOL true) # looked for, never run
+set(CMAKE_CXX_LINK_EXECUTABLE "<CMAKE_COMMAND> -E touch <TARGET>")
+
+# The C++ headers are those of clang's own libc++; its C headers stand between them and the system's.
+execute_process(COMMAND clang++ -print-resource-dir
+  OUTPUT_VARIABLE clang_folder OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+cmake_path(SET cxx_headers NORMALIZE ${clang_folder}/../../../include/c++/v1)
+
+if(QUINTRAL_MACOS_TARGET MATCHES "^arm64")
+  set(architecture_headers aarch64-macos.13-none)
+else()
+  set(architecture_headers x86_64-macos.13-none) # of 32-bit Intel too
+endif()
+set(include_folders
+  ${cxx_headers}
+  ${clang_folder}/include
+  ${QUINTRAL_MACOS_HEADERS}/${architecture_headers}
+  ${QUINTRAL_MACOS_HEADERS}/any-macos.13-any
+  ${QUINTRAL_MACOS_HEADERS}/any-macos-any
+  ${CMAKE_CURRENT_LIST_DIR}/../tests/macos-frameworks)
+set(CMAKE_CXX_FLAGS_INIT "-nostdinc -nostdinc++ -Werror=unguarded-availability")
+foreach(folder ${include_folders})
+  if(NOT IS_DIRECTORY ${folder})
+    message(FATAL_ERROR "No folder ${folder}; scripts/check-macos.sh installs what is needed")
+  endif()
+  string(APPEND CMAKE_CXX_FLAGS_INIT " -isystem ${folder}")
+endforeach()

