@@ -2,7 +2,7 @@
 // locale whose letters reach above 0x7F and whose decimal point is a comma.
 #include "support/ascii.h"
 
-#include "tests/both-locales.h"
+#include "tests/each-locale.h"
 
 #include <cctype>
 #include <clocale>
@@ -23,9 +23,9 @@ const char spaces[] = " \t\n\v\f\r";
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
 constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
 
-class Ascii : public tests::InBothLocales {};
+class Ascii : public tests::InEachLocale {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, Ascii, tests::both_locales(), tests::locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, Ascii, tests::each_locale(), tests::locale_label);
 
 struct ClassRow {
     const char *name;

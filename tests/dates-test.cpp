@@ -3,7 +3,7 @@
 #include "support/dates.h"
 
 #include "support/time-source.h"
-#include "tests/both-locales.h"
+#include "tests/each-locale.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -191,9 +191,9 @@ const TextRow text_rows[] = {
     {lowest, "-16-\?\?\?--5884322", "-16\?\?\?-5886322"},
 };
 
-class Dates : public tests::InBothLocales {};
+class Dates : public tests::InEachLocale {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, Dates, tests::both_locales(), tests::locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, Dates, tests::each_locale(), tests::locale_label);
 
 TEST_P(Dates, AreWrittenInBothForms)
 {

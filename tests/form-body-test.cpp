@@ -2,7 +2,7 @@
 // stands for what the caller's destination held before.
 #include "web/form-body.h"
 
-#include "tests/both-locales.h"
+#include "tests/each-locale.h"
 
 #include <cctype>
 #include <climits>
@@ -17,9 +17,9 @@
 namespace quintral {
 namespace {
 
-class FormBody : public tests::InBothLocales {};
+class FormBody : public tests::InEachLocale {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::both_locales(), tests::locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::each_locale(), tests::locale_label);
 
 std::string repeated(std::size_t count, const std::string &text)
 {

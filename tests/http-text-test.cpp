@@ -3,7 +3,7 @@
 // Everything is held under the "C" locale and under a Latin-1 one with a decimal comma.
 #include "web/http-text.h"
 
-#include "tests/both-locales.h"
+#include "tests/each-locale.h"
 
 #include <algorithm>
 #include <cctype>
@@ -18,9 +18,9 @@
 namespace quintral {
 namespace {
 
-class HttpText : public tests::InBothLocales {};
+class HttpText : public tests::InEachLocale {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, HttpText, tests::both_locales(), tests::locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, HttpText, tests::each_locale(), tests::locale_label);
 
 // "scheme|host|port"
 std::string parts_of(const std::string &url)

@@ -7,7 +7,7 @@
 #include "web/version-update.h"
 
 #include "support/c-utils.h"
-#include "tests/both-locales.h"
+#include "tests/each-locale.h"
 #include "tests/loopback-peer.h"
 #include "web/transaction.h"
 
@@ -267,9 +267,9 @@ TEST(WebReadUpdateBody, CutsEachValueToTheCapacity)
 
 // ---- web_format_version -------------------------------------------------------------------------
 
-class WebFormatVersion : public tests::InBothLocales {};
+class WebFormatVersion : public tests::InEachLocale {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, WebFormatVersion, tests::both_locales(), tests::locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, WebFormatVersion, tests::each_locale(), tests::locale_label);
 
 struct VersionRow {
     float version;
@@ -429,9 +429,9 @@ std::string request(const std::string &service, const std::string &host, const s
 const char sample_body[] = "product=Sample&productline=Samples&version=5%2e000&version%5fname=5%2e0"
                            "&os=Linux&os%5fversion=6%2e1&machine%5fid=&processor%5farch=x86%5f64";
 
-class WebVersionUpdate : public tests::InBothLocales {};
+class WebVersionUpdate : public tests::InEachLocale {};
 
-INSTANTIATE_TEST_SUITE_P(Locales, WebVersionUpdate, tests::both_locales(), tests::locale_label);
+INSTANTIATE_TEST_SUITE_P(Locales, WebVersionUpdate, tests::each_locale(), tests::locale_label);
 
 TEST_P(WebVersionUpdate, SendsEightFieldsInOrderAndReadsTheAnswer)
 {

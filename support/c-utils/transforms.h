@@ -144,7 +144,8 @@ int looks_like_email(const char *text);
 // the point makes value * 10 + digit; one behind it makes the scale 0.1 times smaller and adds
 // digit * scale; only the exponent multiplies in double precision by a power of ten. The result is
 // therefore not always the nearest float, but it has the same bits in every build. "-0" gives the
-// negative zero; what is too large gives infinity, and infinity times zero ("0e999") NaN.
+// negative zero; what is too large gives infinity, and an infinite power of ten times 0 ("0e999"),
+// or an infinite number times a vanished one, NaN.
 // Requires: result is not null.
 int parse_float(const char *text, float *result);
 

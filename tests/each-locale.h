@@ -1,11 +1,11 @@
 // Tests that must hold whatever locale a host program has set: a fixture whose cases run under "C"
 // and under the test locales (letters above 0x7F in Latin-1 and in UTF-8, decimal comma).
 //
-//     class FormBody : public tests::InBothLocales {};
-//     INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::both_locales(), tests::locale_label);
+//     class FormBody : public tests::InEachLocale {};
+//     INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::each_locale(), tests::locale_label);
 //     TEST_P(FormBody, ...)
-#ifndef QUINTRAL_TESTS_BOTH_LOCALES_H
-#define QUINTRAL_TESTS_BOTH_LOCALES_H
+#ifndef QUINTRAL_TESTS_EACH_LOCALE_H
+#define QUINTRAL_TESTS_EACH_LOCALE_H
 
 #include "tests/test-main.h"
 
@@ -16,7 +16,7 @@
 
 namespace quintral::tests {
 
-class InBothLocales : public testing::TestWithParam<const char *> {
+class InEachLocale : public testing::TestWithParam<const char *> {
 protected:
     void SetUp() override
     {
@@ -29,7 +29,7 @@ protected:
     }
 };
 
-inline auto both_locales()
+inline auto each_locale()
 {
     return testing::Values("C", comma_locale, utf8_locale);
 }
