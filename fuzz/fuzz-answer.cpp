@@ -1,0 +1,313 @@
+// What the utility shows of a service's answer: the JSON object reads back, with the very values
+// that went in where these are well-formed; the text is what safe_text promises, and no byte of
+// either does anything to a terminal.
+//
+// An input: a byte with what was given (bit 0 an answer, bit 1 an error, bits 2 and 3 the status),
+// then version, address, button, message, product version and error text.
+#include "fuzz/fuzz.h"
+#include "support/error.h"
+#include "tool/answer.h"
+#include "tool/safe-text.h"
+#include "tool/streams.h"
+#include "tool/version-number.h"
+
+#include <memory>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using namespace quintral;
+using namespace quintral::fuzz;
+using Json = nlohmann::json;
+
+std::string printed;  // by the print handler
+std::string reported; // by the message handler
+int reported_level = -1;
+
+void collect_text(const char *text, const char * /*tag*/)
+{
+    printed += text;
+}
+
+void collect_message(MessageLevel level, const char *text)
+{
+    reported_level = level;
+    reported += text;
+}
+
+// A row of Unicode 15, table 3-7: lead bytes, what the second byte may be, the length in bytes.
+struct WellFormed {
+    unsigned first_lead, last_lead, first_second, last_second;
+    std::size_t length;
+};
+
+constexpr WellFormed well_formed[] = {
+    {0x00, 0x7F, 0x00, 0xFF, 1}, {0xC2, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3},
+    {0xE1, 0xEC, 0x80, 0xBF, 3}, {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3},
+    {0xF0, 0xF0, 0x90, 0xBF, 4}, {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4},
+};
+
+unsigned byte_at(const std::string &text, std::size_t at)
+{
+    return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+}
+
+// The length of the character that begins there, 0 for a byte that begins none.
+std::size_t character_length(const std::string &text, std::size_t at)
+{
+    const unsigned lead = byte_at(text, at);
+    const unsigned second = byte_at(text, at + 1);
+    for (const WellFormed &row : well_formed) {
+        if (lead < row.first_lead || lead > row.last_lead)
+            continue;
+        bool whole = second >= row.first_second && second <= row.last_second;
+        for (std::size_t i = 2; i < row.length; ++i)
+            whole = whole && byte_at(text, at + i) / 64 == 2;
+        return whole ? row.length : 0;
+    }
+    return 0;
+}
+
+// The text without its ill-formed bytes.
+std::string well_formed_part(const std::string &text)
+{
+    std::string part;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = character_length(text, at);
+        part.append(text, at, length);
+        at += length > 0 ? length : 1;
+    }
+    return part;
+}
+
+bool is_utf8(const std::string &text)
+{
+    return well_formed_part(text).size() == text.size();
+}
+
+// Tells whether a well-formed text holds one of the characters whose encodings begin with `lead`
+// and end with a byte from `first` to `last`.
+bool holds_character(const std::string &text, const char *lead, unsigned first, unsigned last)
+{
+    const std::size_t length = std::strlen(lead);
+    for (std::size_t at = text.find(lead); at != std::string::npos; at = text.find(lead, at + 1)) {
+        const unsigned end = static_cast<unsigned char>(text.c_str()[at + length]);
+        if (end >= first && end <= last)
+            return true;
+    }
+    return false;
+}
+
+bool holds_control_byte(const std::string &text, const std::string &allowed)
+{
+    for (char c : text) {
+        const bool is_control = (c >= '\0' && c < ' ') || c == '\x7F';
+        if (is_control && allowed.find(c) == std::string::npos)
+            return true;
+    }
+    return false;
+}
+
+bool is_safe(const std::string &text, const char *allowed)
+{
+    return is_utf8(text) && !holds_control_byte(text, allowed) &&
+           !holds_character(text, "\xC2", 0x80, 0x9F) &&     // C1 controls
+           !holds_character(text, "\xD8", 0x9C, 0x9C) &&     // U+061C
+           !holds_character(text, "\xE2\x80", 0x8E, 0x8F) && // U+200E, U+200F
+           !holds_character(text, "\xE2\x80", 0xAA, 0xAE) && // U+202A to U+202E
+           !holds_character(text, "\xE2\x81", 0xA6, 0xA9);   // U+2066 to U+2069
+}
+
+// Turns "\xHH" back into bytes. Means something for the safe form of a text without backslashes.
+std::string without_escapes(const std::string &safe)
+{
+    std::string text;
+    for (std::size_t i = 0; i < safe.size(); ++i) {
+        if (safe[i] != '\\') {
+            text += safe[i];
+            continue;
+        }
+        FUZZ_CHECK(safe.size() - i >= 4 && safe[i + 1] == 'x');
+        const std::string digits = safe.substr(i + 2, 2);
+        FUZZ_CHECK(digits.find_first_not_of("0123456789ABCDEF") == std::string::npos);
+        text += static_cast<char>(std::stoi(digits, nullptr, 16));
+        i += 3;
+    }
+    return text;
+}
+
+// The text as safe_line shows it, but for the cut.
+std::string with_line_feeds_escaped(const std::string &text)
+{
+    std::string result;
+    for (char c : text) {
+        if (c == '\n')
+            result += "\\x0A";
+        else
+            result += c;
+    }
+    return result;
+}
+
+constexpr std::size_t longest_escape = 12; // three bytes
+
+void check_safe_text(const std::string &text)
+{
+    const ExactBlock block(text);
+    const std::string safe = safe_text(block.data);
+    FUZZ_CHECK(is_safe(safe, "\n\t"));
+    if (text.find('\\') == std::string::npos)
+        FUZZ_CHECK(without_escapes(safe) == text);
+    if (is_safe(text, "\n\t"))
+        FUZZ_CHECK(safe == text);
+
+    const std::string line = safe_line(block.data);
+    const std::string whole = with_line_feeds_escaped(safe);
+    FUZZ_CHECK(is_safe(line, "\t"));
+    FUZZ_CHECK(whole.compare(0, line.size(), line) == 0);
+    if (whole.size() <= safe_line_limit)
+        FUZZ_CHECK(line == whole);
+    else
+        FUZZ_CHECK(line.size() <= safe_line_limit &&
+                   line.size() > safe_line_limit - longest_escape);
+}
+
+// Takes every U+FFFD out. Returns how many there were.
+std::size_t take_replacements_out(std::string *text)
+{
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = text->find("\xEF\xBF\xBD", at)) != std::string::npos; ++count)
+        text->erase(at, 3);
+    return count;
+}
+
+// A well-formed text reads back as it was; each byte of what is not is U+FFFD.
+void check_json_text(const Json &value, const std::string &text)
+{
+    FUZZ_CHECK(value.is_string());
+    std::string read = value.get<std::string>();
+    std::string expected = well_formed_part(text);
+    if (expected == text)
+        FUZZ_CHECK(read == text);
+    const std::size_t ill_formed = text.size() - expected.size();
+    const std::size_t own = take_replacements_out(&expected);
+    FUZZ_CHECK(take_replacements_out(&read) == ill_formed + own);
+    FUZZ_CHECK(read == expected);
+}
+
+void check_json_value(const Json &value, const char *text)
+{
+    if (text == nullptr)
+        FUZZ_CHECK(value.is_null());
+    else
+        check_json_text(value, text);
+}
+
+const char *null_if_empty(const char *text)
+{
+    return *text != '\0' ? text : nullptr;
+}
+
+void check_json(const RunOutcome &outcome)
+{
+    const std::string text = outcome_json(outcome);
+    FUZZ_CHECK(!text.empty() && text.back() == '\n');
+    FUZZ_CHECK(is_safe(text.substr(0, text.size() - 1), ""));
+    const Json object = Json::parse(text, nullptr, false);
+    FUZZ_CHECK(object.is_object() && object.size() == 8);
+    const UpdateAnswer *answer = outcome.answer;
+    FUZZ_CHECK(object["status"] == outcome.status);
+    FUZZ_CHECK(object["exit_status"] == outcome.exit_status);
+    FUZZ_CHECK(object["newer"].is_null() == (outcome.newer == Newer::Unknown));
+    if (outcome.newer != Newer::Unknown)
+        FUZZ_CHECK(object["newer"] == (outcome.newer == Newer::Yes));
+    check_json_value(object["version"], answer ? null_if_empty(answer->version) : nullptr);
+    check_json_value(object["url"], answer ? null_if_empty(answer->address) : nullptr);
+    check_json_value(object["button"], answer ? null_if_empty(answer->button) : nullptr);
+    check_json_value(object["message"], answer ? answer->message : nullptr);
+    check_json_value(object["error"], outcome.error);
+}
+
+// A line of the text answer; none for a value that was not given.
+std::string line_of(const char *key, const char *value)
+{
+    return *value == '\0' ? "" : key + (": " + safe_text(value)) + "\n";
+}
+
+void check_text(const UpdateAnswer &answer)
+{
+    const PrintHandler previous = set_print_handler(collect_text);
+    printed.clear();
+    print_answer(answer);
+    set_print_handler(previous);
+
+    std::string expected = line_of("Version", answer.version) + line_of("URL", answer.address) +
+                           line_of("Button", answer.button) + safe_text(answer.message);
+    if (answer.message[0] != '\0' && expected.back() != '\n')
+        expected += '\n';
+    FUZZ_CHECK(printed == expected);
+    FUZZ_CHECK(is_safe(printed, "\n\t"));
+}
+
+void check_clean(const UpdateAnswer &answer, const std::string &message)
+{
+    std::string expected;
+    for (std::size_t i = 0; i < message.size(); ++i) {
+        const bool ends_line = i + 1 == message.size() || message[i + 1] == '\n';
+        if (message[i] != '\r' || !ends_line)
+            expected += message[i];
+    }
+    FUZZ_CHECK(answer.message == expected);
+    const std::string version = answer.version;
+    FUZZ_CHECK(version.empty() || (std::string(" \t").find(version.front()) == std::string::npos &&
+                                   std::string(" \t").find(version.back()) == std::string::npos));
+}
+
+void check_failure(const std::string &error)
+{
+    const MessageHandler previous = set_message_handler(collect_message);
+    reported.clear();
+    show_failure(error.c_str());
+    set_message_handler(previous);
+    FUZZ_CHECK(reported_level == Error);
+    FUZZ_CHECK(reported == safe_line(error.c_str()));
+}
+
+void take_value(Input *input, char *value)
+{
+    const std::string text = take_text(input).substr(0, answer_capacity - 1);
+    std::memcpy(value, text.c_str(), text.size() + 1);
+    check_safe_text(text);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
+{
+    static const auto answer = std::make_unique<UpdateAnswer>();
+    static const char *const statuses[] = {"answered", "failed", "timeout", "cancelled"};
+    Input input = {bytes, size};
+    const unsigned given = take_byte(&input);
+    take_value(&input, answer->version);
+    take_value(&input, answer->address);
+    take_value(&input, answer->button);
+    take_value(&input, answer->message);
+    const std::string product_version = take_text(&input);
+    const std::string error = take_text(&input);
+    check_safe_text(error);
+
+    const std::string message = answer->message;
+    clean_answer(answer.get());
+    check_clean(*answer, message);
+    check_text(*answer);
+    const Newer newer = compare_answer(
+        *answer, is_version_number(product_version.c_str()) ? product_version.c_str() : "5.1");
+    FUZZ_CHECK((newer == Newer::Unknown) == !is_version_number(answer->version));
+    check_json({statuses[given >> 2 & 3], static_cast<int>(given), newer,
+                (given & 1U) != 0 ? answer.get() : nullptr,
+                (given & 2U) != 0 ? error.c_str() : nullptr});
+    check_failure(error);
+    return 0;
+}

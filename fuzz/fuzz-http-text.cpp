@@ -1,0 +1,245 @@
+// The web client's texts: URLs, status lines, whole reply headers, the request, the two ways in
+// which a proxy is written, base64. Each is checked against a second way of saying the same: a URL
+// put together again, the C library's scanf, the request's lines joined by hand.
+//
+// An input: cases, each a byte that chooses the kind ('0' is the first of the table at the end) and
+// its texts.
+#include "fuzz/fuzz.h"
+#include "support/ascii.h"
+#include "web/base64.h"
+#include "web/http-text.h"
+#include "web/proxy-settings.h"
+#include "web/transaction.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quintral;
+using namespace quintral::fuzz;
+
+// ASCII's own letters.
+std::string raised(std::string text)
+{
+    for (char &c : text)
+        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+    return text;
+}
+
+// What stands behind the scheme and its slashes, up to the first byte that no host has.
+std::string host_and_port(const std::string &url)
+{
+    const std::size_t colon = url.find(':'); // none: the text begins with the host
+    std::string rest = url.substr(colon == std::string::npos ? 0 : colon + 1);
+    if (rest.substr(0, 2) == "//")
+        rest.erase(0, 2);
+    return rest.substr(0, rest.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.:"));
+}
+
+void fuzz_url(Input *input)
+{
+    const std::string text = take_text(input);
+    const ExactBlock url(text);
+    WebUrl parsed;
+    web_parse_url(url.data, &parsed);
+
+    const std::string upper = raised(text);
+    const std::string host = host_and_port(upper);
+    const std::size_t mark = host.find(':');
+    const bool has_scheme = upper.find(':') != std::string::npos;
+    FUZZ_CHECK(parsed.scheme == (has_scheme ? upper.substr(0, upper.find(':')) : "HTTP"));
+    FUZZ_CHECK(parsed.host == host.substr(0, mark));
+    if (mark == std::string::npos)
+        FUZZ_CHECK(parsed.port == 80);
+    else
+        FUZZ_CHECK(parsed.port == ascii_to_int(host.c_str() + mark + 1));
+
+    const ExactBlock again(parsed.scheme + "://" + parsed.host + ":" + std::to_string(parsed.port));
+    WebUrl reparsed;
+    web_parse_url(again.data, &reparsed);
+    FUZZ_CHECK(reparsed.scheme == parsed.scheme && reparsed.host == parsed.host &&
+               reparsed.port == parsed.port);
+}
+
+void fuzz_status_line(Input *input)
+{
+    const std::string text = take_text(input);
+    const ExactBlock block(text);
+    WebStatusLine line;
+    std::memset(&line, ExactBlock::fill_byte, sizeof line);
+    const int items = web_scan_status_line(block.data, &line);
+    FUZZ_CHECK(items >= 0 && items <= 4);
+    FUZZ_CHECK(std::memchr(line.reason, '\0', sizeof line.reason) != nullptr);
+    FUZZ_CHECK((items == 4) == (line.reason[0] != '\0'));
+    if (longest_digit_run(text) > 9)
+        return;
+
+    int major = 0;
+    int minor = 0;
+    int status = 0;
+    char reason[128] = "";
+    const int found =
+        std::sscanf(text.c_str(), "%d.%d %d %127[^\r\n]", &major, &minor, &status, reason);
+    FUZZ_CHECK(items == std::max(found, 0));
+    FUZZ_CHECK(line.major_version == major && line.minor_version == minor &&
+               line.status == status && std::strcmp(line.reason, reason) == 0);
+}
+
+void fuzz_reply(Input *input)
+{
+    const std::string text = take_text(input);
+    const ExactBlock header(text);
+    web_set_error("none yet");
+    const int result = web_check_reply(header.data);
+
+    const std::size_t mark = text.find("HTTP/");
+    WebStatusLine line = {};
+    const int items =
+        mark == std::string::npos ? 0 : web_scan_status_line(text.c_str() + mark + 5, &line);
+    const bool acceptable = items == 4 && line.status / 100 == 2;
+    FUZZ_CHECK(result == (acceptable ? 0 : -1));
+    FUZZ_CHECK((std::strcmp(web_last_error(), "none yet") == 0) == acceptable);
+}
+
+// Six bits at a time, each taken out of the bytes on its own.
+std::string base64_bit_by_bit(const std::string &bytes)
+{
+    static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t bit = 0; bit < bytes.size() * 8; bit += 6) {
+        unsigned value = 0;
+        for (std::size_t i = bit; i < bit + 6; ++i) {
+            const unsigned byte =
+                i / 8 < bytes.size() ? static_cast<unsigned char>(bytes[i / 8]) : 0;
+            value = value << 1 | (byte >> (7 - i % 8) & 1U);
+        }
+        text += digits[value];
+    }
+    text.append((4 - text.size() % 4) % 4, '=');
+    return text;
+}
+
+std::string join(const std::vector<std::string> &pieces)
+{
+    std::string joined;
+    for (const std::string &piece : pieces)
+        joined += piece;
+    return joined;
+}
+
+// What stands between the request line and the lines that depend on the request.
+std::string fixed_lines()
+{
+    std::vector<std::string> pieces;
+    web_compose_request({"GET", "", "", "", 0, "", 0, nullptr, nullptr}, &pieces);
+    const std::string request = join(pieces);
+    const std::size_t start = request.find("\r\n") + 2;
+    return request.substr(start, request.rfind("Host: ") - start);
+}
+
+void fuzz_request(Input *input)
+{
+    const unsigned given = take_byte(input);
+    const std::string method = take_text(input);
+    const std::string path = take_text(input);
+    const std::string host = take_text(input);
+    const std::string user = take_text(input);
+    const std::string password = take_text(input);
+    const std::string extra = take_text(input);
+    const std::string body = take_bytes(input, take_byte(input));
+    const ExactBlock user_block(user);
+    const ExactBlock password_block(password);
+    const bool has_credentials = given % 4 == 3;
+    const WebRequest request = {method.c_str(),
+                                path.c_str(),
+                                host.c_str(),
+                                extra.data(),
+                                extra.size(),
+                                body.data(),
+                                body.size(),
+                                (given & 1U) != 0 ? user_block.data : nullptr,
+                                (given & 2U) != 0 ? password_block.data : nullptr};
+    std::vector<std::string> pieces = {"left from before"};
+    web_compose_request(request, &pieces);
+
+    static const std::string fixed = fixed_lines();
+    std::string expected = (method == "POST" ? "POST " : "GET ") + path + " HTTP/1.0\r\n" + fixed;
+    if (!extra.empty())
+        expected += extra + "\r\n";
+    expected += "Host: " + host + "\r\n";
+    if (has_credentials)
+        expected += "Authorization: Basic " + base64_bit_by_bit(user + ":" + password) + "\r\n";
+    expected += "\r\n";
+    if (method == "POST")
+        expected += body;
+    FUZZ_CHECK(join(pieces) == expected);
+}
+
+void fuzz_proxy_text(Input *input)
+{
+    const ExactBlock host(1 + take_byte(input) % 64);
+    const std::string text = take_text(input);
+    const ExactBlock block(text);
+    std::int32_t port = -1;
+    if (!read_proxy_text(block.data, host.data, host.size, &port)) {
+        FUZZ_CHECK(holds_text(host, "") && port == 0);
+        return;
+    }
+    FUZZ_CHECK(std::memchr(host.data, '\0', host.size) != nullptr);
+    const std::string found = host.data;
+    FUZZ_CHECK(port >= 1 && port <= 65535);
+    FUZZ_CHECK(!found.empty() && found.find_first_of(":/ \t\r\n") == std::string::npos);
+    FUZZ_CHECK(text.find(found + ":") != std::string::npos);
+}
+
+// Cut to 255 bytes, as the record holds it.
+std::string cut(const std::string &text)
+{
+    return text.substr(0, 255);
+}
+
+void fuzz_proxy_settings(Input *input)
+{
+    const std::string proxy = take_text(input);
+    const std::string user = take_text(input);
+    const std::string password = take_text(input);
+    const ExactBlock proxy_block(proxy);
+    const ExactBlock user_block(user);
+    const ExactBlock password_block(password);
+    ProxySettings settings;
+    std::memset(&settings, ExactBlock::fill_byte, sizeof settings);
+    const int result =
+        settle_proxy(&settings, proxy_block.data, user_block.data, password_block.data);
+    const std::size_t colon = proxy.find(':');
+    if (result != 0) {
+        FUZZ_CHECK(result == -1);
+        FUZZ_CHECK(colon == std::string::npos || settings.port == 0);
+        return;
+    }
+    FUZZ_CHECK(colon != std::string::npos && settings.port != 0);
+    FUZZ_CHECK(settings.host == cut(proxy.substr(0, colon)));
+    FUZZ_CHECK(settings.user == cut(user));
+    FUZZ_CHECK(settings.password == cut(password));
+}
+
+void fuzz_base64(Input *input)
+{
+    const std::string bytes = take_bytes(input, take_byte(input));
+    const int count = static_cast<int>(bytes.size());
+    const ExactBlock destination(static_cast<std::size_t>(base64_encoded_length(count)) + 1);
+    base64_encode(bytes.data(), count, destination.data);
+    FUZZ_CHECK(holds_text(destination, base64_bit_by_bit(bytes)));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
+{
+    static constexpr Case kinds[] = {fuzz_url,        fuzz_status_line,    fuzz_reply, fuzz_request,
+                                     fuzz_proxy_text, fuzz_proxy_settings, fuzz_base64};
+    Input input = {bytes, size};
+    run_cases(&input, kinds, '0');
+    return 0;
+}

@@ -1,0 +1,261 @@
+// The option parser: a fuzzed vector against fuzzed option lists, call after call to the end. The
+// vector stays a permutation of itself, the parse only moves on, every result is one that the
+// lists allow, and nothing is printed but whole messages.
+//
+// An input: a byte of flags ('@' for none, see Flags), the short-option text, a byte with the
+// number of table entries, for each entry a byte with its kind ('0' to '2', '3' to '5' with a flag)
+// and its name, then the elements of the vector.
+#include "cmdline/long-options.h"
+#include "fuzz/fuzz.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace quintral;
+using namespace quintral::fuzz;
+
+enum Flags : unsigned {
+    LongOnly = 1,
+    NoShortOptions = 2,
+    NoTable = 4,
+    Messages = 8,
+    NullEndsVector = 16, // before its count, otherwise the count alone ends it
+    PosixlyCorrect = 32
+};
+
+constexpr std::size_t most_arguments = 64;
+constexpr int untouched = -77;
+constexpr std::int32_t first_value = 1000; // no character, so a result tells where it is from
+
+// The option lists and the vector of one parse, in blocks of their exact size. The vector's texts
+// and pointers are also kept as they were at first.
+struct Parse {
+    unsigned flags = 0;
+    std::string short_text;
+    std::deque<ExactBlock> blocks; // what the pointers below point into
+    const char *short_options = nullptr;
+    std::vector<LongOption> table; // with the entry that ends it
+    std::int32_t stored = untouched;
+    std::vector<std::string> texts;
+    std::vector<char *> pointers;
+};
+
+void read_lists(Input *input, Parse *parse)
+{
+    parse->flags = take_byte(input);
+    parse->short_text = take_text(input);
+    if ((parse->flags & NoShortOptions) == 0)
+        parse->short_options = parse->blocks.emplace_back(parse->short_text).data;
+    const unsigned entries = take_byte(input) % 8;
+    for (unsigned i = 0; i < entries; ++i) {
+        const unsigned kind = take_byte(input) % 6;
+        const char *name = parse->blocks.emplace_back(take_text(input)).data;
+        parse->table.push_back({name, static_cast<std::int32_t>(kind % 3),
+                                kind < 3 ? nullptr : &parse->stored,
+                                first_value + static_cast<std::int32_t>(i)});
+    }
+    parse->table.push_back({nullptr, NoArgument, nullptr, 0});
+}
+
+void read_vector(Input *input, Parse *parse)
+{
+    do {
+        parse->texts.push_back(take_text(input));
+        parse->pointers.push_back(parse->blocks.emplace_back(parse->texts.back()).data);
+    } while (input->left > 0 && parse->texts.size() < most_arguments);
+}
+
+void reset_parser(const Parse &parse)
+{
+    option_index = 0;
+    option_position = 0;
+    option_argument = nullptr;
+    option_errors = (parse.flags & Messages) != 0 ? 1 : 0;
+    option_code = '?';
+    if ((parse.flags & PosixlyCorrect) != 0)
+        setenv("POSIXLY_CORRECT", "1", 1);
+    else
+        unsetenv("POSIXLY_CORRECT");
+}
+
+// Standard error as text in memory, for its life. The stream is exchanged and not the descriptor,
+// so that a sanitizer's report still gets out.
+struct CapturedErrors {
+    char *text = nullptr;
+    std::size_t length = 0;
+    std::FILE *stream = open_memstream(&text, &length);
+    std::FILE *previous = stderr;
+
+    CapturedErrors()
+    {
+        FUZZ_CHECK(stream != nullptr);
+        stderr = stream;
+    }
+    CapturedErrors(const CapturedErrors &) = delete;
+    CapturedErrors &operator=(const CapturedErrors &) = delete;
+    ~CapturedErrors()
+    {
+        std::free(text);
+    }
+
+    std::string finish()
+    {
+        stderr = previous;
+        std::fclose(stream);
+        return std::string(text, length);
+    }
+};
+
+int call_parser(const Parse &parse, char **vector, int count, int *long_index)
+{
+    const LongOption *table = (parse.flags & NoTable) != 0 ? nullptr : parse.table.data();
+    if ((parse.flags & LongOnly) != 0)
+        return parse_long_only_options(count, vector, parse.short_options, table, long_index);
+    return parse_options(count, vector, parse.short_options, table, long_index, 0);
+}
+
+void check_message(const Parse &parse, int result, const std::string &message)
+{
+    if (message.empty())
+        return;
+    const std::string start = parse.texts[0] + ": ";
+    FUZZ_CHECK((parse.flags & Messages) != 0);
+    FUZZ_CHECK(result == '?' || result == ':');
+    FUZZ_CHECK(message.compare(0, start.size(), start) == 0);
+    FUZZ_CHECK(message.back() == '\n');
+}
+
+void check_long_match(const Parse &parse, int result, int long_index)
+{
+    FUZZ_CHECK(long_index >= 0 && static_cast<std::size_t>(long_index) + 1 < parse.table.size());
+    const LongOption &entry = parse.table[static_cast<std::size_t>(long_index)];
+    FUZZ_CHECK(result == (entry.flag != nullptr ? 0 : entry.value));
+    FUZZ_CHECK(parse.stored == (entry.flag != nullptr ? entry.value : untouched));
+    if (entry.has_argument == RequiredArgument)
+        FUZZ_CHECK(option_argument != nullptr);
+    if (entry.has_argument == NoArgument)
+        FUZZ_CHECK(option_argument == nullptr);
+}
+
+void check_other_result(const Parse &parse, int result)
+{
+    const bool in_order = parse.short_options != nullptr && parse.short_text[0] == '-';
+    const bool has_ordering = parse.short_text[0] == '-' || parse.short_text[0] == '+';
+    const bool is_error = result == -1 || result == '?' || result == ':';
+    const bool is_operand = result == 1 && in_order;
+    const bool is_listed =
+        parse.short_options != nullptr && result > 0 && result < 256 &&
+        parse.short_text.find(static_cast<char>(result), has_ordering ? 1 : 0) != std::string::npos;
+    FUZZ_CHECK(is_error || is_operand || is_listed);
+    FUZZ_CHECK(parse.stored == untouched);
+}
+
+void check_argument(const Parse &parse)
+{
+    if (option_argument == nullptr)
+        return;
+    bool inside = false;
+    for (std::size_t i = 0; i < parse.texts.size(); ++i) {
+        for (std::size_t at = 0; at <= parse.texts[i].size(); ++at)
+            inside = inside || parse.pointers[i] + at == option_argument;
+    }
+    FUZZ_CHECK(inside);
+}
+
+// An ordering that does not permute leaves the vector as it is.
+void check_vector(const Parse &parse, char **vector)
+{
+    const std::size_t count = parse.texts.size();
+    for (std::size_t i = 0; i < count; ++i)
+        FUZZ_CHECK(parse.texts[i] == parse.pointers[i]);
+    if ((parse.flags & NullEndsVector) != 0)
+        FUZZ_CHECK(vector[count] == nullptr);
+    const char first = parse.short_options != nullptr ? parse.short_text[0] : '\0';
+    const bool permutes = first != '-' && first != '+' && (parse.flags & PosixlyCorrect) == 0;
+    if (permutes)
+        FUZZ_CHECK(std::is_permutation(vector, vector + count, parse.pointers.begin()));
+    else
+        FUZZ_CHECK(std::equal(vector, vector + count, parse.pointers.begin()));
+}
+
+// Makes one call and checks what it leaves. Returns its result.
+int make_call(Parse *parse, char **vector, int count)
+{
+    int long_index = untouched;
+    parse->stored = untouched;
+    CapturedErrors errors;
+    const int result = call_parser(*parse, vector, count, &long_index);
+    check_message(*parse, result, errors.finish());
+    if (long_index != untouched)
+        check_long_match(*parse, result, long_index);
+    else
+        check_other_result(*parse, result);
+    check_argument(*parse);
+    return result;
+}
+
+std::size_t longest_text(const Parse &parse)
+{
+    std::size_t longest = 0;
+    for (const std::string &text : parse.texts)
+        longest = std::max(longest, text.size());
+    return longest;
+}
+
+// Calls to the end. A call that leaves index and position as they were would do the same for ever;
+// a program passes over its word by hand, as is done here. Any other call moves on: to a later
+// position of the same element or to a later element, so that there are at most as many calls as
+// places in the vector, and as many again that stay where they are.
+void parse_to_end(Parse *parse, char **vector, int count)
+{
+    const int elements = static_cast<int>(parse->texts.size());
+    const std::size_t places = parse->texts.size() * (longest_text(*parse) + 2);
+    std::size_t calls = 0;
+    for (;;) {
+        const int index = option_index;
+        const int position = option_position;
+        const int result = make_call(parse, vector, count);
+        FUZZ_CHECK(++calls <= 2 * places);
+        FUZZ_CHECK(option_index >= 0 && option_index <= elements);
+        FUZZ_CHECK(option_position >= 0 &&
+                   static_cast<std::size_t>(option_position) <= longest_text(*parse) + 1);
+        if (result == -1)
+            return;
+        FUZZ_CHECK(option_index > index || (option_index == index && option_position >= position));
+        if (option_index != index || option_position != position)
+            continue;
+        if (index >= elements || index == 0)
+            return; // a bad call: neither list was given
+        ++option_index;
+        option_position = 1;
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
+{
+    Input input = {bytes, size};
+    Parse parse;
+    read_lists(&input, &parse);
+    read_vector(&input, &parse);
+    const bool null_ends = (parse.flags & NullEndsVector) != 0;
+    const std::size_t count = parse.texts.size();
+    const ExactBlock block((count + (null_ends ? 1 : 0)) * sizeof(char *));
+    char **vector = reinterpret_cast<char **>(block.data);
+    std::copy(parse.pointers.begin(), parse.pointers.end(), vector);
+    if (null_ends)
+        vector[count] = nullptr;
+
+    reset_parser(parse);
+    parse_to_end(&parse, vector, static_cast<int>(count) + (null_ends ? 2 : 0));
+    check_vector(parse, vector);
+    if (parse.short_options != nullptr || (parse.flags & NoTable) == 0)
+        FUZZ_CHECK(option_index >= 1);
+    return 0;
+}
