@@ -1,0 +1,13 @@
+// On macOS a file reference is the file manager's.
+#ifndef QUINTRAL_PLATFORM_FILE_REF_MACOS_H
+#define QUINTRAL_PLATFORM_FILE_REF_MACOS_H
+
+#include <CoreServices/CoreServices.h>
+
+namespace quintral {
+
+using PlatformFileRef = FSRef;
+
+} // namespace quintral
+
+#endif

@@ -1,0 +1,267 @@
+// The platform queries on Linux: uname for the version, the folders around the running program for
+// the bundles, xdg-open for the desktop. See platform.h.
+#include "platform/platform.h"
+
+#include "platform/path-linux.h"
+#include "platform/xdg-open-linux.h"
+#include "support/ascii.h"
+#include "support/c-utils/memory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <sys/utsname.h>
+#include <unistd.h>
+
+namespace quintral {
+namespace {
+
+constexpr std::int32_t nothing_there = -43; // the number that macOS has for it
+constexpr std::int32_t no_reference = -1;
+
+// Addresses
+
+bool may_stand_in_scheme(char c)
+{
+    return ascii_is_letter_or_digit(c) || c == '+' || c == '-' || c == '.';
+}
+
+// RFC 3986, section 2: the unreserved and the reserved characters, and '%'.
+bool may_stand_in_address(char c)
+{
+    static const char others[] = {'-', '.', '_',  '~', ':', '/', '?', '#', '[', ']', '@', '!',
+                                  '$', '&', '\'', '(', ')', '*', '+', ',', ';', '=', '%'};
+    return ascii_is_letter_or_digit(c) ||
+           std::find(std::begin(others), std::end(others), c) != std::end(others);
+}
+
+// A scheme as in RFC 3986, section 3.1, a ':' and what may follow. It begins with a letter, so that
+// xdg-open never takes an address for an option.
+bool is_address(const char *address, std::size_t count)
+{
+    const char *end = address + count;
+    const char *colon = std::find_if_not(address, end, may_stand_in_scheme);
+    return colon != end && *colon == ':' && ascii_is_letter(*address) &&
+           std::all_of(colon, end, may_stand_in_address);
+}
+
+// Bundles
+
+// Three texts of at most PATH_MAX bytes, terminators included.
+struct ProgramPlace {
+    char path[PATH_MAX];   // the program
+    char folder[PATH_MAX]; // that holds it
+    char bundle[PATH_MAX]; // the main bundle
+};
+
+// The system marks the path of a program whose file was removed or replaced, as by an update, since
+// it started. Its bundle is still where it was. A file that has such a name of its own is there.
+void drop_removal_mark(char *path)
+{
+    static const char mark[] = " (deleted)";
+    const std::size_t mark_length = sizeof mark - 1;
+    const std::size_t length = std::strlen(path);
+    if (length <= mark_length || std::strcmp(path + length - mark_length, mark) != 0)
+        return;
+    if (access(path, F_OK) != 0)
+        path[length - mark_length] = '\0';
+}
+
+// False where the system does not tell: without /proc, or where the path is too long for it or, with
+// large pages, for the buffer. Everything below relies on the path's slash.
+bool find_running_program(char *path, std::size_t capacity)
+{
+    const ssize_t length = readlink("/proc/self/exe", path, capacity);
+    if (length <= 0 || static_cast<std::size_t>(length) >= capacity || path[0] != '/')
+        return false;
+    path[length] = '\0';
+    drop_removal_mark(path);
+    return true;
+}
+
+// The folder of an absolute path.
+void copy_folder(const char *path, char *folder)
+{
+    const char *slash = std::strrchr(path, '/');
+    const auto length = static_cast<std::size_t>(slash - path);
+    copy_string_bounded(folder, path, std::max<std::size_t>(length, 1) + 1);
+}
+
+// True with the path of PREFIX/share/NAME.resources where the program is PREFIX/bin/NAME and there
+// is such a folder.
+bool find_installed_bundle(const ProgramPlace &place, char *bundle, std::size_t capacity)
+{
+    const char *last = std::strrchr(place.folder, '/');
+    if (std::strcmp(last, "/bin") != 0)
+        return false;
+    const auto prefix_length = static_cast<int>(last - place.folder);
+    const char *name = std::strrchr(place.path, '/') + 1;
+    const int length = std::snprintf(bundle, capacity, "%.*s/share/%s.resources", prefix_length,
+                                     place.folder, name);
+    return length >= 0 && static_cast<std::size_t>(length) < capacity && is_folder(bundle);
+}
+
+bool find_main_bundle(ProgramPlace *place)
+{
+    if (!find_running_program(place->path, sizeof place->path))
+        return false;
+    copy_folder(place->path, place->folder);
+    if (!find_installed_bundle(*place, place->bundle, sizeof place->bundle))
+        std::strcpy(place->bundle, place->folder);
+    return true;
+}
+
+bool copy_path(char *path, std::size_t capacity, const char *source)
+{
+    copy_string_bounded(path, source, capacity);
+    return true;
+}
+
+// True where a component of the name is "..".
+bool leads_up(const char *name)
+{
+    for (;;) {
+        const std::size_t length = std::strcspn(name, "/");
+        if (length == 2 && name[0] == '.' && name[1] == '.')
+            return true;
+        if (name[length] == '\0')
+            return false;
+        name += length + 1;
+    }
+}
+
+bool find_resource(const char *folder, const char *name, char *path, std::size_t capacity)
+{
+    if (name == nullptr || name[0] == '\0' || name[0] == '/' || leads_up(name))
+        return false;
+    return join_path(path, capacity, folder, name) && access(path, F_OK) == 0;
+}
+
+bool find_plugin_bundle(const char *main_bundle, const char *identifier, char *path,
+                        std::size_t capacity)
+{
+    char name[PATH_MAX];
+    const int length = std::snprintf(name, sizeof name, "PlugIns/%s.bundle", identifier);
+    return length >= 0 && static_cast<std::size_t>(length) < sizeof name &&
+           join_path(path, capacity, main_bundle, name) && is_folder(path);
+}
+
+// The suite's own.
+bool find_suite_bundle(char *path, std::size_t capacity)
+{
+    ProgramPlace place;
+    return find_main_bundle(&place) &&
+           find_plugin_bundle(place.bundle, QUINTRAL_PLUGIN_IDENTIFIER, path, capacity);
+}
+
+bool find_location(const ProgramPlace &place, unsigned location, const char *resource_name,
+                   char *path, std::size_t capacity)
+{
+    switch (location) {
+    case MainExecutable:
+        return copy_path(path, capacity, place.path);
+    case MainPlugIns:
+        return join_path(path, capacity, place.bundle, "PlugIns");
+    case MainNamedResource:
+        return find_resource(place.bundle, resource_name, path, capacity);
+    case SecondProductBundle:
+        return find_plugin_bundle(place.bundle, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, path, capacity);
+    case ConfigFolder:
+        return copy_path(path, capacity, QUINTRAL_CONFIG_FOLDER);
+    default: // support files and resources are in the bundle's own folder
+        return copy_path(path, capacity, place.bundle);
+    }
+}
+
+} // namespace
+
+void platform_os_name(char *buffer)
+{
+    std::strcpy(buffer, "Linux");
+}
+
+char *platform_os_version(char *buffer, std::size_t capacity)
+{
+    utsname system = {};
+    const bool known = uname(&system) == 0;
+    // Fills what the text leaves of the buffer with terminators, its last byte at any rate.
+    return copy_string_bounded(buffer, known ? system.release : "unknown", capacity);
+}
+
+std::int32_t platform_make_ref(const char *path, PlatformFileRef *ref)
+{
+    *ref = {};
+    if (access(path, F_OK) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? nothing_there : no_reference;
+    char folder[PATH_MAX] = "/";
+    if (path[0] != '/' && getcwd(folder, sizeof folder) == nullptr)
+        return no_reference;
+    if (join_path(ref->path, sizeof ref->path, folder, path[0] == '/' ? path + 1 : path))
+        return 0;
+    *ref = {};
+    return no_reference;
+}
+
+std::int32_t platform_open_ref(PlatformFileRef ref)
+{
+    const bool terminated = std::memchr(ref.path, '\0', sizeof ref.path) != nullptr;
+    if (!terminated || ref.path[0] != '/')
+        return no_reference;
+    return platform_xdg_open(ref.path);
+}
+
+std::int32_t platform_open_path(const char *path)
+{
+    PlatformFileRef ref;
+    const std::int32_t status = platform_make_ref(path, &ref);
+    return status == 0 ? platform_open_ref(ref) : status;
+}
+
+std::int32_t platform_open_url(const char *address, std::size_t count)
+{
+    if (!is_address(address, count))
+        return PlatformNoAddress;
+    return platform_xdg_open(std::string(address, count).c_str());
+}
+
+int platform_open_document(const char *text)
+{
+    const std::int32_t status =
+        text[0] == '/' ? platform_open_path(text) : platform_open_url(text, std::strlen(text));
+    return status == 0 ? 0 : -1;
+}
+
+char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location,
+                           const char *resource_name)
+{
+    ProgramPlace place;
+    char path[PATH_MAX];
+    if (!find_main_bundle(&place) ||
+        !find_location(place, location, resource_name, path, sizeof path))
+        return nullptr;
+    return copy_string_bounded(buffer, path, capacity);
+}
+
+char *platform_plugin_bundle_path(char *buffer, std::size_t capacity)
+{
+    char path[PATH_MAX];
+    if (!find_suite_bundle(path, sizeof path))
+        return nullptr;
+    return copy_string_bounded(buffer, path, capacity);
+}
+
+int platform_plugin_resource_path(const char *resource_name, char *buffer, std::size_t capacity)
+{
+    char folder[PATH_MAX];
+    char path[PATH_MAX];
+    if (find_suite_bundle(folder, sizeof folder) &&
+        find_resource(folder, resource_name, path, sizeof path))
+        copy_string_bounded(buffer, path, capacity);
+    return 0;
+}
+
+} // namespace quintral

@@ -1,0 +1,255 @@
+// Two processes stand between the caller and what it opens. The watcher, a child of the caller,
+// starts the opener, which becomes xdg-open; it reports through a pipe how the opener ended and
+// ends itself after a second at the latest. So the caller can always wait for its own child, an
+// opener that works on is nobody's zombie, and a host that has SIGCHLD ignored or waits for every
+// child itself takes no status away: the pipe has it.
+#include "platform/xdg-open-linux.h"
+
+#include "platform/path-linux.h"
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <paths.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace quintral {
+namespace {
+
+constexpr unsigned patience_seconds = 1;
+constexpr std::int32_t not_opened = -1;
+constexpr std::int32_t still_at_work = 0;
+
+// Everything that the opener needs, found before the fork.
+struct Launch {
+    const char *program;
+    char *const *arguments;
+    char *const *environment;
+};
+
+// From here to run_watcher: what runs in copies of a host that may have many threads, any of which
+// may have held a lock. Async-signal-safe calls only.
+
+constexpr int report_descriptor = 3; // where the watcher keeps its end of the pipe
+
+// A pipe takes a record of this size whole, and an empty one always has room for the two.
+void send_report(std::int32_t status)
+{
+    static_cast<void>(!write(report_descriptor, &status, sizeof status));
+}
+
+void end_watcher(int)
+{
+    _exit(0);
+}
+
+// Every signal is blocked at this time and stays so, save SIGALRM while the watcher waits.
+void settle_signals()
+{
+    struct sigaction action = {};
+    action.sa_handler = SIG_DFL;
+    for (int number = 1; number < NSIG; ++number)
+        sigaction(number, &action, nullptr); // fails for SIGKILL and SIGSTOP, which is well
+    action.sa_handler = end_watcher;
+    sigaction(SIGALRM, &action, nullptr);
+}
+
+void set_blocked_signals(const sigset_t *signals)
+{
+    sigprocmask(SIG_SETMASK, signals, nullptr);
+}
+
+// The names are numbers, "." and ".." apart.
+void close_listed(const char *name, int first, int list)
+{
+    int number = 0;
+    for (; *name >= '0' && *name <= '9'; ++name)
+        number = number * 10 + (*name - '0');
+    if (number >= first && number != list)
+        close(number);
+}
+
+bool close_by_list(int first)
+{
+    const int list = open("/proc/self/fd", O_RDONLY | O_DIRECTORY);
+    if (list < 0)
+        return false;
+    alignas(dirent64) char entries[2048];
+    ssize_t size = getdents64(list, entries, sizeof entries);
+    for (; size > 0; size = getdents64(list, entries, sizeof entries)) {
+        for (ssize_t at = 0; at < size;) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
+            close_listed(entry->d_name, first, list);
+            at += entry->d_reclen;
+        }
+    }
+    close(list);
+    return size == 0;
+}
+
+// Kernels before 5.9 and some sandboxes have no close_range.
+bool close_descriptors_from(int first)
+{
+    return syscall(SYS_close_range, first, ~0U, 0) == 0 || close_by_list(first);
+}
+
+bool take_report_end(int report)
+{
+    if (report == report_descriptor)
+        return true;
+    if (dup2(report, report_descriptor) < 0)
+        return false;
+    close(report);
+    return true;
+}
+
+bool detach_streams()
+{
+    const int null_device = open("/dev/null", O_RDWR);
+    if (null_device < 0)
+        return false;
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (dup2(null_device, stream) < 0)
+            return false;
+    }
+    if (null_device > STDERR_FILENO)
+        close(null_device);
+    return true;
+}
+
+// The host's other descriptors go before the new ones come: it may have used up its limit. It also
+// waits for the end of files that a watcher would hold open.
+bool settle_descriptors(int report)
+{
+    return take_report_end(report) && close_descriptors_from(report_descriptor + 1) &&
+           detach_streams();
+}
+
+// Becomes xdg-open. Where that fails the opener ends by a signal, which no exit status looks like.
+[[noreturn]] void run_opener(const Launch &launch)
+{
+    close(report_descriptor);
+    sigset_t none;
+    sigemptyset(&none);
+    set_blocked_signals(&none);
+    execve(launch.program, launch.arguments, launch.environment);
+    kill(getpid(), SIGKILL);
+    _exit(127);
+}
+
+// The alarm ends the wait, and the watcher with it, by end_watcher.
+void watch_opener(pid_t opener)
+{
+    send_report(still_at_work);
+    sigset_t all_but_alarm;
+    sigfillset(&all_but_alarm);
+    sigdelset(&all_but_alarm, SIGALRM);
+    set_blocked_signals(&all_but_alarm);
+    int status = 0;
+    if (waitpid(opener, &status, 0) == opener)
+        send_report(WIFEXITED(status) ? WEXITSTATUS(status) : not_opened);
+}
+
+[[noreturn]] void run_watcher(const Launch &launch, int report)
+{
+    setsid();
+    settle_signals();
+    alarm(patience_seconds);
+    if (!settle_descriptors(report))
+        _exit(0);
+    const pid_t opener = fork();
+    if (opener == 0)
+        run_opener(launch);
+    if (opener > 0)
+        watch_opener(opener);
+    _exit(0);
+}
+
+// From here on: the caller.
+
+// Signals are blocked over the fork, so that none of the host's handlers runs in the watcher.
+pid_t start_watcher(const Launch &launch, int report)
+{
+    sigset_t all;
+    sigset_t own;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &own);
+    const pid_t watcher = fork();
+    if (watcher == 0)
+        run_watcher(launch, report);
+    pthread_sigmask(SIG_SETMASK, &own, nullptr);
+    return watcher;
+}
+
+// Any other failure than EINTR says that the host has waited for the watcher, or never had to.
+void wait_for_watcher(pid_t watcher)
+{
+    while (waitpid(watcher, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
+// The last report in the pipe, which does not block. Its end is not waited for: a process that
+// another thread of the host forked at the same time may hold a copy of the writing end.
+std::int32_t last_report(int descriptor)
+{
+    std::int32_t status = not_opened;
+    std::int32_t report = 0;
+    while (read(descriptor, &report, sizeof report) == sizeof report)
+        status = report;
+    return status;
+}
+
+// True with the program's path where the folder is absolute and holds it.
+bool find_in_folder(const char *folder, std::size_t length, char *program, std::size_t capacity)
+{
+    if (folder[0] != '/' || length >= capacity)
+        return false;
+    char terminated[PATH_MAX];
+    std::memcpy(terminated, folder, length);
+    terminated[length] = '\0';
+    return join_path(program, capacity, terminated, "xdg-open") && is_program(program);
+}
+
+bool find_xdg_open(char *program, std::size_t capacity)
+{
+    const char *folder = std::getenv("PATH");
+    if (folder == nullptr)
+        folder = _PATH_DEFPATH;
+    for (;;) {
+        const std::size_t length = std::strcspn(folder, ":");
+        if (find_in_folder(folder, length, program, capacity))
+            return true;
+        if (folder[length] == '\0')
+            return false;
+        folder += length + 1;
+    }
+}
+
+} // namespace
+
+std::int32_t platform_xdg_open(const char *argument)
+{
+    char program[PATH_MAX];
+    if (!find_xdg_open(program, sizeof program))
+        return not_opened;
+    char *const arguments[] = {program, const_cast<char *>(argument), nullptr};
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0)
+        return not_opened;
+    const pid_t watcher = start_watcher({program, arguments, environ}, ends[1]);
+    close(ends[1]);
+    if (watcher > 0)
+        wait_for_watcher(watcher);
+    const std::int32_t status = last_report(ends[0]);
+    close(ends[0]);
+    return status;
+}
+
+} // namespace quintral

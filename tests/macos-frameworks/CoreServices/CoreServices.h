@@ -1,0 +1,30 @@
+// Stand-in for the framework's header, as CoreFoundation/CoreFoundation.h beside it.
+#ifndef QUINTRAL_TESTS_MACOS_FRAMEWORKS_CORE_SERVICES_H
+#define QUINTRAL_TESTS_MACOS_FRAMEWORKS_CORE_SERVICES_H
+
+#include <CoreFoundation/CoreFoundation.h>
+
+// Later systems warn of these calls. A compiler that knows no system versions always does, so that
+// a source that must build without a warning there fails here.
+#if __has_attribute(availability)
+#define QUINTRAL_TESTS_DEPRECATED_IN(version)                                                      \
+    __attribute__((availability(macosx, introduced = 10.0, deprecated = version)))
+#else
+#define QUINTRAL_TESTS_DEPRECATED_IN(version) __attribute__((deprecated))
+#endif
+
+extern "C" {
+
+struct FSRef {
+    UInt8 hidden[80];
+};
+
+OSErr Gestalt(OSType selector, SInt32 *response) QUINTRAL_TESTS_DEPRECATED_IN(10.8);
+OSStatus FSPathMakeRef(const UInt8 *path, FSRef *ref, Boolean *isDirectory)
+    QUINTRAL_TESTS_DEPRECATED_IN(10.8);
+OSStatus LSOpenFSRef(const FSRef *inRef, FSRef *outLaunchedRef) QUINTRAL_TESTS_DEPRECATED_IN(10.10);
+OSStatus LSOpenCFURLRef(CFURLRef inURL, CFURLRef *outLaunchedURL);
+
+} // extern "C"
+
+#endif

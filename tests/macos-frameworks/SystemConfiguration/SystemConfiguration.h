@@ -1,0 +1,19 @@
+// Stand-in for the framework's header, as CoreFoundation/CoreFoundation.h beside it.
+#ifndef QUINTRAL_TESTS_MACOS_FRAMEWORKS_SYSTEM_CONFIGURATION_H
+#define QUINTRAL_TESTS_MACOS_FRAMEWORKS_SYSTEM_CONFIGURATION_H
+
+#include <CoreFoundation/CoreFoundation.h>
+
+extern "C" {
+
+typedef const struct __SCDynamicStore *SCDynamicStoreRef;
+
+extern const CFStringRef kSCPropNetProxiesHTTPEnable;
+extern const CFStringRef kSCPropNetProxiesHTTPProxy;
+extern const CFStringRef kSCPropNetProxiesHTTPPort;
+
+CFDictionaryRef SCDynamicStoreCopyProxies(SCDynamicStoreRef store);
+
+} // extern "C"
+
+#endif

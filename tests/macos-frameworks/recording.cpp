@@ -1,0 +1,440 @@
+#include "tests/macos-frameworks/recording.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <deque>
+#include <iterator>
+
+namespace quintral::tests {
+
+Frameworks frameworks;
+
+namespace {
+
+enum class Kind : CFTypeID { Number = 1, Text, Address, Bundle, Dictionary };
+
+// One record per handle that a call gave. None is freed before the next reset, so that a handle
+// used too late is recognised.
+struct Object {
+    Kind kind;
+    std::string text;     // an address's own text, or the root of a bundle
+    std::string path;     // of an address; empty where it has none
+    int number;           // of a number
+    bool is_readable;     // of a number
+    const Object *keeper; // whom a borrowed object lives and ends with; null: the system
+    bool is_owned;        // by who made it
+    bool is_released;
+};
+
+std::deque<Object> objects;
+
+// The three keys of the proxy dictionary; the handles of the keys point here.
+const char proxy_key_names[][11] = {"HTTPEnable", "HTTPProxy", "HTTPPort"};
+
+Object new_object(Kind kind, const std::string &text)
+{
+    Object object = {};
+    object.kind = kind;
+    object.text = text;
+    return object;
+}
+
+const void *give_owned(Object object)
+{
+    object.is_owned = true;
+    return &objects.emplace_back(object);
+}
+
+const void *give_borrowed(Object object, const Object *keeper)
+{
+    object.keeper = keeper;
+    return &objects.emplace_back(object);
+}
+
+void note_fault(const char *call, const char *what)
+{
+    frameworks.faults.push_back(std::string(call) + ": " + what);
+}
+
+void require(bool holds, const char *call, const char *what)
+{
+    if (!holds)
+        note_fault(call, what);
+}
+
+// Notes a call that can fail; true where this one must.
+bool fails(const char *call)
+{
+    frameworks.calls.emplace_back(call);
+    return frameworks.calls.size() == frameworks.failing_call;
+}
+
+bool is_gone(const Object &object)
+{
+    return object.is_released || (object.keeper != nullptr && object.keeper->is_released);
+}
+
+// The live object of a handle; otherwise null, with a fault noted.
+Object *live_object(const char *call, const void *handle)
+{
+    if (handle == nullptr) {
+        note_fault(call, "null");
+        return nullptr;
+    }
+    const auto found = std::find_if(objects.begin(), objects.end(),
+                                    [&](const Object &object) { return &object == handle; });
+    if (found == objects.end()) {
+        note_fault(call, "no object");
+        return nullptr;
+    }
+    if (is_gone(*found)) {
+        note_fault(call, "released object");
+        return nullptr;
+    }
+    return &*found;
+}
+
+Object *live_object(const char *call, const void *handle, Kind kind)
+{
+    Object *object = live_object(call, handle);
+    if (object == nullptr || object->kind == kind)
+        return object;
+    note_fault(call, "object of another type");
+    return nullptr;
+}
+
+bool is_ascii(const std::string &text)
+{
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool can_encode(const char *call, const std::string &text, CFStringEncoding encoding)
+{
+    if (encoding == kCFStringEncodingASCII)
+        return is_ascii(text);
+    require(encoding == recorded_system_encoding, call, "unexpected encoding");
+    return text.find('\xff') == std::string::npos;
+}
+
+CFBundleRef give_bundle(const std::string &identifier)
+{
+    for (const LoadedBundle &bundle : frameworks.bundles) {
+        if (bundle.identifier == identifier)
+            // The system hands a bundle out as a pointer to what may change, alone of all objects.
+            return static_cast<CFBundleRef>(
+                const_cast<void *>(give_borrowed(new_object(Kind::Bundle, bundle.root), nullptr)));
+    }
+    return nullptr;
+}
+
+CFURLRef give_address(const std::string &path)
+{
+    Object address = new_object(Kind::Address, path);
+    address.path = path;
+    return static_cast<CFURLRef>(give_owned(address));
+}
+
+// An address in a bundle: the folder's path and the one below it.
+CFURLRef copy_bundle_address(const char *call, CFBundleRef handle, bool is_absolute,
+                             const char *below)
+{
+    const bool failing = fails(call);
+    const Object *bundle = live_object(call, handle, Kind::Bundle);
+    if (bundle == nullptr || failing)
+        return nullptr;
+    return give_address((is_absolute ? bundle->text : "") + below);
+}
+
+bool has_resource(const std::string &root, const std::string &name)
+{
+    for (const LoadedBundle &bundle : frameworks.bundles) {
+        if (bundle.root == root)
+            return std::count(bundle.resources.begin(), bundle.resources.end(), name) != 0;
+    }
+    return false;
+}
+
+const void *give_proxy_entry(const ProxyEntry &entry, const Object *dictionary)
+{
+    if (entry.kind == ProxyEntryKind::Text)
+        return give_borrowed(new_object(Kind::Text, entry.text), dictionary);
+    Object number = new_object(Kind::Number, "");
+    number.number = entry.number;
+    number.is_readable = entry.kind == ProxyEntryKind::Number;
+    return give_borrowed(number, dictionary);
+}
+
+// Whether a reference's bytes from its first zero on are zeros, at least one.
+bool is_filled(const UInt8 *first_zero, const UInt8 *end)
+{
+    return first_zero != end && std::all_of(first_zero, end, [](UInt8 byte) { return byte == 0; });
+}
+
+const char *find_proxy_key(const void *key)
+{
+    for (const char *name : proxy_key_names) {
+        if (name == key)
+            return name;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void frameworks_reset()
+{
+    frameworks = {};
+    objects.clear();
+}
+
+int frameworks_objects_left()
+{
+    return static_cast<int>(std::count_if(objects.begin(), objects.end(), [](const Object &object) {
+        return object.is_owned && !object.is_released;
+    }));
+}
+
+int frameworks_objects_made()
+{
+    return static_cast<int>(std::count_if(objects.begin(), objects.end(),
+                                          [](const Object &object) { return object.is_owned; }));
+}
+
+} // namespace quintral::tests
+
+using namespace quintral::tests;
+
+extern "C" {
+
+const CFAllocatorRef kCFAllocatorDefault = nullptr;
+
+const CFStringRef kSCPropNetProxiesHTTPEnable = reinterpret_cast<CFStringRef>(proxy_key_names[0]);
+const CFStringRef kSCPropNetProxiesHTTPProxy = reinterpret_cast<CFStringRef>(proxy_key_names[1]);
+const CFStringRef kSCPropNetProxiesHTTPPort = reinterpret_cast<CFStringRef>(proxy_key_names[2]);
+
+CFTypeID CFGetTypeID(CFTypeRef cf)
+{
+    const Object *object = live_object(__func__, cf);
+    return object != nullptr ? static_cast<CFTypeID>(object->kind) : 0;
+}
+
+void CFRelease(CFTypeRef cf)
+{
+    Object *object = live_object(__func__, cf);
+    if (object == nullptr)
+        return;
+    require(object->is_owned, __func__, "borrowed object");
+    object->is_released = true;
+}
+
+CFTypeID CFStringGetTypeID(void)
+{
+    return static_cast<CFTypeID>(Kind::Text);
+}
+
+CFStringEncoding CFStringGetSystemEncoding(void)
+{
+    return recorded_system_encoding;
+}
+
+CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr,
+                                      CFStringEncoding encoding)
+{
+    require(alloc == kCFAllocatorDefault, __func__, "unexpected allocator");
+    require(cStr != nullptr, __func__, "null");
+    if (fails(__func__) || cStr == nullptr || !can_encode(__func__, cStr, encoding))
+        return nullptr;
+    return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, cStr)));
+}
+
+// A failure leaves its mark in the first byte: nobody may take the buffer for untouched.
+Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
+                           CFStringEncoding encoding)
+{
+    const bool failing = fails(__func__);
+    const Object *string = live_object(__func__, theString, Kind::Text);
+    require(bufferSize > 0, __func__, "no room");
+    if (string == nullptr || bufferSize <= 0)
+        return false;
+    if (failing || !can_encode(__func__, string->text, encoding) ||
+        string->text.size() >= static_cast<std::size_t>(bufferSize)) {
+        buffer[0] = '!';
+        return false;
+    }
+    std::memcpy(buffer, string->text.c_str(), string->text.size() + 1);
+    return true;
+}
+
+CFTypeID CFNumberGetTypeID(void)
+{
+    return static_cast<CFTypeID>(Kind::Number);
+}
+
+Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePtr)
+{
+    const bool failing = fails(__func__);
+    const Object *object = live_object(__func__, number, Kind::Number);
+    require(theType == kCFNumberIntType, __func__, "unexpected type of number");
+    if (object == nullptr || theType != kCFNumberIntType)
+        return false;
+    std::memcpy(valuePtr, &object->number, sizeof object->number);
+    return !failing && object->is_readable;
+}
+
+const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key)
+{
+    const bool failing = fails(__func__);
+    const Object *dictionary = live_object(__func__, theDict, Kind::Dictionary);
+    const char *name = find_proxy_key(key);
+    require(name != nullptr, __func__, "unexpected key");
+    if (dictionary == nullptr || name == nullptr || failing)
+        return nullptr;
+    const auto found = frameworks.proxies.find(name);
+    return found != frameworks.proxies.end() ? give_proxy_entry(found->second, dictionary)
+                                             : nullptr;
+}
+
+// A blank makes no address.
+CFURLRef CFURLCreateWithBytes(CFAllocatorRef allocator, const UInt8 *URLBytes, CFIndex length,
+                              CFStringEncoding encoding, CFURLRef baseURL)
+{
+    require(allocator == kCFAllocatorDefault, __func__, "unexpected allocator");
+    require(baseURL == nullptr, __func__, "unexpected base");
+    require(length >= 0, __func__, "negative length");
+    if (fails(__func__) || length < 0)
+        return nullptr;
+    const std::string text(reinterpret_cast<const char *>(URLBytes),
+                           static_cast<std::size_t>(length));
+    if (!can_encode(__func__, text, encoding) || text.find(' ') != std::string::npos)
+        return nullptr;
+    return static_cast<CFURLRef>(give_owned(new_object(Kind::Address, text)));
+}
+
+CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef filePath,
+                                       CFURLPathStyle pathStyle, Boolean isDirectory)
+{
+    const bool failing = fails(__func__);
+    const Object *path = live_object(__func__, filePath, Kind::Text);
+    require(allocator == kCFAllocatorDefault, __func__, "unexpected allocator");
+    require(pathStyle == kCFURLPOSIXPathStyle, __func__, "unexpected style");
+    require(isDirectory, __func__, "not marked as a folder");
+    return path != nullptr && !failing ? give_address(path->text) : nullptr;
+}
+
+CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle)
+{
+    const bool failing = fails(__func__);
+    const Object *address = live_object(__func__, anURL, Kind::Address);
+    require(pathStyle == kCFURLPOSIXPathStyle, __func__, "unexpected style");
+    if (address == nullptr || address->path.empty() || failing)
+        return nullptr;
+    return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, address->path)));
+}
+
+CFBundleRef CFBundleGetMainBundle(void)
+{
+    return fails(__func__) ? nullptr : give_bundle("");
+}
+
+CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef bundleID)
+{
+    const bool failing = fails(__func__);
+    const Object *identifier = live_object(__func__, bundleID, Kind::Text);
+    return identifier != nullptr && !failing ? give_bundle(identifier->text) : nullptr;
+}
+
+CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle)
+{
+    return copy_bundle_address(__func__, bundle, true, "");
+}
+
+CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle)
+{
+    return copy_bundle_address(__func__, bundle, true, "/Contents/MacOS/program");
+}
+
+CFURLRef CFBundleCopySupportFilesDirectoryURL(CFBundleRef bundle)
+{
+    return copy_bundle_address(__func__, bundle, false, "Contents");
+}
+
+CFURLRef CFBundleCopyResourcesDirectoryURL(CFBundleRef bundle)
+{
+    return copy_bundle_address(__func__, bundle, false, "Contents/Resources");
+}
+
+CFURLRef CFBundleCopyBuiltInPlugInsURL(CFBundleRef bundle)
+{
+    return copy_bundle_address(__func__, bundle, false, "Contents/PlugIns");
+}
+
+CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
+                                 CFStringRef resourceType, CFStringRef subDirName)
+{
+    const bool failing = fails(__func__);
+    const Object *owner = live_object(__func__, bundle, Kind::Bundle);
+    const Object *name = live_object(__func__, resourceName, Kind::Text);
+    require(resourceType == nullptr, __func__, "unexpected type of resource");
+    require(subDirName == nullptr, __func__, "unexpected sub-folder");
+    if (owner == nullptr || name == nullptr || failing || !has_resource(owner->text, name->text))
+        return nullptr;
+    return give_address(owner->text + "/Contents/Resources/" + name->text);
+}
+
+OSErr Gestalt(OSType selector, SInt32 *response)
+{
+    require(selector == 0x73797376, __func__, "unexpected selector"); // 'sysv'
+    const bool failing = fails(__func__);
+    *response = frameworks.system_version;
+    return failing ? recorded_gestalt_failure : frameworks.gestalt_status;
+}
+
+// A reference holds the path's text, with zeros behind it.
+OSStatus FSPathMakeRef(const UInt8 *path, FSRef *ref, Boolean *isDirectory)
+{
+    require(isDirectory == nullptr, __func__, "unexpected out value");
+    if (fails(__func__))
+        return recorded_no_such_file;
+    if (frameworks.make_status != 0)
+        return frameworks.make_status;
+    *ref = {};
+    const char *text = reinterpret_cast<const char *>(path);
+    std::memcpy(ref->hidden, text, std::min(std::strlen(text), sizeof ref->hidden - 1));
+    return 0;
+}
+
+OSStatus LSOpenFSRef(const FSRef *inRef, FSRef *outLaunchedRef)
+{
+    require(outLaunchedRef == nullptr, __func__, "unexpected out reference");
+    const bool failing = fails(__func__);
+    const UInt8 *end = std::find(inRef->hidden, std::end(inRef->hidden), 0);
+    const std::string path(inRef->hidden, end);
+    require(is_filled(end, std::end(inRef->hidden)), __func__, "reference that nobody filled");
+    if (path.empty())
+        return recorded_no_such_file;
+    frameworks.opened.push_back("file " + path);
+    return failing ? recorded_no_application : frameworks.open_status;
+}
+
+OSStatus LSOpenCFURLRef(CFURLRef inURL, CFURLRef *outLaunchedURL)
+{
+    require(outLaunchedURL == nullptr, __func__, "unexpected out address");
+    const bool failing = fails(__func__);
+    const Object *address = live_object(__func__, inURL, Kind::Address);
+    if (address == nullptr)
+        return recorded_no_application;
+    frameworks.opened.push_back("address " + address->text);
+    return failing ? recorded_no_application : frameworks.open_status;
+}
+
+CFDictionaryRef SCDynamicStoreCopyProxies(SCDynamicStoreRef store)
+{
+    require(store == nullptr, __func__, "unexpected store");
+    if (fails(__func__) || !frameworks.has_proxies)
+        return nullptr;
+    return static_cast<CFDictionaryRef>(give_owned(new_object(Kind::Dictionary, "")));
+}
+
+} // extern "C"
