@@ -1,6 +1,7 @@
 // The parts of the utility that need no process of their own: safe texts, version numbers, proxy
 // exceptions, the launch argument, the answer's texts and the option table. The process as a whole
 // is in tool-test.cpp.
+#include "platform/platform.h"
 #include "support/error.h"
 #include "tool/answer.h"
 #include "tool/options.h"
@@ -721,15 +722,18 @@ TEST(Options, StartFromTheUtilitysOwnAndTheSystemsNames)
     EXPECT_EQ(options.version, std::strtof(QUINTRAL_VERSION, nullptr));
     EXPECT_STREQ(options.version_name, QUINTRAL_VERSION_NAME);
     EXPECT_STREQ(options.machine_id, "");
-    EXPECT_STREQ(options.os, system.sysname);
-    EXPECT_STREQ(options.os_version, system.release);
+    char os_name[9];
+    char os_version[sizeof system.release];
+    platform_os_name(os_name);
+    EXPECT_STREQ(options.os, os_name);
+    EXPECT_STREQ(options.os_version, platform_os_version(os_version, sizeof os_version));
     EXPECT_STREQ(options.processor_arch, system.machine);
     EXPECT_EQ(options.service, nullptr);
     EXPECT_EQ(options.proxy, nullptr);
     EXPECT_EQ(options.proxy_user, nullptr);
     EXPECT_EQ(options.proxy_password, nullptr);
     EXPECT_EQ(options.max_time, 60);
-    EXPECT_FALSE(options.json || options.quiet || options.exit_code);
+    EXPECT_FALSE(options.json || options.quiet || options.exit_code || options.open);
     EXPECT_FALSE(options.help || options.show_version);
 }
 
@@ -773,11 +777,9 @@ TEST(Options, EachSwitchSetsItsFieldAloneInEverySpelling)
         const char *name;
         bool ToolOptions::*field;
     } rows[] = {
-        {"json", &ToolOptions::json},
-        {"quiet", &ToolOptions::quiet},
-        {"exit-code", &ToolOptions::exit_code},
-        {"help", &ToolOptions::help},
-        {"version", &ToolOptions::show_version},
+        {"json", &ToolOptions::json},           {"quiet", &ToolOptions::quiet},
+        {"exit-code", &ToolOptions::exit_code}, {"open", &ToolOptions::open},
+        {"help", &ToolOptions::help},           {"version", &ToolOptions::show_version},
     };
     for (const auto &row : rows) {
         for (const char *dash : {"-", "--", "+"}) {

@@ -1,5 +1,6 @@
 // The utility as a process: arguments in, the bytes on the wire and on both streams and the exit
 // status out. Its pure parts are in tool-parts-test.cpp.
+#include "platform/platform.h"
 #include "support/error.h"
 #include "tool/endings.h"
 #include "tool/options.h"
@@ -38,6 +39,7 @@
 #include "tests/forbidden-memory.h"
 #include "tests/loopback-peer.h"
 #include "tests/test-main.h"
+#include "tests/tool-run.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define MEMORY_IS_SANITIZED 1
@@ -60,124 +62,20 @@ using tests::LoopbackPeer;
 using tests::PeerAct;
 using tests::PeerScript;
 using tests::PeerStep;
+using namespace tests::tool;
 
-using Texts = std::vector<std::string>;
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
 constexpr int patience = 20000; // milliseconds until a child or a peer must have come to a point
 
-std::string repeated(std::size_t count, const std::string &text)
-{
-    std::string all;
-    for (std::size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
-
-Texts joined(Texts first, const Texts &second)
-{
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-// Running the utility
-
-Child start_tool(const Texts &arguments, const ChildOptions &options = {})
-{
-    return tests::child_start(joined({QUINTRAL_TOOL}, arguments), options);
-}
-
-ChildResult run_tool(const Texts &arguments, const ChildOptions &options = {})
-{
-    return tests::run_child(joined({QUINTRAL_TOOL}, arguments), options);
-}
-
-std::string reply_of(const std::string &body)
-{
-    return "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\n" + body;
-}
-
-PeerScript sending(const std::string &bytes)
-{
-    return {{PeerAct::ReadRequest}, {PeerAct::Send, bytes}};
-}
-
-PeerScript holding(const std::string &bytes = "")
-{
-    return {{PeerAct::ReadRequest}, {PeerAct::Send, bytes}, {PeerAct::Hold}};
-}
-
-PeerScript trickling(const std::string &start, const std::string &bytes, int milliseconds)
-{
-    return {{PeerAct::ReadRequest},
-            {PeerAct::Send, start},
-            {PeerAct::Trickle, bytes, milliseconds},
-            {PeerAct::Hold}};
-}
-
-struct Exchange {
-    ChildResult result;
-    std::string address; // of the service
-    std::string request;
-};
-
-// Runs the utility against a service that plays the script.
-Exchange ask(const PeerScript &script, const Texts &arguments = {},
-             const ChildOptions &options = {})
-{
-    const LoopbackPeer peer({script});
-    Exchange exchange;
-    exchange.address = peer.address();
-    exchange.result = run_tool(joined({"-service", peer.address()}, arguments), options);
-    exchange.request = peer.received(0);
-    return exchange;
-}
-
-void expect_ended(const ChildResult &result, int status, const std::string &output,
-                  const std::string &error, const std::string &what = "")
-{
-    EXPECT_EQ(result.exit_status, status) << what;
-    EXPECT_EQ(result.signal, 0) << what;
-    EXPECT_EQ(result.output, output) << what;
-    EXPECT_EQ(result.error, error) << what;
-}
-
-void expect_ended_by(const ChildResult &result, int signal_number, const std::string &output,
-                     const std::string &error, const std::string &what = "")
-{
-    EXPECT_EQ(result.signal, signal_number) << what;
-    EXPECT_EQ(result.output, output) << what;
-    EXPECT_EQ(result.error, error) << what;
-}
-
-std::string error_line(const std::string &text)
-{
-    return "Error: " + text + "\a\n";
-}
-
 const char cancelled_text[] = "User canceled web transaction";
-
-// JSON
-
-// An object with its values as they are written.
-std::string json_line(const std::string &status, int exit_status, const std::string &newer,
-                      const std::array<std::string, 4> &values, const std::string &error)
-{
-    return "{\"status\":\"" + status + "\",\"exit_status\":" + std::to_string(exit_status) +
-           ",\"newer\":" + newer + ",\"version\":" + values[0] + ",\"url\":" + values[1] +
-           ",\"button\":" + values[2] + ",\"message\":" + values[3] + ",\"error\":" + error + "}\n";
-}
-
-std::string unanswered_json(const std::string &status, int exit_status, const std::string &error)
-{
-    return json_line(status, exit_status, "null", {"null", "null", "null", "null"},
-                     "\"" + error + "\"");
-}
 
 std::string cancelled_json(int signal_number)
 {
     return unanswered_json("cancelled", 128 + signal_number, cancelled_text);
 }
+
+// JSON
 
 bool take(const std::string &text, std::size_t *at, const std::string &expected)
 {
@@ -348,10 +246,14 @@ Texts default_values()
 {
     utsname system = {};
     EXPECT_EQ(uname(&system), 0);
+    char os_name[9];
+    char os_version[sizeof system.release];
+    platform_os_name(os_name);
+    platform_os_version(os_version, sizeof os_version);
     char version[32];
     std::snprintf(version, sizeof version, "%.3f", std::strtod(QUINTRAL_VERSION, nullptr));
-    return {"Quintral",     "Quintral",     version, QUINTRAL_VERSION_NAME,
-            system.sysname, system.release, "",      system.machine};
+    return {"Quintral", "Quintral", version, QUINTRAL_VERSION_NAME,
+            os_name,    os_version, "",      system.machine};
 }
 
 TEST(ToolRequest, NamesTheUtilityAndTheSystemAndNothingThatIdentifiesTheMachine)
@@ -379,7 +281,8 @@ Texts all_options(const std::string &dash)
                                                   {"proxy-pass", "pw1"},
                                                   {"json"},
                                                   {"quiet"},
-                                                  {"exit-code"}}) {
+                                                  {"exit-code"},
+                                                  {"open"}}) {
         texts.push_back(dash + option[0]);
         texts.insert(texts.end(), option.begin() + 1, option.end());
     }

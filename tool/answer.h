@@ -27,7 +27,7 @@ struct RunOutcome {
     int exit_status;
     Newer newer;
     const UpdateAnswer *answer; // null unless answered
-    const char *error;          // null unless something failed
+    const char *error;          // null unless something failed; may stand beside an answer
 };
 
 // Shows a remark for each value that fills its room, since it may have been cut. To be called

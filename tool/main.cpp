@@ -7,6 +7,7 @@
 #include "support/error.h"
 #include "tool/answer.h"
 #include "tool/endings.h"
+#include "tool/open-address.h"
 #include "tool/options.h"
 #include "tool/proxy-exceptions.h"
 #include "tool/sign-of-life.h"
@@ -91,6 +92,10 @@ RunOutcome failed_outcome(int result)
 RunOutcome answered_outcome(const ToolOptions &options, const UpdateAnswer &answer)
 {
     const Newer newer = compare_answer(answer, options.version_text);
+    if (options.open && newer == Newer::Yes && answer.address[0] != '\0') {
+        if (const char *error = open_web_address(answer.address))
+            return {"answered", FailureStatus, newer, &answer, error};
+    }
     const int status = options.exit_code && newer == Newer::Yes ? NewerStatus : AnsweredStatus;
     return {"answered", status, newer, &answer, nullptr};
 }

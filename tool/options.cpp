@@ -6,6 +6,7 @@
 #include <sys/utsname.h>
 
 #include "cmdline/long-options.h"
+#include "platform/platform.h"
 #include "support/ascii.h"
 #include "support/c-utils.h"
 #include "tool/streams.h"
@@ -38,6 +39,7 @@ enum : std::int32_t {
     JsonOption,
     QuietOption,
     ExitCodeOption,
+    OpenOption,
     HelpOption,
     VersionOption
 };
@@ -61,6 +63,7 @@ const LongOption option_table[] = {
     {"json", NoArgument, nullptr, JsonOption},
     {"quiet", NoArgument, nullptr, QuietOption},
     {"exit-code", NoArgument, nullptr, ExitCodeOption},
+    {"open", NoArgument, nullptr, OpenOption},
     {"help", NoArgument, nullptr, HelpOption},
     {nullptr, NoArgument, nullptr, 0},
 };
@@ -73,8 +76,11 @@ std::string without_value(const char *element)
 
 void set_defaults(ToolOptions *options)
 {
-    static utsname system; // zero-filled, so all texts are empty should uname fail
+    static utsname system; // zero-filled, so the processor is empty should uname fail
+    static char os_name[16];
+    static char os_version[sizeof system.release];
     uname(&system);
+    platform_os_name(os_name);
     *options = {};
     options->product = "Quintral";
     options->product_line = "Quintral";
@@ -82,8 +88,8 @@ void set_defaults(ToolOptions *options)
     read_product_version(QUINTRAL_VERSION, &options->version);
     options->version_name = QUINTRAL_VERSION_NAME;
     options->machine_id = "";
-    options->os = system.sysname;
-    options->os_version = system.release;
+    options->os = os_name;
+    options->os_version = platform_os_version(os_version, sizeof os_version);
     options->processor_arch = system.machine;
     options->max_time = default_max_time;
 }
@@ -186,6 +192,8 @@ bool *switch_slot(int option, ToolOptions *options)
         return &options->quiet;
     case ExitCodeOption:
         return &options->exit_code;
+    case OpenOption:
+        return &options->open;
     case HelpOption:
         return &options->help;
     case VersionOption:
@@ -309,6 +317,7 @@ const char *usage_text()
            "  -json\t\t\tPrint one JSON object instead of text.\n"
            "  -quiet\t\tNo sign of life and no remarks.\n"
            "  -exit-code\t\tEnd with status 10 when a newer version exists.\n"
+           "  -open\t\t\tOpen the web address when a newer version exists.\n"
            "  -help\t\t\tPrint this text.\n"
            "  -version\t\tPrint the version of this program.\n"
            "\n"

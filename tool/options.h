@@ -4,8 +4,8 @@
 
 namespace quintral {
 
-// What the command line asks for. Texts point into the argument vector, into constants or into the
-// record that uname filled; all live as long as the process.
+// What the command line asks for. Texts point into the argument vector, into constants or into what
+// the system said of itself; all live as long as the process.
 struct ToolOptions {
     const char *product;
     const char *product_line;
@@ -25,12 +25,13 @@ struct ToolOptions {
     bool json;
     bool quiet;
     bool exit_code;
+    bool open;
     bool help;
     bool show_version;
 };
 
 // Reads the command line into *options, defaults first: the utility's own product, version and
-// names, the system's from uname, an empty machine identifier, 60 seconds.
+// names, what the system says of itself, an empty machine identifier, 60 seconds.
 //
 // Every proxy password is overwritten in the argument vector as soon as it is read, so that it does
 // not stay visible in the process list; a copy of its first 255 bytes (all that ProxySettings
