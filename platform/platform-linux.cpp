@@ -228,13 +228,6 @@ std::int32_t platform_open_url(const char *address, std::size_t count)
     return platform_xdg_open(std::string(address, count).c_str());
 }
 
-int platform_open_document(const char *text)
-{
-    const std::int32_t status =
-        text[0] == '/' ? platform_open_path(text) : platform_open_url(text, std::strlen(text));
-    return status == 0 ? 0 : -1;
-}
-
 char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location,
                            const char *resource_name)
 {

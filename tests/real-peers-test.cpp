@@ -7,6 +7,7 @@
 #include "tests/child-process.h"
 #include "tests/line-endings.h"
 #include "tests/loopback-peer.h"
+#include "tests/temp-folder.h"
 #include "web/transaction.h"
 
 #include <array>
@@ -18,9 +19,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -68,12 +67,6 @@ bool wait_until(const std::function<bool()> &condition)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return condition();
-}
-
-std::string file_text(const char *path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 bool has_ended(const Child &child)
@@ -131,8 +124,8 @@ std::uint16_t start_on_free_port(const std::vector<std::string> &command, const 
         *child = start_server(command);
         if (child->process_id < 0)
             return 0;
-        wait_until([&] { return !file_text(pid_file).empty() || has_ended(*child); });
-        if (!has_ended(*child) && !file_text(pid_file).empty())
+        wait_until([&] { return !tests::file_content(pid_file).empty() || has_ended(*child); });
+        if (!has_ended(*child) && !tests::file_content(pid_file).empty())
             return port;
         tests::child_signal(*child, SIGTERM);
         const ChildResult result = tests::child_wait(*child);
@@ -214,7 +207,7 @@ protected:
         nginx_port = start_on_free_port(
             {nginx_program, "-e", "nginx-error.log", "-p", folder + "/", "-c", "nginx.conf"},
             "nginx.pid", write_nginx_settings, &nginx);
-        ASSERT_NE(nginx_port, 0) << file_text("nginx-error.log");
+        ASSERT_NE(nginx_port, 0) << tests::file_content("nginx-error.log");
         ASSERT_TRUE(wait_until(php_answers));
         service = "127.0.0.1:" + std::to_string(nginx_port);
         web_service_host = service.c_str();
@@ -249,13 +242,13 @@ protected:
         proxy_port = start_on_free_port(
             {tinyproxy_program, "-d", "-c", "tinyproxy.conf"}, "tinyproxy.pid",
             [&](std::uint16_t port) { write_tinyproxy_settings(port, more_settings); }, &tinyproxy);
-        ASSERT_NE(proxy_port, 0) << file_text("tinyproxy.log");
+        ASSERT_NE(proxy_port, 0) << tests::file_content("tinyproxy.log");
     }
 
     static void show_logs()
     {
         for (const char *log : {"nginx-error.log", "nginx-access.log", "tinyproxy.log"})
-            std::printf("--- %s\n%s", log, file_text(log).c_str());
+            std::printf("--- %s\n%s", log, tests::file_content(log).c_str());
     }
 
     // What the page tells of a request that came straight from the client: its request line holds
@@ -448,7 +441,7 @@ TEST_F(RealPeers, CredentialsAreNotThoseThatTinyproxyAsksFor)
     ASSERT_NE(proxy_port, 0);
     expect_proxy_error(ask("Quintral Shapes", 1.0F, proxy_port, "user1", "pw1"),
                        "407 from web site: Proxy Authentication Required");
-    EXPECT_EQ(file_text("nginx-access.log"), "");
+    EXPECT_EQ(tests::file_content("nginx-access.log"), "");
 }
 
 // ---- The utility ----

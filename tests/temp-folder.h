@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -62,6 +63,13 @@ inline void make_file(const std::string &path, const std::string &content = "con
     stream << content;
     stream.close();
     EXPECT_TRUE(stream.good()) << path;
+}
+
+// The bytes of a file, none where it cannot be read.
+inline std::string file_content(const std::string &path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 inline void make_directory(const std::string &path)

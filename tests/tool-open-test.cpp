@@ -4,8 +4,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -22,12 +20,6 @@ namespace {
 using namespace tests::tool;
 
 const char address[] = "http://www.quintral.example/get?v=5.2&os=Linux#new";
-
-std::string content_of(const std::string &path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 // An xdg-open that writes "count of arguments" and each argument on a line of a file, then runs a
 // command.
@@ -54,7 +46,7 @@ public:
 
     std::string opened() const
     {
-        return content_of(record());
+        return tests::file_content(record());
     }
 
 private:
@@ -312,7 +304,7 @@ TEST(ToolOpen, TakesADesktopThatIsStillAtWorkForOneThatAccepted)
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_EQ(result.error, "");
     EXPECT_LT(taken, std::chrono::seconds(10));
-    const std::string process = content_of(desktop.record().replace(
+    const std::string process = tests::file_content(desktop.record().replace(
         desktop.record().rfind('/'), std::string::npos, "/xdg-open.process"));
     const int process_id = std::atoi(process.c_str());
     ASSERT_GT(process_id, 1);

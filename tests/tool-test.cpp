@@ -14,7 +14,6 @@
 #include <cstring>
 #include <exception>
 #include <fstream>
-#include <iterator>
 #include <new>
 #include <ostream>
 #include <stdexcept>
@@ -38,6 +37,7 @@
 #include "tests/child-process.h"
 #include "tests/forbidden-memory.h"
 #include "tests/loopback-peer.h"
+#include "tests/temp-folder.h"
 #include "tests/test-main.h"
 #include "tests/tool-run.h"
 
@@ -1985,8 +1985,7 @@ TEST(ToolStreams, AnOutputAtItsSizeLimitEndsInStatus1)
 
 std::string command_line_of(const Child &child)
 {
-    std::ifstream file("/proc/" + std::to_string(child.process_id) + "/cmdline");
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    return tests::file_content("/proc/" + std::to_string(child.process_id) + "/cmdline");
 }
 
 TEST(ToolPassword, DoesNotStayVisibleInTheProcessList)
