@@ -1,6 +1,6 @@
-# Toolchain file that compiles the project's macOS sources with clang on a machine without macOS, for
-# scripts/check-macos.sh. Objects only: there is no linker and no framework here, so programs are not
-# linked and nothing is run.
+# Toolchain file that compiles the project's macOS sources with clang on a machine without macOS,
+# for scripts/check-macos.sh. Objects only: there is no linker and no framework here, so programs
+# are not linked and nothing is run.
 #
 # Set by the presets: CMAKE_OSX_ARCHITECTURES is not, since clang's target says it all.
 #   QUINTRAL_MACOS_TARGET     clang's target, architecture and first system, as
@@ -20,7 +20,8 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_INSTALL_NAME_TOOL true) # looked for, never run
 set(CMAKE_CXX_LINK_EXECUTABLE "<CMAKE_COMMAND> -E touch <TARGET>")
 
-# The C++ headers are those of clang's own libc++; its C headers stand between them and the system's.
+# The C++ headers are those of clang's own libc++; its C headers stand between them and the
+# system's.
 execute_process(COMMAND clang++ -print-resource-dir
   OUTPUT_VARIABLE clang_folder OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 cmake_path(SET cxx_headers NORMALIZE ${clang_folder}/../../../include/c++/v1)

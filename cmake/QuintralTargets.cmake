@@ -1,5 +1,17 @@
 # What every target of the project has in common, and the two shapes of target.
 
+# The arithmetic of the first Intel processors carries more digits than a float has; every Intel Mac
+# has the other one.
+include(CheckCXXSourceCompiles)
+check_cxx_source_compiles("
+  #include <cfloat>
+  static_assert(FLT_EVAL_METHOD == 0, \"floats are rounded late\");
+  int main() {}" QUINTRAL_FLOATS_ARE_ROUNDED)
+set(arithmetic_options -ffp-contract=off)
+if(NOT QUINTRAL_FLOATS_ARE_ROUNDED)
+  list(APPEND arithmetic_options -msse2 -mfpmath=sse)
+endif()
+
 # Language level, arithmetic and warnings. Fused multiply-adds are off so that the 32-bit and the
 # 64-bit builds round alike; warnings become errors in the presets only
 # (CMAKE_COMPILE_WARNING_AS_ERROR), never for somebody who embeds the project.
@@ -7,7 +19,7 @@ function(quintral_common_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_compile_options(${target} PRIVATE
-    -ffp-contract=off -Wall -Wextra -Wshadow -Wconversion)
+    ${arithmetic_options} -Wall -Wextra -Wshadow -Wconversion)
 endfunction()
 
 # quintral_add_library(folder SOURCES ... HEADERS ... LINKS ...)

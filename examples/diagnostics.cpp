@@ -1,5 +1,5 @@
-// How a plug-in uses the diagnostics: messages shown by its host, aborts caught where the host calls
-// in, text with a tag, indented output, and the capture that a test harness reads.
+// How a plug-in uses the diagnostics: messages shown by its host, aborts caught where the host
+// calls in, text with a tag, indented output, and the capture that a test harness reads.
 #include "support/error.h"
 
 #include <cstdio>

@@ -61,10 +61,11 @@ std::size_t plain_number_length(const std::string &text)
     if (whole + fraction == 0 || whole + fraction > 7)
         return 0;
     if (end < text.size() && (text[end] == 'e' || text[end] == 'E')) {
-        const std::size_t exponent = digits_from(end + 1);
-        if (exponent == 0 || exponent > 1)
+        const std::size_t signs = text.find_first_of("+-", end) == end + 1 ? 1 : 0;
+        const std::size_t exponent = digits_from(end + 1 + signs);
+        if (exponent == 0 || exponent > 2)
             return 0;
-        end += 1 + exponent;
+        end += 1 + signs + exponent;
     }
     return end;
 }
@@ -97,6 +98,9 @@ void fuzz_float(Input *input)
     if (length == 0)
         return;
     const double exact = std::strtod(text.substr(start, length).c_str(), nullptr);
+    const double size = std::fabs(exact);
+    if (size > 0 && (size < 2e-38 || size > 3e38)) // fewer digits are left, or none
+        return;
     FUZZ_CHECK(std::fabs(static_cast<double>(value) - exact) <= 4e-6 * std::fabs(exact));
 }
 

@@ -71,8 +71,8 @@ void drop_removal_mark(char *path)
         path[length - mark_length] = '\0';
 }
 
-// False where the system does not tell: without /proc, or where the path is too long for it or, with
-// large pages, for the buffer. Everything below relies on the path's slash.
+// False where the system does not tell: without /proc, or where the path is too long for it or,
+// with large pages, for the buffer. Everything below relies on the path's slash.
 bool find_running_program(char *path, std::size_t capacity)
 {
     const ssize_t length = readlink("/proc/self/exe", path, capacity);

@@ -48,8 +48,8 @@ char *platform_format_system_version(std::uint32_t system_version, char *buffer,
 // macOS any other status is that of the system's launch services. On Linux the desktop is asked
 // through xdg-open, for at most a second: the status is the one it ended with by then, 0 where it
 // is still at work, -1 where it cannot be started or was ended by a signal. What is opened never is
-// the caller's child and leaves no zombie; a process that gets the orphans of others (the first of a
-// container, a subreaper) gets this one too. The caller sees one SIGCHLD.
+// the caller's child and leaves no zombie; a process that gets the orphans of others (the first of
+// a container, a subreaper) gets this one too. The caller sees one SIGCHLD.
 
 // The status for bytes of which no address can be made.
 constexpr std::int32_t PlatformNoAddress = -30773;
@@ -68,8 +68,8 @@ std::int32_t platform_open_path(const char *path);
 
 // Opens an address with the desktop's handler for its scheme. Returns the status, or
 // PlatformNoAddress: on macOS where the system makes no address of the bytes; on Linux where they
-// do not begin with a scheme (a letter, then letters, digits, '+', '-' and '.', up to a ':') or hold
-// a byte that RFC 3986 knows no place for, a blank or a byte above 0x7E among them.
+// do not begin with a scheme (a letter, then letters, digits, '+', '-' and '.', up to a ':') or
+// hold a byte that RFC 3986 knows no place for, a blank or a byte above 0x7E among them.
 // Whatever the scheme: who opens addresses from outside checks them first. Throws std::bad_alloc
 // when memory runs out.
 // Requires: address holds count bytes; a terminator is not needed.

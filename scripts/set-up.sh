@@ -19,8 +19,8 @@ missing_packages() {
   done
 }
 
-# A server that is installed here must not start: a policy that refuses it stands while apt-get runs.
-# A proxy that the packages are behind belongs in apt's own configuration.
+# A server that is installed here must not start: a policy that refuses it stands while apt-get
+# runs. A proxy that the packages are behind belongs in apt's own configuration.
 install_packages() {
   policy=/usr/sbin/policy-rc.d
   saved=$policy.quintral-saved

@@ -63,8 +63,8 @@ constexpr char ascii_to_lower(char c)
 // Reads a decimal number as scanf's "%d" does: white space, an optional sign, digits.
 //
 // Returns the position behind the last digit with the number in *value; where there is no digit,
-// returns null with *value 0. Of a number outside the 32-bit range *value holds another one outside
-// it with the same sign, so that the reader can refuse it.
+// returns null with *value 0. Of a number outside the 32-bit range *value holds one outside it
+// with the same sign, perhaps another, so that the reader can refuse it.
 // Requires: text is terminated, value is not null.
 constexpr const char *ascii_scan_wide_int(const char *text, std::int64_t *value)
 {
@@ -96,8 +96,9 @@ constexpr std::int32_t nearest_int32(std::int64_t number)
                                                         : number);
 }
 
-// Reads a decimal number as ascii_scan_wide_int does, and as atoi would. A number outside the 32-bit
-// range is its nearest end, on every system alike (the C library leaves that case undefined).
+// Reads a decimal number as ascii_scan_wide_int does, and as atoi would. A number outside the
+// 32-bit range is its nearest end, on every system alike (the C library leaves that case
+// undefined).
 // Returns and requires: as ascii_scan_wide_int.
 constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
 {

@@ -29,17 +29,18 @@ std::int32_t clock_stamp();
 // Milliseconds since 2003 modulo 2^32, which wrap every 49.7 days: compare by unsigned subtraction.
 std::uint32_t clock_milliseconds();
 
-// Sleeps for a time in seconds, rounded to the nearest millisecond; a negative one that rounds to 0
-// does not sleep. A sleep that a signal cuts short is not resumed.
-// Returns 0 after the whole time; or -1 with errno set: EINTR for a signal, EINVAL without sleeping
-// for a time that is no number, infinite, below 0 or longer than the system can express. The
+// Sleeps for a time in seconds, rounded to the nearest millisecond. A sleep that a signal cuts short
+// is not resumed.
+// Returns 0 after the whole time, at once where that is shorter than half a millisecond, and for a
+// negative one above -1.5 milliseconds; or -1 with errno set: EINTR for a signal, EINVAL without
+// sleeping for a time that is no number, infinite, negative or longer than the system can express. The
 // product 1000 * seconds is taken in single precision: above some 16777 seconds the milliseconds
 // are those that a float can hold.
 int sleep_seconds(float seconds);
 
 // Waits until the time is at least the time of the call plus so many whole seconds, by asking for
-// it again and again: deliberately a busy wait, which never sleeps, for hosts that must not lose the
-// processor. Returns the last time read, in seconds since 1970.
+// it again and again: deliberately a busy wait, which never sleeps, for hosts that must not lose
+// the processor. Returns the last time read, in seconds since 1970.
 std::time_t wait_seconds(std::uint32_t seconds);
 
 } // namespace quintral

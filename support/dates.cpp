@@ -87,11 +87,6 @@ char *format_date_compact(std::int32_t day_number, char *buffer)
 
 namespace {
 
-bool fits_int32(std::int64_t number)
-{
-    return number == nearest_int32(number);
-}
-
 // The month that three lower-case letters name, 0 for none. There may be no terminator.
 int month_from_letters(const char *letters)
 {
@@ -119,12 +114,13 @@ int parse_date_compact(const char *text, std::int32_t *day_number)
     const int month = month_from_letters(letters);
     std::int64_t year = 0;
     position = ascii_scan_wide_int(position, &year);
-    if (month == 0 || position == nullptr || !fits_int32(year))
+    if (month == 0 || position == nullptr)
         return -1;
     if (year <= 1999)
         year += 2000;
+    // Refuses every year beyond 32 bits too.
     const std::int64_t number = wide_day_number(year, month, day);
-    if (!fits_int32(number))
+    if (number != nearest_int32(number))
         return -1;
     *day_number = static_cast<std::int32_t>(number);
     return static_cast<int>(position - text);

@@ -3,9 +3,10 @@
 //
 // Calendar: Gregorian, also before its introduction. 2000-01-01 is day number 2451545. The formulas
 // (Fliegel and Van Flandern, Communications of the ACM 11, 1968, page 657) are each other's inverse
-// from day number -32044 on, 1 March of the year -4800; the days before are not those of any
-// calendar, and far enough back their months and days leave their ranges, so that texts show "???"
-// for a month. Nothing overflows for any argument.
+// from day number -32044 on, 1 March of the year -4800. Before, date_to_day_number is off by a day
+// or more; before -68569, 1 March of the year -4900, so is day_number_to_date, whose months and
+// days leave their ranges farther back, so that texts show "???" for a month. Nothing overflows for
+// any argument.
 //
 //     char text[date_text_size];
 //     print_text(format_date_long(today_day_number() + 30, text), "due");
@@ -23,8 +24,9 @@ extern const char *const month_names[13];
 // A buffer of this size in bytes has room for either form of any day number.
 constexpr std::size_t date_text_size = 24;
 
-// The day number of a calendar date (year in full). Months and days out of their ranges carry over
-// as the formula has it, so 31 February is 2 or 3 March. A day number outside the 32-bit range is
+// The day number of a calendar date (year in full). Days out of their range carry over, so 31
+// February is 2 or 3 March; so do months 13 and 14, and later ones are off by a day or more, as the
+// formula has it. A day number outside the 32-bit range is
 // its nearest end.
 std::int32_t date_to_day_number(std::int32_t year, std::int32_t month, std::int32_t day);
 

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "support/time-source.h"
+
 namespace quintral {
 
 namespace {
@@ -238,7 +240,7 @@ std::int32_t message_count()
 
 int log_message(const char *text)
 {
-    const std::time_t now = std::time(nullptr);
+    const std::time_t now = time_source.time();
     if (static_cast<double>(now) - last_log_time > burst_pause_seconds)
         burst_messages = 0;
     last_log_time = static_cast<double>(now);

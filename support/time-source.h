@@ -1,5 +1,6 @@
-// Where dates and clocks get the time from and how they sleep: one record, so that a test freezes
-// the time by putting functions of its own in place. Not for programs of the suite.
+// Where dates, clocks and the message log get the time from and how the waits sleep: one record, so
+// that a test freezes the time by putting functions of its own in place. Not for programs of the
+// suite.
 #ifndef QUINTRAL_SUPPORT_TIME_SOURCE_H
 #define QUINTRAL_SUPPORT_TIME_SOURCE_H
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/time.h>
 
 namespace quintral {
@@ -20,6 +21,8 @@ namespace {
 timeval frozen_time;
 std::vector<std::time_t> coming_times; // what time() tells, the last one again and again
 std::size_t next_time;
+int times_read;
+timeval time_step; // by which the frozen time moves on with every reading
 std::vector<timespec> sleep_requests;
 int sleep_result;
 
@@ -31,12 +34,18 @@ protected:
         frozen_time = {};
         coming_times = {0};
         next_time = 0;
+        time_step = {};
         sleep_requests.clear();
         sleep_result = 0;
         clock_last_stamp = -1;
-        time_source.time_of_day = [] { return frozen_time; };
+        time_source.time_of_day = [] {
+            const timeval now = frozen_time;
+            timeradd(&now, &time_step, &frozen_time);
+            return now;
+        };
         time_source.time = [] {
             const std::time_t now = coming_times[next_time];
+            ++times_read;
             if (next_time + 1 < coming_times.size())
                 ++next_time;
             return now;
@@ -108,6 +117,14 @@ TEST_F(Clocks, StampGivesWholeSecondsAndKeepsTheRest)
     }
 }
 
+TEST_F(Clocks, StampReadsTheTimeOnce)
+{
+    frozen_time = time_at(852076800 + 61, 900000);
+    time_step = time_at(1, 300000);
+    EXPECT_EQ(clock_stamp(), 61);
+    EXPECT_EQ(clock_last_stamp, 61 + 900000 * 0.000001);
+}
+
 TEST_F(Clocks, StampWrapsAndWhatItKeepsDoesNot)
 {
     if (sizeof(std::time_t) < 8)
@@ -141,6 +158,7 @@ TEST_F(Clocks, MillisecondsCountFrom2003AndWrap)
         frozen_time = row.now;
         EXPECT_EQ(clock_milliseconds(), row.milliseconds)
             << row.now.tv_sec << " s " << row.now.tv_usec;
+        EXPECT_EQ(clock_last_stamp, -1) << "only clock_stamp writes it";
     }
 }
 
@@ -179,11 +197,15 @@ TEST_F(Clocks, SleepIsRoundedToTheNearestMillisecond)
         {100000.5F, 100000, 496000000},
         // 2^24 + 1 milliseconds are no float
         {16777.217F, 16777, 216000000},
-        // below half a millisecond from 0 nothing is left of the sign
+        // the half is added to the product as a double
+        {8388.609F, 8388, 609000000},
+        {0.000499999966F, 0, 0},
+        // above -1.5 milliseconds nothing is left of the sign
         {-0.0F, 0, 0},
         {-0.0001F, 0, 0},
         {-0.0005F, 0, 0},
         {-0.001F, 0, 0},
+        {-0.0014F, 0, 0},
         {2147483.0F, 2147483, 8000000},
         {1000000000.0F, 999999995, 904000000},
     };
@@ -200,9 +222,11 @@ TEST_F(Clocks, SleepRefusesWhatIsNoTime)
 {
     const float infinity = std::numeric_limits<float>::infinity();
     const float not_a_number = std::numeric_limits<float>::quiet_NaN();
-    const float rows[] = {-0.0016F,  -1,       -1.5F,        -1e30F,        -FLT_MAX,
-                          -infinity, infinity, not_a_number, -not_a_number, FLT_MAX,
-                          1e36F,     1e30F,    1e16F};
+    const float rows[] = {-0.0015F,      -0.0016F, -1,
+                          -1.5F,         -1e30F,   -FLT_MAX,
+                          -infinity,     infinity, not_a_number,
+                          -not_a_number, FLT_MAX,  1e36F,
+                          1e30F,         1e16F,    0x1.0624dep+53F}; // 2^63 milliseconds
     for (const float seconds : rows) {
         errno = 0;
         EXPECT_EQ(sleep_seconds(seconds), -1) << seconds;
@@ -234,23 +258,42 @@ TEST_F(Clocks, WaitAsksForTheTimeUntilItIsThere)
         std::vector<std::time_t> times;
         std::uint32_t seconds;
         std::time_t result;
-        std::size_t asked; // times read before the last
+        int read; // how often
     } rows[] = {
-        {{100}, 0, 100, 0},
-        {{100, 100}, 0, 100, 1},
-        {{100, 101}, 0, 101, 1},
-        {{100, 100, 101, 102, 103}, 2, 102, 3},
-        {{100, 105, 106}, 2, 105, 1},         // a jump ends it
-        {{100, 90, 95, 102, 103}, 2, 102, 3}, // a clock set back makes it longer
-        {{-5, -4, -3, -2}, 2, -3, 2},
+        {{100}, 0, 100, 2},
+        {{100, 100}, 0, 100, 2},
+        {{100, 101}, 0, 101, 2},
+        {{100, 100, 101, 102, 103}, 2, 102, 4},
+        {{100, 105, 106}, 2, 105, 2},         // a jump ends it
+        {{100, 90, 95, 102, 103}, 2, 102, 4}, // a clock set back makes it longer
+        {{-5, -4, -3, -2}, 2, -3, 3},
     };
     for (const auto &row : rows) {
         coming_times = row.times;
         next_time = 0;
+        times_read = 0;
         EXPECT_EQ(wait_seconds(row.seconds), row.result);
-        EXPECT_EQ(coming_times[next_time == row.asked ? row.asked : next_time - 1], row.result);
-        EXPECT_TRUE(sleep_requests.empty());
+        EXPECT_EQ(times_read, row.read);
     }
+}
+
+long voluntary_switches()
+{
+    rusage usage = {};
+    EXPECT_EQ(getrusage(RUSAGE_SELF, &usage), 0);
+    return usage.ru_nvcsw;
+}
+
+// Each sleep would give the processor up once.
+TEST_F(Clocks, WaitNeverSleeps)
+{
+    constexpr std::size_t readings = 2000;
+    coming_times.assign(readings, 100);
+    coming_times.push_back(101);
+    const long before = voluntary_switches();
+    EXPECT_EQ(wait_seconds(1), 101);
+    EXPECT_LT(voluntary_switches() - before, static_cast<long>(readings / 10));
+    EXPECT_TRUE(sleep_requests.empty());
 }
 
 TEST_F(Clocks, WaitComparesIn64Bits)

@@ -347,6 +347,9 @@ Page read_page(std::istream &stream)
     for (int number = 1; std::getline(stream, line); ++number) {
         const bool begins = !in_table;
         in_table = line.compare(0, 1, "|") == 0;
+        const std::size_t start = line.find_first_not_of(" \t>");
+        if (start != 0 && start != std::string::npos && line[start] == '|')
+            add_problem(&page, number, "a table must not be indented: " + line);
         if (!in_table || (is_rule(line) && !begins))
             continue;
         Example example;
@@ -939,6 +942,9 @@ TEST(DocsReading, LinesOfTablesAreExamplesOrProblems)
         {"| routine | input |\n|---|---|\n| `word_length` | `\"a\"` |\n", 0, 2},
         {begin + "\n| `word_length` | `\"a\"` | `1` | |\n", 0, 1},
         {"|---|---|---|---|\n", 0, 1},
+        {begin + " | `word_length` | `\"a\"` | `1` | |\n", 0, 1},
+        {"  " + begin + "> | `word_length` | `\"a\"` | `9` | |\n", 0, 3},
+        {"a | b\n", 0, 0},
         {epochs + "| `clock_stamp` | seconds | 1997-01-01 00:00:00 UTC |\n", 1, 0},
         {epochs + "| `clock_stamp` | seconds | 1997-01-01 |\n", 0, 1},
         {epochs + "| `clock_stamp` | seconds | 1997-01-01 00:00:00 UTC+1 |\n", 0, 1},

@@ -502,6 +502,9 @@ TEST_P(Transforms, NormaliseSpacesKeepsOneOfARunAndTwoBehindAFullStop)
         {"   ", ""},
         {"\t\n a", "a"},
         {"  . a", ". a"},
+        // what was dropped before does not shift what counts as the previous byte
+        {"  a\t\tb", "a b"},
+        {"   a.   b   c.d  e", "a.  b c.d e"},
         // one at the end
         {"a ", "a "},
         {"a  \n", "a "},

@@ -54,8 +54,8 @@ int write_lines(const char *text, std::FILE *stream)
     return 0;
 }
 
-// Closes standard output. `error` is that of the writing, or 0. Returns 0, or -1 after reporting the
-// first failure.
+// Closes standard output. `error` is that of the writing, or 0. Returns 0, or -1 after reporting
+// the first failure.
 int close_output(int error)
 {
     if (close(STDOUT_FILENO) != 0 && error == 0)

@@ -164,8 +164,8 @@ std::size_t parent_length(const char *path)
 }
 
 // Opens the directory that the tree is in, so that nothing done to the directories above matters
-// from then on. Where that cannot be opened (a system without a flag for searching, a process out of
-// descriptors) the whole path is the name.
+// from then on. Where that cannot be opened (a system without a flag for searching, a process out
+// of descriptors) the whole path is the name.
 void open_first_level(Level *level, const char *path)
 {
     std::size_t length = parent_length(path);

@@ -1,6 +1,7 @@
 #include "support/c-utils/transforms.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,8 @@ namespace quintral {
 
 namespace {
 
+static_assert(FLT_EVAL_METHOD == 0, "parse_float must round to single precision at every step: on "
+                                    "32-bit Intel compile with -msse2 -mfpmath=sse");
 static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<double>::is_iec559,
               "parse_float and map_clamped rely on infinities and on rounding to nearest");
 
@@ -42,9 +45,9 @@ bool is_copied_in_addresses(char c)
     return ascii_is_letter_or_digit(c) || std::strchr("$-_.+!*(),", c) != nullptr;
 }
 
-// The digits for a high half byte. From 8 on they are no digits: the first versions of the suite
-// looked them up with a signed byte, which ended up in front of their table, and the service has
-// decoded what they sent ever since. The last one is the terminator.
+// The digits for a high half byte. From 8 on they are deliberately none: the suite looks them up
+// with a signed byte, which leads in front of the digits, and compares addresses by what comes out.
+// The last one is the terminator.
 const char high_digits[] = "01234567.+!*(),";
 const char low_digits[] = "0123456789ABCDEF";
 

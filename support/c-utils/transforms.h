@@ -20,8 +20,9 @@ namespace quintral {
 
 // Copies
 //
-// Each walks its source to the end, writes the destination, terminates it and returns it. The
-// destination may be the source itself unless that is said otherwise; else the two do not overlap.
+// Each walks its source, writes the destination, terminates it and returns it; what differs from
+// that is said. The destination may be the source itself unless that is said otherwise; else the
+// two do not overlap.
 
 // Copies a string whose first byte is its length, 0 to 255: that byte and as many as it says. No
 // terminator is written. Returns the destination. (The destination comes first here.)
@@ -30,9 +31,10 @@ char *copy_length_prefixed(char *destination, const char *source);
 
 // Escapes a text for a web address: letters, digits and "$-_.+!*()," are copied, each other byte
 // becomes '%' and two characters. The second of them is the byte's low four bits as an upper-case
-// hexadecimal digit. So is the first below 0x80; above, where no web address should hold a byte, it
-// is '.', '+', '!', '*', '(', ')' or ',' for 0x8 to 0xE, and for 0xF a NUL, which ends the result
-// for any reader. The service decodes exactly that.
+// hexadecimal digit, the first its high four bits; but from 0x80 on, where no web address should
+// hold a byte, the first is '.', '+', '!', '*', '(', ')' or ',' for the high bits 0x8 to 0xE, and a
+// NUL for 0xF, which ends the result for any reader. That is deliberate: programs of the suite
+// compare addresses by exactly these bytes.
 // Requires: destination has room for 3n + 1 bytes and is not the source.
 char *url_escape(const char *source, char *destination);
 
@@ -162,7 +164,8 @@ void unpack_rgb(std::uint32_t value, float *red, float *green, float *blue);
 
 // Maps x from one range to another in proportion, in single precision, and keeps it within the
 // second: below to_low gives to_low, above to_high gives to_high. Where from_low equals from_high
-// the result is the smaller of to_low and to_high. A NaN gives NaN or one of the bounds.
+// the result is the smaller of to_low and to_high. A NaN, and infinities that meet in the
+// computation, give NaN or one of the bounds.
 // Requires: to_low <= to_high, or the result is not within the range.
 float map_clamped(float x, float from_low, float from_high, float to_low, float to_high);
 
