@@ -211,6 +211,10 @@ std::int32_t platform_open_ref(PlatformFileRef ref)
     const bool terminated = std::memchr(ref.path, '\0', sizeof ref.path) != nullptr;
     if (!terminated || ref.path[0] != '/')
         return no_reference;
+    // xdg-open is a script whose shell takes these for the beginning of something else, and it
+    // would open another file or an address.
+    if (std::strpbrk(ref.path, "\\\n") != nullptr)
+        return no_reference;
     return platform_xdg_open(ref.path);
 }
 

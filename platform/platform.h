@@ -59,7 +59,8 @@ constexpr std::int32_t PlatformNoAddress = -30773;
 // reference, which opens nothing; on macOS *ref is then undefined.
 std::int32_t platform_make_ref(const char *path, PlatformFileRef *ref);
 
-// Opens a file with its application, or a folder in the file browser. Returns the status.
+// Opens a file with its application, or a folder in the file browser. Returns the status; on Linux
+// -1 for a path with a backslash or a line feed, which xdg-open would take for another one.
 // Requires: platform_make_ref filled ref.
 std::int32_t platform_open_ref(PlatformFileRef ref);
 

@@ -2,7 +2,8 @@
 // starts the opener, which becomes xdg-open; it reports through a pipe how the opener ended and
 // ends itself after a second at the latest. So the caller can always wait for its own child, an
 // opener that works on is nobody's zombie, and a host that has SIGCHLD ignored or waits for every
-// child itself takes no status away: the pipe has it.
+// child itself takes no status away: the pipe has it. A watcher that does not come to its end, as
+// one that somebody has stopped, is ended by the caller.
 #include "platform/xdg-open-linux.h"
 
 #include "platform/path-linux.h"
@@ -16,14 +17,17 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <paths.h>
+#include <poll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace quintral {
 namespace {
 
 constexpr unsigned patience_seconds = 1;
+constexpr std::int64_t watcher_milliseconds = 1250; // for the second and for what starts the opener
 constexpr std::int32_t not_opened = -1;
 constexpr std::int32_t still_at_work = 0;
 
@@ -34,19 +38,26 @@ struct Launch {
     char *const *environment;
 };
 
+// What the watcher tells the caller.
+struct Report {
+    std::int32_t status;
+    std::int32_t is_last;
+};
+
 // From here to run_watcher: what runs in copies of a host that may have many threads, any of which
-// may have held a lock. Async-signal-safe calls only.
+// may have held a lock. Async-signal-safe calls only, and fork, whose handlers are the host's own.
 
 constexpr int report_descriptor = 3; // where the watcher keeps its end of the pipe
 
-// A pipe takes a record of this size whole, and an empty one always has room for the two.
-void send_report(std::int32_t status)
+// A pipe takes a record of this size whole, and an empty one always has room for the three.
+void send_report(const Report &report)
 {
-    static_cast<void>(!write(report_descriptor, &status, sizeof status));
+    static_cast<void>(!write(report_descriptor, &report, sizeof report));
 }
 
 void end_watcher(int)
 {
+    send_report({still_at_work, true});
     _exit(0);
 }
 
@@ -147,14 +158,14 @@ bool settle_descriptors(int report)
 // The alarm ends the wait, and the watcher with it, by end_watcher.
 void watch_opener(pid_t opener)
 {
-    send_report(still_at_work);
+    send_report({still_at_work, false});
     sigset_t all_but_alarm;
     sigfillset(&all_but_alarm);
     sigdelset(&all_but_alarm, SIGALRM);
     set_blocked_signals(&all_but_alarm);
     int status = 0;
     if (waitpid(opener, &status, 0) == opener)
-        send_report(WIFEXITED(status) ? WEXITSTATUS(status) : not_opened);
+        send_report({WIFEXITED(status) ? WEXITSTATUS(status) : not_opened, true});
 }
 
 [[noreturn]] void run_watcher(const Launch &launch, int report)
@@ -188,22 +199,49 @@ pid_t start_watcher(const Launch &launch, int report)
     return watcher;
 }
 
-// Any other failure than EINTR says that the host has waited for the watcher, or never had to.
-void wait_for_watcher(pid_t watcher)
+std::int64_t milliseconds_now()
 {
-    while (waitpid(watcher, nullptr, 0) < 0 && errno == EINTR) {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// True when there may be something to read, false when the time is over.
+bool wait_for_report(int descriptor, std::int64_t deadline)
+{
+    for (;;) {
+        const std::int64_t left = deadline - milliseconds_now();
+        if (left <= 0)
+            return false;
+        pollfd waiting = {descriptor, POLLIN, 0};
+        const int ready = poll(&waiting, 1, static_cast<int>(left));
+        if (ready >= 0 || errno != EINTR)
+            return ready > 0;
     }
 }
 
-// The last report in the pipe, which does not block. Its end is not waited for: a process that
+// The status of the last report that comes. The end of the pipe alone would not do: a process that
 // another thread of the host forked at the same time may hold a copy of the writing end.
-std::int32_t last_report(int descriptor)
+std::int32_t await_status(int descriptor)
 {
-    std::int32_t status = not_opened;
-    std::int32_t report = 0;
-    while (read(descriptor, &report, sizeof report) == sizeof report)
-        status = report;
-    return status;
+    const std::int64_t deadline = milliseconds_now() + watcher_milliseconds;
+    Report report = {not_opened, false};
+    while (report.is_last == 0 && wait_for_report(descriptor, deadline)) {
+        if (read(descriptor, &report, sizeof report) != sizeof report)
+            break; // the watcher is gone
+    }
+    return report.status;
+}
+
+// A watcher that is no child of the host any more has been waited for by the host itself, and its
+// number may be another process's.
+void end_and_reap(pid_t watcher)
+{
+    siginfo_t state = {};
+    if (waitid(P_PID, static_cast<id_t>(watcher), &state, WEXITED | WNOHANG | WNOWAIT) == 0)
+        kill(watcher, SIGKILL);
+    while (waitpid(watcher, nullptr, 0) < 0 && errno == EINTR) {
+    }
 }
 
 // True with the program's path where the folder is absolute and holds it.
@@ -245,9 +283,9 @@ std::int32_t platform_xdg_open(const char *argument)
         return not_opened;
     const pid_t watcher = start_watcher({program, arguments, environ}, ends[1]);
     close(ends[1]);
+    const std::int32_t status = watcher > 0 ? await_status(ends[0]) : not_opened;
     if (watcher > 0)
-        wait_for_watcher(watcher);
-    const std::int32_t status = last_report(ends[0]);
+        end_and_reap(watcher);
     close(ends[0]);
     return status;
 }

@@ -250,7 +250,8 @@ class PlatformAddress : public testing::Test {
 protected:
     void SetUp() override
     {
-        path_ = std::getenv("PATH");
+        const char *path = std::getenv("PATH");
+        path_ = path != nullptr ? path : "";
         setenv("PATH", "", 1);
     }
 

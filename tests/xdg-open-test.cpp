@@ -315,16 +315,36 @@ TEST(XdgOpenStatus, IsThatOfAnExitWithinTheSecond)
     EXPECT_EQ(status_in_host(desktop, settled_address("late:3")), 3);
 }
 
-TEST(XdgOpenStatus, Is0AfterASecondWhereItIsStillAtWork)
+// Opens an address whose recorder stays at work; how long that took the host.
+int milliseconds_of_a_wait(const std::string &address)
 {
     const FakeDesktop desktop;
     const SharedFindings findings;
     ask_in_host(
-        desktop.environment(), prepare_nothing, [] { return open_address("sleep:"); }, &*findings);
+        desktop.environment(), prepare_nothing, [&] { return open_address(address); }, &*findings);
     EXPECT_EQ(findings->status, 0);
     EXPECT_GE(findings->milliseconds, 900);
-    EXPECT_LT(findings->milliseconds, 4000); // it sleeps for 8 seconds
     EXPECT_TRUE(end_recorder(desktop)) << "it was to stay at work";
+    return findings->milliseconds;
+}
+
+// The best of a few, since a busy machine may keep any of them waiting.
+int shortest_wait(const std::string &address)
+{
+    int shortest = milliseconds_of_a_wait(address);
+    for (int i = 0; i < 4 && shortest >= 1700; ++i)
+        shortest = std::min(shortest, milliseconds_of_a_wait(address));
+    return shortest;
+}
+
+TEST(XdgOpenStatus, Is0AfterASecondWhereItIsStillAtWork)
+{
+    EXPECT_LT(shortest_wait("sleep:"), 1700); // it sleeps for 8 seconds
+}
+
+TEST(XdgOpenStatus, ComesAllTheSameWhereXdgOpenStopsWhoWatchesIt)
+{
+    EXPECT_LT(shortest_wait("stop:"), 1700);
 }
 
 // Starting it
@@ -465,6 +485,28 @@ TEST(XdgOpenStart, IsMinus1WhereAForkFails)
     }
 }
 
+// A host's own handler of forks may wait for what there is only in the host.
+TEST(XdgOpenStart, IsMinus1WhereAForkHandlerOfTheHostHoldsItUp)
+{
+    const FakeDesktop desktop;
+    const SharedFindings findings;
+    static pid_t host;
+    ask_in_host(
+        desktop.environment(),
+        [] {
+            host = getpid();
+            const auto wait_in_copies = [] {
+                while (getpid() != host)
+                    poll(nullptr, 0, 10000);
+            };
+            need(pthread_atfork(wait_in_copies, nullptr, nullptr) == 0, 84);
+        },
+        [] { return open_address("exit:7"); }, &*findings);
+    EXPECT_EQ(findings->status, -1);
+    EXPECT_LT(findings->milliseconds, 4000);
+    EXPECT_EQ(desktop.record(), "");
+}
+
 // Leaves room for so many descriptors before the limit is reached.
 void leave_room(int room)
 {
@@ -600,10 +642,8 @@ TEST(XdgOpenArgument, IsNoMoreOfTheAddressThanItsCount)
 }
 
 const char *const trap_names[] = {
-    "file",      "with  two blanks", "#1 100%25 ?a=b&c",
-    "-option",   "--help",           "$(exit 3) `exit 3`",
-    "'quoted\"", "back\\slash",      "line\nfeed",
-    "http:a",    "\xC3\xBC \xFF",    "*",
+    "file",      "with  two blanks", "#1 100%25 ?a=b&c", "-option", "--help", "$(exit 3) `exit 3`",
+    "'quoted\"", "http:a",           "\xC3\xBC \xFF",    "*",
 };
 
 TEST(XdgOpenArgument, IsTheAbsolutePathAsItIs)
@@ -627,6 +667,22 @@ TEST(XdgOpenArgument, IsARelativePathMadeAbsolute)
                       [&] { need(chdir(desktop.path("").c_str()) == 0, 78); }),
                   0);
         EXPECT_EQ(record_argument(desktop.record()), desktop.path(name));
+    }
+}
+
+// The shell that runs xdg-open would make another path of these, or an address.
+TEST(XdgOpenArgument, IsNoPathThatXdgOpenTakesForAnother)
+{
+    for (const char *name :
+         {"back\\slash", "f\\c.txt", "a\\nhttp:b", "line\nfeed", "end\n", "\\"}) {
+        const FakeDesktop desktop;
+        const std::string path = desktop.path(name);
+        make_file(path);
+        EXPECT_EQ(status_in_host(desktop, [&] { return platform_open_path(path.c_str()); }), -1)
+            << name;
+        EXPECT_EQ(status_in_host(desktop, [&] { return platform_open_document(path.c_str()); }), -1)
+            << name;
+        EXPECT_EQ(desktop.record(), "") << name;
     }
 }
 
@@ -1017,7 +1073,12 @@ TEST(RealXdgOpen, UsesTheBrowserWhereThereIsNoDisplay)
     const RealDesktop desktop;
     const std::string path = desktop.path("documents/file #1 100%.txt");
     make_file(path);
-    const Settings settings = {{"DISPLAY", ""}, {"BROWSER", desktop.path("recorder")}};
+    // For files the system's mailcap comes before the browser.
+    make_directory(desktop.path("bin"));
+    make_link("/bin/false", desktop.path("bin/run-mailcap"));
+    const Settings settings = {{"DISPLAY", ""},
+                               {"BROWSER", desktop.path("recorder")},
+                               {"PATH", desktop.path("bin") + ":/usr/local/bin:/usr/bin:/bin"}};
     expect_opened(
         desktop, settings, [&path] { return platform_open_path(path.c_str()); }, path);
 }

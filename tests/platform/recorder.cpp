@@ -108,7 +108,9 @@ int end_as_told(const std::string &argument)
         return number;
     if (ending == "signal")
         std::raise(number);
-    if (ending == "sleep" || !setting("FAKE_SLEEP").empty())
+    if (ending == "stop")
+        kill(getppid(), SIGSTOP);
+    if (ending == "stop" || ending == "sleep" || !setting("FAKE_SLEEP").empty())
         sleep_milliseconds(long_sleep_milliseconds);
     return std::atoi(setting("FAKE_STATUS").c_str());
 }
