@@ -39,6 +39,7 @@ volatile std::sig_atomic_t object_is_due = 0;
 volatile std::sig_atomic_t exchange_is_running = 0;
 volatile std::sig_atomic_t first_interrupt = 0;
 volatile std::sig_atomic_t limit_has_passed = 0;
+volatile std::sig_atomic_t endings_are_held = 0;
 
 void compose_line(Ending *ending, const char *text)
 {
@@ -58,7 +59,8 @@ void compose_object(Ending *ending, const char *status, int exit_status)
 // of: what ends it now is that its output hangs.
 bool run_has_told()
 {
-    return exchange_is_running == 0 && (first_interrupt != 0 || limit_has_passed != 0);
+    return exchange_is_running == 0 && endings_are_held == 0 &&
+           (first_interrupt != 0 || limit_has_passed != 0);
 }
 
 // Async-signal-safe, and allocates nothing. Waits for nobody: an ending that hangs is none.
@@ -86,6 +88,11 @@ const Ending &ending_of(int signal_number)
 
 void on_interrupt(int signal_number)
 {
+    if (endings_are_held != 0 && first_interrupt == 0) {
+        first_interrupt = signal_number;
+        alarm(grace);
+        return;
+    }
     if (exchange_is_running == 0 || first_interrupt != 0)
         end_now_by_signal(signal_number);
     first_interrupt = signal_number;
@@ -95,6 +102,10 @@ void on_interrupt(int signal_number)
 
 void on_alarm(int)
 {
+    if (endings_are_held != 0) {
+        alarm(grace);
+        return;
+    }
     if (first_interrupt != 0)
         end_now_by_signal(first_interrupt);
     if (exchange_is_running == 0 || limit_has_passed != 0) {
@@ -198,6 +209,16 @@ void watch_for_endings(int max_time)
 void stop_watching()
 {
     exchange_is_running = 0;
+}
+
+void hold_endings()
+{
+    endings_are_held = 1;
+}
+
+void release_endings()
+{
+    endings_are_held = 0;
 }
 
 int interrupt_received()

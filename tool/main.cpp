@@ -89,15 +89,28 @@ RunOutcome failed_outcome(int result)
     return {"failed", FailureStatus, Newer::Unknown, nullptr, error};
 }
 
+// Null, or what went wrong.
+const char *open_address_of(const UpdateAnswer &answer)
+{
+    if (answer.address[0] == '\0')
+        return nullptr;
+    hold_endings();
+    const char *error = open_web_address(answer.address);
+    release_endings();
+    return error;
+}
+
 RunOutcome answered_outcome(const ToolOptions &options, const UpdateAnswer &answer)
 {
     const Newer newer = compare_answer(answer, options.version_text);
-    if (options.open && newer == Newer::Yes && answer.address[0] != '\0') {
-        if (const char *error = open_web_address(answer.address))
-            return {"answered", FailureStatus, newer, &answer, error};
-    }
-    const int status = options.exit_code && newer == Newer::Yes ? NewerStatus : AnsweredStatus;
-    return {"answered", status, newer, &answer, nullptr};
+    const bool opens = options.open && newer == Newer::Yes;
+    const char *error = opens ? open_address_of(answer) : nullptr;
+    int status = options.exit_code && newer == Newer::Yes ? NewerStatus : AnsweredStatus;
+    if (error != nullptr)
+        status = FailureStatus;
+    if (interrupt_received() != 0) // while the address was opened
+        status = 128 + interrupt_received();
+    return {"answered", status, newer, &answer, error};
 }
 
 RunOutcome settle_outcome(const ToolOptions &options, int result, UpdateAnswer *answer)

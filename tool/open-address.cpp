@@ -1,11 +1,14 @@
 #include "tool/open-address.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "platform/platform.h"
 #include "support/ascii.h"
+#include "tool/answer.h"
 
 namespace quintral {
 
@@ -30,15 +33,23 @@ bool is_visible_ascii(const char *text)
     return true;
 }
 
-// Whether an authority "[user@]host[:port]" of some length has a host (RFC 3986, section 3.2).
-bool names_a_host(const char *authority, std::size_t length)
+// The length of the host that "host[:port]" begins with, an address in brackets with them.
+std::size_t host_length(const std::string &place)
 {
-    const char *end = authority + length;
-    for (const char *c = authority; c != end; ++c) {
-        if (*c == '@')
-            authority = c + 1;
-    }
-    return authority != end && *authority != ':';
+    if (place[0] == '[')
+        return place.find(']') + 1; // 0 for none
+    return std::min(place.find_first_of(":[]"), place.size());
+}
+
+// Whether an authority "[user@]host[:port]" has a host (RFC 3986, section 3.2).
+bool names_a_host(const std::string &authority)
+{
+    const std::string place = authority.substr(authority.rfind('@') + 1); // all of it for none
+    const std::size_t length = host_length(place);
+    const std::size_t shortest = place[0] == '[' ? 4 : 1; // [::]
+    const std::string port = place.substr(length);
+    return length >= shortest && (port.empty() || port[0] == ':') &&
+           port.find_first_not_of("0123456789", 1) == std::string::npos;
 }
 
 } // namespace
@@ -49,11 +60,14 @@ bool is_web_address(const char *address)
     if (authority == nullptr)
         authority = behind(address, "https://");
     return authority != nullptr && is_visible_ascii(address) &&
-           names_a_host(authority, std::strcspn(authority, "/?#\\"));
+           names_a_host(std::string(authority, std::strcspn(authority, "/?#\\")));
 }
 
 const char *open_web_address(const char *address)
 {
+    // One byte less than the room has, since a carriage return may have been taken off the end.
+    if (std::strlen(address) >= answer_capacity - 2)
+        return "The web address is not opened: it may have been cut";
     if (!is_web_address(address))
         return "The web address is not opened: it is no http or https address";
     const std::int32_t status = platform_open_url(address, std::strlen(address));

@@ -10,7 +10,8 @@ namespace quintral {
 bool is_web_address(const char *address);
 
 // Opens the address. Returns null, or what went wrong as a text that stays valid until the next
-// call; an address that is no web address is refused before anything is started.
+// call; an address that is no web address, or that fills its room in an answer and so may be cut,
+// is refused before anything is started. Takes a second or so at most.
 const char *open_web_address(const char *address);
 
 } // namespace quintral
