@@ -2,7 +2,7 @@
 # for scripts/check-macos.sh. Objects only: there is no linker and no framework here, so programs
 # are not linked and nothing is run.
 #
-# Set by the presets: CMAKE_OSX_ARCHITECTURES is not, since clang's target says it all.
+# Set by the presets:
 #   QUINTRAL_MACOS_TARGET     clang's target, architecture and first system, as
 #                             i386-apple-macosx10.6
 #   QUINTRAL_MACOS_HEADERS    folder of the C library's headers of all architectures

@@ -371,7 +371,8 @@ std::uint32_t channel_bits(float channel)
         return 255;
     if (!(channel >= 0)) // NaN too
         return 0;
-    return static_cast<std::uint32_t>(static_cast<double>(channel) * 255 + 0.5);
+    const double rounded = static_cast<double>(channel) * 255 + 0.5;
+    return static_cast<std::uint32_t>(rounded);
 }
 
 float channel_value(std::uint32_t bits)
