@@ -39,7 +39,8 @@ protected:
         sleep_result = 0;
         clock_last_stamp = -1;
         time_source.time_of_day = [] {
-            const timeval now = frozen_time;
+            // Not const, or g++ 12 puts frozen_time into read-only memory under AddressSanitizer.
+            timeval now = frozen_time;
             timeradd(&now, &time_step, &frozen_time);
             return now;
         };

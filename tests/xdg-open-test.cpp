@@ -329,22 +329,22 @@ int milliseconds_of_a_wait(const std::string &address)
 }
 
 // The best of a few, since a busy machine may keep any of them waiting.
-int shortest_wait(const std::string &address)
+int shortest_wait(const std::string &address, int short_enough)
 {
     int shortest = milliseconds_of_a_wait(address);
-    for (int i = 0; i < 4 && shortest >= 1700; ++i)
+    for (int i = 0; i < 9 && shortest >= short_enough; ++i)
         shortest = std::min(shortest, milliseconds_of_a_wait(address));
     return shortest;
 }
 
 TEST(XdgOpenStatus, Is0AfterASecondWhereItIsStillAtWork)
 {
-    EXPECT_LT(shortest_wait("sleep:"), 1700); // it sleeps for 8 seconds
+    EXPECT_LT(shortest_wait("sleep:", 1200), 1200); // it sleeps for 8 seconds
 }
 
 TEST(XdgOpenStatus, ComesAllTheSameWhereXdgOpenStopsWhoWatchesIt)
 {
-    EXPECT_LT(shortest_wait("stop:"), 1700);
+    EXPECT_LT(shortest_wait("stop:", 1700), 1700);
 }
 
 // Starting it
