@@ -5,6 +5,8 @@
 #include <quintral/cmdline/long-options.h>
 #include <quintral/platform/platform.h>
 #include <quintral/support/c-utils.h>
+#include <quintral/support/clocks.h>
+#include <quintral/support/dates.h>
 #include <quintral/web/form-body.h>
 #include <quintral/web/version-update.h>
 
@@ -22,8 +24,18 @@ int main()
     char system[16];
     quintral::platform_format_system_version(0x1049, system, sizeof system);
 
-    char *line = quintral::alloc_printf("%s %d %s %s", body.c_str(), option, system,
-                                        quintral::web_service_host != nullptr ? "host" : "none");
+    char folder[4096];
+    const bool has_folder = quintral::platform_bundle_path(folder, sizeof folder,
+                                                           quintral::MainBundle, nullptr) == folder;
+    char date[quintral::date_text_size];
+    quintral::format_date_compact(2454106, date);
+    const bool slept = quintral::sleep_seconds(0) == 0;
+    char camel[16];
+    quintral::snake_to_camel("has_host", camel);
+
+    char *line = quintral::alloc_printf("%s %d %s %s %s %s", body.c_str(), option, system, date,
+                                        quintral::web_service_host != nullptr ? camel : "none",
+                                        has_folder && slept ? "HasFolder" : "none");
     std::puts(line);
     quintral::checked_free(line);
     return 0;

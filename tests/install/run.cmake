@@ -16,7 +16,7 @@ run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${WORK_FOLDER}/build -G ${G
 run(${CMAKE_COMMAND} --build ${WORK_FOLDER}/build)
 
 execute_process(COMMAND ${WORK_FOLDER}/build/consumer OUTPUT_VARIABLE said RESULT_VARIABLE result)
-set(expected "a%20b=1%2e5 -1 10.4.9 host\n")
+set(expected "a%20b=1%2e5 -1 10.4.9 5jan07 HasHost HasFolder\n")
 if(NOT result EQUAL 0 OR NOT said STREQUAL expected)
   message(FATAL_ERROR "the consumer gave ${result} and said\n${said}instead of\n${expected}")
 endif()
