@@ -1,58 +1,29 @@
 // -open: what of an answer the utility hands to the desktop, and that nothing else is ever started.
-// The desktop's opener is a program of the test that notes its arguments.
+// The desktop's opener is the recorder of the platform's tests.
 #include "tool/open-address.h"
 
 #include <chrono>
-#include <cstdlib>
+#include <csignal>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <poll.h>
-#include <signal.h>
 
+#include "tests/platform/fake-desktop.h"
 #include "tests/temp-folder.h"
 #include "tests/tool-run.h"
 
 namespace quintral {
 namespace {
 
+using tests::end_recorder;
+using tests::FakeDesktop;
 using namespace tests::tool;
 
 const char address[] = "http://www.quintral.example/get?v=5.2&os=Linux#new";
-
-// An xdg-open that writes "count of arguments" and each argument on a line of a file, then runs a
-// command.
-class Desktop {
-public:
-    explicit Desktop(const std::string &command = "exit 0")
-    {
-        const std::string path = folder_.path("xdg-open");
-        tests::make_file(path, "#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" >>" + record() + "\n" +
-                                   command + "\n");
-        EXPECT_EQ(chmod(path.c_str(), 0755), 0);
-        options_.environment = {{"PATH", folder_.path() + ":/usr/bin:/bin"}};
-    }
-
-    const tests::ChildOptions &options() const
-    {
-        return options_;
-    }
-
-    std::string record() const
-    {
-        return folder_.path("record");
-    }
-
-    std::string opened() const
-    {
-        return tests::file_content(record());
-    }
-
-private:
-    tests::TempFolder folder_;
-    tests::ChildOptions options_;
-};
 
 std::string answer_with(const std::string &version, const std::string &web_address)
 {
@@ -61,37 +32,54 @@ std::string answer_with(const std::string &version, const std::string &web_addre
     return body + "Message: Hello\n";
 }
 
-tests::ChildResult run_with(const Desktop &desktop, const std::string &answer,
-                            const Texts &arguments)
+using Settings = std::vector<std::pair<std::string, std::string>>;
+
+tests::ChildOptions options_with(Settings environment, const Settings &more = {})
+{
+    environment.insert(environment.end(), more.begin(), more.end());
+    tests::ChildOptions options;
+    options.environment = environment;
+    return options;
+}
+
+tests::ChildResult run_with(const FakeDesktop &desktop, const std::string &answer,
+                            const Texts &arguments, const Settings &more = {})
 {
     const Texts product = {"-product-version", "5.1"};
-    return ask(sending(reply_of(answer)), joined(product, arguments), desktop.options()).result;
+    return ask(sending(reply_of(answer)), joined(product, arguments),
+               options_with(desktop.environment(), more))
+        .result;
+}
+
+void expect_opened(const FakeDesktop &desktop, const std::string &web_address)
+{
+    EXPECT_EQ(tests::record_argument(tests::wait_for_record(desktop.path("record"))), web_address);
 }
 
 TEST(ToolOpen, OpensTheAddressOfANewerVersion)
 {
-    const Desktop desktop;
+    const FakeDesktop desktop;
     expect_ended(run_with(desktop, answer_with("5.2", address), {"-open"}), 0,
                  "Version: 5.2\nURL: " + std::string(address) + "\nHello\n", "");
-    EXPECT_EQ(desktop.opened(), "1\n" + std::string(address) + "\n");
+    expect_opened(desktop, address);
 }
 
 TEST(ToolOpen, ChangesNothingInTheObject)
 {
-    const Desktop desktop;
+    const FakeDesktop desktop;
     const std::string object =
         json_line("answered", 0, "true",
                   {"\"5.2\"", "\"" + std::string(address) + "\"", "null", "\"Hello\\n\""}, "null");
     expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-json"}), 0, object, "");
-    EXPECT_EQ(desktop.opened(), "1\n" + std::string(address) + "\n");
+    expect_opened(desktop, address);
 }
 
 TEST(ToolOpen, EndsInStatus10WithExitCode)
 {
-    const Desktop desktop;
+    const FakeDesktop desktop;
     EXPECT_EQ(run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}).exit_status,
               10);
-    EXPECT_EQ(desktop.opened(), "1\n" + std::string(address) + "\n");
+    expect_opened(desktop, address);
 }
 
 TEST(ToolOpen, DoesNothingUnlessAskedForANewerVersionWithAnAddress)
@@ -111,24 +99,24 @@ TEST(ToolOpen, DoesNothingUnlessAskedForANewerVersionWithAnAddress)
         {"an address that would be refused, and the same version", "5.1", "file:///", {"-open"}},
     };
     for (const auto &row : rows) {
-        const Desktop desktop;
+        const FakeDesktop desktop;
         const tests::ChildResult result =
             run_with(desktop, answer_with(row.version, row.web_address), row.arguments);
         EXPECT_EQ(result.exit_status, 0) << row.what;
         EXPECT_EQ(result.error, "") << row.what;
-        EXPECT_EQ(desktop.opened(), "") << row.what;
+        EXPECT_EQ(desktop.record(), "") << row.what;
     }
 }
 
 TEST(ToolOpen, DoesNothingForAnAnswerThatIsNone)
 {
-    const Desktop desktop;
+    const FakeDesktop desktop;
     const tests::ChildResult result =
         ask(sending("HTTP/1.0 500 Broken\r\n\r\n" + answer_with("5.2", address)),
-            {"-product-version", "5.1", "-open"}, desktop.options())
+            {"-product-version", "5.1", "-open"}, options_with(desktop.environment()))
             .result;
     EXPECT_EQ(result.exit_status, 1);
-    EXPECT_EQ(desktop.opened(), "");
+    EXPECT_EQ(desktop.record(), "");
 }
 
 struct AddressRow {
@@ -248,13 +236,13 @@ TEST(ToolOpen, RefusesWhatIsNoWebAddressBeforeAnythingIsStarted)
     for (const AddressRow &row : address_rows) {
         if (row.accepted || !reaches_the_check(row.address))
             continue;
-        const Desktop desktop;
+        const FakeDesktop desktop;
         const tests::ChildResult result =
             run_with(desktop, answer_with("5.2", row.address), {"-open", "-exit-code"});
         EXPECT_EQ(result.exit_status, 1) << row.address;
         EXPECT_EQ(result.error, error_line(refusal)) << row.address;
         EXPECT_EQ(result.output.find("Version: 5.2\nURL: "), 0U) << result.output;
-        EXPECT_EQ(desktop.opened(), "") << row.address;
+        EXPECT_EQ(desktop.record(), "") << row.address;
     }
 }
 
@@ -267,20 +255,21 @@ std::string failed_object(const std::string &web_address, const std::string &err
 
 TEST(ToolOpen, TellsOfARefusalInTheObjectToo)
 {
-    const Desktop desktop;
+    const FakeDesktop desktop;
     expect_ended(run_with(desktop, answer_with("5.2", "file:///x"), {"-open", "-json"}), 1,
                  failed_object("file:///x", refusal), error_line(refusal));
-    EXPECT_EQ(desktop.opened(), "");
+    EXPECT_EQ(desktop.record(), "");
 }
 
 TEST(ToolOpen, TellsOfADesktopThatFails)
 {
-    const Desktop desktop("exit 3");
+    const FakeDesktop desktop;
+    const Settings failing = {{"FAKE_STATUS", "3"}};
     const std::string error = "The desktop did not open the web address: code 3";
     const std::string answer = answer_with("5.2", address);
-    expect_ended(run_with(desktop, answer, {"-open"}), 1,
+    expect_ended(run_with(desktop, answer, {"-open"}, failing), 1,
                  "Version: 5.2\nURL: " + std::string(address) + "\nHello\n", error_line(error));
-    expect_ended(run_with(desktop, answer, {"-open", "-json", "-exit-code"}), 1,
+    expect_ended(run_with(desktop, answer, {"-open", "-json", "-exit-code"}, failing), 1,
                  failed_object(address, error), error_line(error));
 }
 
@@ -298,21 +287,21 @@ TEST(ToolOpen, TellsOfADesktopThatIsMissing)
 
 TEST(ToolOpen, TellsOfAnAddressThatTheSystemDoesNotTake)
 {
-    const Desktop desktop;
+    const FakeDesktop desktop;
     const std::string error = "The desktop did not open the web address: code -30773";
     for (const std::string odd : {"http://host/\"", "http://host/`id`", "http://host/{}"}) {
         const tests::ChildResult result = run_with(desktop, answer_with("5.2", odd), {"-open"});
         EXPECT_EQ(result.exit_status, 1) << odd;
         EXPECT_EQ(result.error, error_line(error)) << odd;
     }
-    EXPECT_EQ(desktop.opened(), "");
+    EXPECT_EQ(desktop.record(), "");
 }
 
 TEST(ToolOpen, RefusesAnAddressThatMayHaveBeenCut)
 {
     const std::string error = "The web address is not opened: it may have been cut";
     for (const std::string ending : {"", "\r"}) {
-        const Desktop desktop;
+        const FakeDesktop desktop;
         const std::string start = "http://host/";
         const std::string fitting = start + std::string(65535 - start.size() - ending.size(), 'x');
         const tests::ChildResult result =
@@ -320,49 +309,27 @@ TEST(ToolOpen, RefusesAnAddressThatMayHaveBeenCut)
         EXPECT_EQ(result.exit_status, 1);
         EXPECT_EQ(result.error, error_line(error));
         EXPECT_EQ(result.output, "Version: 5.2\nURL: " + fitting + "\nHello\n");
-        EXPECT_EQ(desktop.opened(), "");
+        EXPECT_EQ(desktop.record(), "");
     }
-    const Desktop desktop;
+    const FakeDesktop desktop;
     const std::string whole = "http://host/" + std::string(65533 - 12, 'x');
     EXPECT_EQ(run_with(desktop, answer_with("5.2", whole), {"-open", "-quiet"}).exit_status, 0);
-    EXPECT_EQ(desktop.opened(), "1\n" + whole + "\n");
+    expect_opened(desktop, whole);
 }
 
 // An opener that becomes a program which goes on for long, as a browser does.
-class BusyDesktop : public Desktop {
-public:
-    BusyDesktop() : Desktop("echo $$ >\"$0.process\"\nexec sleep 20 >/dev/null 2>&1")
-    {
-    }
-
-    ~BusyDesktop()
-    {
-        const int process_id = std::atoi(tests::file_content(process()).c_str());
-        const bool ended = process_id > 1 && kill(process_id, SIGKILL) == 0;
-        EXPECT_TRUE(ended) << "it was to go on behind the utility's end";
-    }
-
-    bool is_at_work() const
-    {
-        return !tests::file_content(process()).empty();
-    }
-
-private:
-    std::string process() const
-    {
-        return record().substr(0, record().rfind('/')) + "/xdg-open.process";
-    }
-};
+const Settings busy = {{"FAKE_SLEEP", "yes"}};
 
 TEST(ToolOpen, TakesADesktopThatIsStillAtWorkForOneThatAccepted)
 {
-    const BusyDesktop desktop;
+    const FakeDesktop desktop;
     const auto start = std::chrono::steady_clock::now();
     const tests::ChildResult result =
-        run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"});
+        run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}, busy);
     EXPECT_EQ(result.exit_status, 10);
     EXPECT_EQ(result.error, "");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
+    EXPECT_TRUE(end_recorder(desktop)) << "it was to go on behind the utility's end";
 }
 
 std::string opened_object(int exit_status)
@@ -375,32 +342,34 @@ std::string opened_object(int exit_status)
 // The answer came in time; what the desktop takes is not the exchange's.
 TEST(ToolOpen, PrintsTheAnswerThoughTheTimeLimitPassesMeanwhile)
 {
-    const BusyDesktop desktop;
+    const FakeDesktop desktop;
     const tests::PeerScript late = {{tests::PeerAct::ReadRequest},
-                                    {tests::PeerAct::Pause, "", 500},
+                                    {tests::PeerAct::Pause, "", 300},
                                     {tests::PeerAct::Send, reply_of(answer_with("5.2", address))}};
     const tests::ChildResult result =
         ask(late, {"-product-version", "5.1", "-open", "-json", "-max-time", "1"},
-            desktop.options())
+            options_with(desktop.environment(), busy))
             .result;
     expect_ended(result, 0, opened_object(0), "");
+    EXPECT_TRUE(end_recorder(desktop));
 }
 
 // Interrupts the utility while it waits for the desktop, so many times.
 tests::ChildResult interrupt_the_opening(int interrupts)
 {
-    const BusyDesktop desktop;
+    const FakeDesktop desktop;
     const tests::LoopbackPeer peer({sending(reply_of(answer_with("5.2", address)))});
     tests::Child child =
         start_tool({"-service", peer.address(), "-product-version", "5.1", "-open", "-json"},
-                   desktop.options());
-    for (int i = 0; i < 1000 && !desktop.is_at_work(); ++i)
-        poll(nullptr, 0, 5);
+                   options_with(desktop.environment(), busy));
+    EXPECT_NE(tests::wait_for_record(desktop.path("record")), "");
     for (int i = 0; i < interrupts; ++i) {
         tests::child_signal(child, SIGINT);
         poll(nullptr, 0, 100);
     }
-    return tests::child_wait(child);
+    const tests::ChildResult result = tests::child_wait(child);
+    EXPECT_TRUE(end_recorder(desktop));
+    return result;
 }
 
 TEST(ToolOpen, PrintsTheAnswerThoughAnInterruptComesMeanwhileAndEndsByItThen)

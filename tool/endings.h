@@ -34,8 +34,9 @@ void watch_for_endings(int max_time);
 // does the time limit, which goes on for the output.
 void stop_watching();
 
-// From here to release_endings neither the time limit nor a first interrupt ends the process, so that
-// an answer that has come is printed whatever happens while the desktop is asked (a second or so).
+// From here to release_endings neither the time limit nor a first interrupt ends the process, so
+// that an answer that has come is printed whatever happens while the desktop is asked (a second or
+// so).
 // What came meanwhile counts behind it: the time limit goes on for the output, with a second at
 // least, and the caller ends by interrupt_received. A second interrupt ends the process at once.
 // Requires: stop_watching has been called.

@@ -89,7 +89,7 @@ RunOutcome failed_outcome(int result)
     return {"failed", FailureStatus, Newer::Unknown, nullptr, error};
 }
 
-// Null, or what went wrong.
+// Opens the address of the answer, if it has one. Returns null, or what went wrong.
 const char *open_address_of(const UpdateAnswer &answer)
 {
     if (answer.address[0] == '\0')

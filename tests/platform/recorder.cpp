@@ -4,6 +4,7 @@
 //
 //     exit:N     with that status               signal:N   by that signal
 //     late:N     with that status, after 0.6 s  sleep:     with status 0, after 8 s
+//     stop:      as sleep:, having stopped its parent
 //
 // and otherwise with the status FAKE_STATUS, 0 unless given. FAKE_SLEEP, if set, sleeps first.
 #include <csignal>
