@@ -355,13 +355,15 @@ TEST(ToolOpen, PrintsTheAnswerThoughTheTimeLimitPassesMeanwhile)
 }
 
 // Interrupts the utility while it waits for the desktop, so many times.
-tests::ChildResult interrupt_the_opening(int interrupts)
+tests::ChildResult interrupt_the_opening(int interrupts,
+                                         tests::ChildStream output = tests::ChildStream::Pipe)
 {
     const FakeDesktop desktop;
+    tests::ChildOptions options = options_with(desktop.environment(), busy);
+    options.output = output;
     const tests::LoopbackPeer peer({sending(reply_of(answer_with("5.2", address)))});
-    tests::Child child =
-        start_tool({"-service", peer.address(), "-product-version", "5.1", "-open", "-json"},
-                   options_with(desktop.environment(), busy));
+    tests::Child child = start_tool(
+        {"-service", peer.address(), "-product-version", "5.1", "-open", "-json"}, options);
     EXPECT_NE(tests::wait_for_record(desktop.path("record")), "");
     for (int i = 0; i < interrupts; ++i) {
         tests::child_signal(child, SIGINT);
@@ -377,9 +379,32 @@ TEST(ToolOpen, PrintsTheAnswerThoughAnInterruptComesMeanwhileAndEndsByItThen)
     expect_ended_by(interrupt_the_opening(1), SIGINT, opened_object(128 + SIGINT), "");
 }
 
+// What waits for the desktop must not wait for a reader of the answer for ever.
+TEST(ToolOpen, HoldsToTheTimeLimitForAnOutputThatNobodyReads)
+{
+    const FakeDesktop desktop;
+    tests::ChildOptions options = options_with(desktop.environment(), busy);
+    options.output = tests::ChildStream::StalledPipe;
+    const tests::ChildResult result =
+        ask(sending(reply_of(answer_with("5.2", address))),
+            {"-product-version", "5.1", "-open", "-json", "-max-time", "1"}, options)
+            .result;
+    EXPECT_EQ(result.exit_status, 3);
+    EXPECT_EQ(result.error, error_line("The time limit of 1 s has passed"));
+    EXPECT_TRUE(end_recorder(desktop));
+}
+
+const char cancelled[] = "User canceled web transaction";
+
+TEST(ToolOpen, EndsByAnInterruptThatCameMeanwhileWhereNobodyReadsTheAnswer)
+{
+    expect_ended_by(interrupt_the_opening(1, tests::ChildStream::StalledPipe), SIGINT, "",
+                    error_line(cancelled));
+}
+
 TEST(ToolOpen, EndsAtASecondInterrupt)
 {
-    const std::string error = "User canceled web transaction";
+    const std::string error = cancelled;
     expect_ended_by(interrupt_the_opening(2), SIGINT,
                     unanswered_json("cancelled", 128 + SIGINT, error), error_line(error));
 }

@@ -40,6 +40,7 @@ volatile std::sig_atomic_t exchange_is_running = 0;
 volatile std::sig_atomic_t first_interrupt = 0;
 volatile std::sig_atomic_t limit_has_passed = 0;
 volatile std::sig_atomic_t endings_are_held = 0;
+volatile std::sig_atomic_t interrupt_was_held = 0;
 
 void compose_line(Ending *ending, const char *text)
 {
@@ -56,10 +57,10 @@ void compose_object(Ending *ending, const char *status, int exit_status)
 }
 
 // True when the exchange came back with an interrupt or the time limit, which the run itself tells
-// of: what ends it now is that its output hangs.
+// of: what ends it now is that its output hangs. Of an interrupt that was held it tells nothing.
 bool run_has_told()
 {
-    return exchange_is_running == 0 && endings_are_held == 0 &&
+    return exchange_is_running == 0 && interrupt_was_held == 0 &&
            (first_interrupt != 0 || limit_has_passed != 0);
 }
 
@@ -90,6 +91,7 @@ void on_interrupt(int signal_number)
 {
     if (endings_are_held != 0 && first_interrupt == 0) {
         first_interrupt = signal_number;
+        interrupt_was_held = 1;
         alarm(grace);
         return;
     }
