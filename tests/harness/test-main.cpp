@@ -1,0 +1,33 @@
+// The main of every test program: no test but those about it may depend on the proxy, locale and
+// option settings of the environment it was started from.
+#include "tests/harness/test-main.h"
+
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+namespace quintral::tests {
+
+const char *const comma_locale = "de_DE.ISO-8859-1";
+const char *const utf8_locale = "de_DE.UTF-8";
+
+void clean_environment()
+{
+    static const char *const names[] = {
+        "http_proxy", "HTTP_PROXY", "https_proxy",     "HTTPS_PROXY", "all_proxy",   "ALL_PROXY",
+        "no_proxy",   "NO_PROXY",   "POSIXLY_CORRECT", "LANG",        "LANGUAGE",    "LC_ALL",
+        "LC_CTYPE",   "LC_NUMERIC", "LC_COLLATE",      "LC_MESSAGES", "LC_MONETARY", "LC_TIME",
+    };
+    for (const char *name : names)
+        unsetenv(name);
+    setenv("LOCPATH", QUINTRAL_TEST_LOCALES, 1);
+}
+
+} // namespace quintral::tests
+
+int main(int argument_count, char **arguments)
+{
+    quintral::tests::clean_environment();
+    testing::InitGoogleTest(&argument_count, arguments);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,173 @@
+// ASCII's own classes, case mapping and number reading: the whole domain of bytes, and under a
+// locale whose letters reach above 0x7F and whose decimal point is a comma.
+#include "support/ascii.h"
+
+#include "tests/harness/each-locale.h"
+
+#include <cctype>
+#include <clocale>
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace quintral {
+namespace {
+
+const char digits[] = "0123456789";
+const char uppers[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+const char lowers[] = "abcdefghijklmnopqrstuvwxyz";
+const char spaces[] = " \t\n\v\f\r";
+
+constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
+constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
+
+class Ascii : public tests::InEachLocale {};
+
+INSTANTIATE_TEST_SUITE_P(Locales, Ascii, tests::each_locale(), tests::locale_label);
+
+struct ClassRow {
+    const char *name;
+    bool (*in_class)(char);
+    std::string members;
+};
+
+TEST_P(Ascii, EachClassHoldsItsOwnBytesOfAll256AndNoOthers)
+{
+    const ClassRow rows[] = {
+        {"digit", ascii_is_digit, digits},
+        {"upper", ascii_is_upper, uppers},
+        {"lower", ascii_is_lower, lowers},
+        {"letter", ascii_is_letter, std::string(uppers) + lowers},
+        {"letter or digit", ascii_is_letter_or_digit, std::string(uppers) + lowers + digits},
+        {"space", ascii_is_space, spaces},
+    };
+    for (const ClassRow &row : rows) {
+        for (int byte = 0; byte < 256; ++byte) {
+            const char c = static_cast<char>(byte);
+            const bool expected = row.members.find(c) != std::string::npos;
+            EXPECT_EQ(row.in_class(c), expected) << row.name << ", byte " << byte;
+        }
+    }
+}
+
+TEST_P(Ascii, CaseMappingChangesTheOtherCaseOnlyOfAll256Bytes)
+{
+    const std::string upper_letters = uppers;
+    const std::string lower_letters = lowers;
+    for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        const std::size_t as_upper = upper_letters.find(c);
+        const std::size_t as_lower = lower_letters.find(c);
+        const char to_lower = as_upper == std::string::npos ? c : lower_letters[as_upper];
+        const char to_upper = as_lower == std::string::npos ? c : upper_letters[as_lower];
+        EXPECT_EQ(ascii_to_lower(c), to_lower) << "byte " << byte;
+        EXPECT_EQ(ascii_to_upper(c), to_upper) << "byte " << byte;
+    }
+}
+
+struct NumberRow {
+    const char *text;
+    bool found;
+    std::int32_t value;
+    std::size_t read; // bytes up to behind the last digit
+};
+
+const NumberRow number_rows[] = {
+    // digits
+    {"0", true, 0, 1},
+    {"7", true, 7, 1},
+    {"8080", true, 8080, 4},
+    {"007", true, 7, 3},
+    {"12ab", true, 12, 2},
+    {"12 34", true, 12, 2},
+    {"1.5", true, 1, 1},
+    {"1,5", true, 1, 1},
+    {"0x10", true, 0, 1},
+    {"1e3", true, 1, 1},
+    // signs
+    {"+5", true, 5, 2},
+    {"-5", true, -5, 2},
+    {"-0", true, 0, 2},
+    {"5-", true, 5, 1},
+    // white space
+    {" 5", true, 5, 2},
+    {" \t\n\v\f\r5", true, 5, 7},
+    {" -5 ", true, -5, 3},
+    // no number
+    {"", false, 0, 0},
+    {" ", false, 0, 0},
+    {"-", false, 0, 0},
+    {"+", false, 0, 0},
+    {"+-5", false, 0, 0},
+    {"--5", false, 0, 0},
+    {"- 5", false, 0, 0},
+    {"x5", false, 0, 0},
+    {".5", false, 0, 0},
+    {"\xa0"
+     "5",
+     false, 0, 0},
+    {"\xb2", false, 0, 0},
+    // the ends of the range
+    {"2147483646", true, highest - 1, 10},
+    {"2147483647", true, highest, 10},
+    {"2147483648", true, highest, 10},
+    {"4294967297", true, highest, 10},
+    {"-2147483647", true, -highest, 11},
+    {"-2147483648", true, lowest, 11},
+    {"-2147483649", true, lowest, 11},
+    {"00000000000000000000000000000012", true, 12, 32},
+    {"99999999999999999999999999999999", true, highest, 32},
+    {"-99999999999999999999999999999999", true, lowest, 33},
+};
+
+TEST_P(Ascii, NumberScanReadsAsPercentDDoesAndSaturates)
+{
+    for (const NumberRow &row : number_rows) {
+        std::int32_t value = 12345;
+        const char *behind = ascii_scan_int(row.text, &value);
+        const char *expected = row.found ? row.text + row.read : nullptr;
+        EXPECT_EQ(static_cast<const void *>(behind), static_cast<const void *>(expected))
+            << "text \"" << row.text << '"';
+        EXPECT_EQ(value, row.value) << "text \"" << row.text << '"';
+    }
+}
+
+TEST_P(Ascii, NumberOfATextIsTheOneItBeginsWithOrZero)
+{
+    for (const NumberRow &row : number_rows)
+        EXPECT_EQ(ascii_to_int(row.text), row.value) << "text \"" << row.text << '"';
+}
+
+TEST_P(Ascii, OnlyTheSixSpacesOfAll256BytesMayStandBeforeANumber)
+{
+    for (int byte = 0; byte < 256; ++byte) {
+        const char text[] = {static_cast<char>(byte), '5', '\0'};
+        const bool space = byte != 0 && std::string(spaces).find(text[0]) != std::string::npos;
+        std::int32_t expected = space || text[0] == '+' || text[0] == '0' ? 5 : 0;
+        if (text[0] == '-')
+            expected = -5;
+        if (text[0] >= '1' && text[0] <= '9')
+            expected = 10 * (text[0] - '0') + 5;
+        EXPECT_EQ(ascii_to_int(text), expected) << "byte " << byte;
+    }
+}
+
+TEST(AsciiLocale, TheTestLocaleWouldChangeTheCLibrarysAnswers)
+{
+    ASSERT_NE(std::setlocale(LC_ALL, tests::comma_locale), nullptr);
+    // Volatile, because optimisers take the C locale's answers for granted.
+    const volatile int small_umlaut = 0xe4;
+    EXPECT_NE(std::isalpha(small_umlaut), 0);
+    EXPECT_EQ(std::toupper(small_umlaut), 0xc4);
+    EXPECT_STREQ(std::localeconv()->decimal_point, ",");
+    std::setlocale(LC_ALL, "C");
+}
+
+// The functions serve constant expressions too.
+static_assert(ascii_to_upper('q') == 'Q');
+static_assert(ascii_to_int(" -42x") == -42);
+
+} // namespace
+} // namespace quintral

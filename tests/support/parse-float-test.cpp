@@ -1,0 +1,420 @@
+// parse_float bit by bit: every row's number was worked out with exact fractions, each step rounded
+// to 24 bits, halves to even, as the header tells the steps. It is one table for every build, since
+// the suite's files must read the same on all.
+#include "support/c-utils/transforms.h"
+
+#include "tests/harness/each-locale.h"
+#include "tests/harness/exact-buffer.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quintral {
+namespace {
+
+using tests::exact_copy;
+
+using namespace std::string_literals;
+
+class ParseFloat : public tests::InEachLocale {};
+
+INSTANTIATE_TEST_SUITE_P(Locales, ParseFloat, tests::each_locale(), tests::locale_label);
+
+struct FloatRow {
+    std::string text;
+    std::uint32_t bits;
+};
+
+std::uint32_t bits_of(float number)
+{
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
+
+std::string hexadecimal(std::uint32_t bits)
+{
+    char text[12];
+    std::snprintf(text, sizeof text, "%#010x", static_cast<unsigned>(bits));
+    return text;
+}
+
+// A text of thousands of bytes is told by its beginning.
+std::string shown(const std::string &text)
+{
+    return testing::PrintToString(text.substr(0, 60)) + ", " + std::to_string(text.size()) +
+           " bytes";
+}
+
+void expect_bits(const FloatRow &row)
+{
+    float number = -77.25F;
+    EXPECT_EQ(parse_float(exact_copy(row.text).data(), &number), 1) << shown(row.text);
+    EXPECT_EQ(hexadecimal(bits_of(number)), hexadecimal(row.bits))
+        << shown(row.text) << " gave " << number;
+}
+
+void expect_no_number(const std::string &text)
+{
+    float number = -77.25F;
+    EXPECT_EQ(parse_float(exact_copy(text).data(), &number), 0) << shown(text);
+    EXPECT_EQ(number, -77.25F) << "the result is untouched, " << shown(text);
+}
+
+const FloatRow float_rows[] = {
+    // integers
+    {"0", 0x00000000},
+    {"7", 0x40e00000},
+    {"10", 0x41200000},
+    {"000123", 0x42f60000},
+    {"255", 0x437f0000},
+    {"65535", 0x477fff00},
+    {"1048575", 0x497ffff0},
+    {"16777215", 0x4b7fffff},
+    // integers of more than 24 bits: each digit rounds
+    {"16777217", 0x4b800000},
+    {"16777219", 0x4b800002},
+    {"33554435", 0x4c000001},
+    {"123456789", 0x4ceb79a3},
+    {"2147483647", 0x4effffff},
+    {"4294967295", 0x4f7fffff},
+    {"15320337000", 0x50644a74},
+    {"98004610871", 0x51b68c3c},
+    {"34216457332", 0x50feeeb4},
+    {"12345678901234567890", 0x5f2b54ab},
+    {"99999999999999999999", 0x60ad78ec},
+    // fractions
+    {"0.5", 0x3f000000},
+    {"0.25", 0x3e800000},
+    {"0.1", 0x3dcccccd},
+    {"1.5", 0x3fc00000},
+    {"1.2", 0x3f99999a},
+    {"3.14159", 0x40490fce},
+    {"100.125", 0x42c83fff},
+    {"2.718281828459045", 0x402df854},
+    {"0.0000001", 0x33d6bf97},
+    // fractions whose steps miss the nearest float
+    {"0.9", 0x3f666667},
+    {"0.12", 0x3df5c290},
+    {"0.17", 0x3e2e147c},
+    {"0.24", 0x3e75c290},
+    {"0.47", 0x3ef0a3d8},
+    {"0.48", 0x3ef5c290},
+    {"57.63", 0x4266851e},
+    {"121.059", 0x42f21e36},
+    {"163.17", 0x43232b86},
+    {"317.0039", 0x439e807f},
+    {"893.037", 0x445f425f},
+    {"914.000032", 0x44648000},
+    {"603.0037", 0x4416c03c},
+    // the first point switches, a second one ends the number
+    {"5.", 0x40a00000},
+    {"+.5", 0x3f000000},
+    {"-.5", 0xbf000000},
+    {".5", 0x3f000000},
+    {"1.2.3", 0x3f99999a},
+    {"1..5", 0x3f800000},
+    {"1.e2", 0x42c80000},
+    {"0.5.", 0x3f000000},
+    // signs
+    {"+1", 0x3f800000},
+    {"-1", 0xbf800000},
+    {"-150", 0xc3160000},
+    {"-0", 0x80000000},
+    {"+0", 0x00000000},
+    {"-0.0", 0x80000000},
+    {"-.0e5", 0x80000000},
+    // white space
+    {"  -1.5e2x", 0xc3160000},
+    {" 5", 0x40a00000},
+    {" \t\n\v\f\r5", 0x40a00000},
+    {"\r\n-2.5\r\n", 0xc0200000},
+    // text behind
+    {"1,5", 0x3f800000},
+    {"1 2", 0x3f800000},
+    {"5x", 0x40a00000},
+    {"5-", 0x40a00000},
+    {"5+5", 0x40a00000},
+    {"0x10", 0x00000000},
+    {"0b1", 0x00000000},
+    {"1f", 0x3f800000},
+    {"1d5", 0x3f800000},
+    {"1.5%", 0x3fc00000},
+    {"1.5e2x", 0x43160000},
+    {"12 e3", 0x41400000},
+    // exponents
+    {"1e0", 0x3f800000},
+    {"1e1", 0x41200000},
+    {"1e2", 0x42c80000},
+    {"1E2", 0x42c80000},
+    {"1e+2", 0x42c80000},
+    {"1e-2", 0x3c23d70a},
+    {"1.5e3", 0x44bb8000},
+    {"1e10", 0x501502f9},
+    {"1e22", 0x64078678},
+    {"1e23", 0x65a96816},
+    {"1e-10", 0x2edbe6ff},
+    {"1e38", 0x7e967699},
+    {"1e-37", 0x02081cea},
+    {"3.4e38", 0x7f7fc99f},
+    {"2e007", 0x4b989680},
+    {"1e-007", 0x33d6bf95},
+    {"1e2.5", 0x42c80000},
+    {"1e2e3", 0x42c80000},
+    {"0e5", 0x00000000},
+    {"0e-5", 0x00000000},
+    // exponents as atoi reads them
+    {"1e", 0x3f800000},
+    {"1ex", 0x3f800000},
+    {"1e+", 0x3f800000},
+    {"1e-", 0x3f800000},
+    {"1e+-5", 0x3f800000},
+    {"1e--5", 0x3f800000},
+    {"1e 5", 0x47c35000},
+    {"1e\t\n\v\f\r5", 0x47c35000},
+    {"1e - 5", 0x3f800000},
+    {"1e -5", 0x3727c5ac},
+    {"1e+ 5", 0x3f800000},
+    {"1E 2 3", 0x42c80000},
+    // the exponent multiplies in double precision
+    {"146.092e-33", 0x0c3da364},
+    {"670.756e-18", 0x2641550e},
+    {"532.239e-1", 0x4254e546},
+    {"411.110e-1", 0x422471aa},
+    {"868.701e-38", 0x0538c095},
+    {"699.572e-14", 0x2cf623d9},
+    {"430.659e11", 0x561cac3f},
+    {"453.264e-37", 0x0670ff1a},
+    // what is too large
+    {"340282346638528859811704183484516925440", 0x7f7fffff},
+    {"340282366920938463463374607431768211456", 0x7f7fffff},
+    {"3.4028235e38", 0x7f800000},
+    {"3.4028236e38", 0x7f800000},
+    {"3.5e38", 0x7f800000},
+    {"1e39", 0x7f800000},
+    {"-1e39", 0xff800000},
+    {"1e308", 0x7f800000},
+    {"1e309", 0x7f800000},
+    {"1e310", 0x7f800000},
+    {"1e400", 0x7f800000},
+    {"-1e999", 0xff800000},
+    {"0.00001e43", 0x7e96769a},
+    {"0.00001e44", 0x7f800000},
+    // what is small, down to nothing
+    {"1.17549435e-38", 0x00800001},
+    {"1.1754943e-38", 0x00800001},
+    {"1e-38", 0x006ce3ee},
+    {"1e-40", 0x000116c2},
+    {"1.4e-45", 0x00000001},
+    {"1e-45", 0x00000001},
+    {"8e-46", 0x00000001},
+    {"7.1e-46", 0x00000001},
+    {"7e-46", 0x00000000},
+    {"1e-46", 0x00000000},
+    {"-1e-46", 0x80000000},
+    {"1e-308", 0x00000000},
+    {"1e-323", 0x00000000},
+    {"1e-324", 0x00000000},
+    {"1e-400", 0x00000000},
+    {"-1e-999", 0x80000000},
+    {"123456789e-50", 0x00000371},
+};
+
+TEST_P(ParseFloat, RoundsEveryStepToSinglePrecision)
+{
+    for (const FloatRow &row : float_rows)
+        expect_bits(row);
+}
+
+std::string repeated(std::size_t count, char c)
+{
+    return std::string(count, c);
+}
+
+TEST_P(ParseFloat, ScaleOfALongFractionGoesDownThroughSubnormalsToNothing)
+{
+    const FloatRow rows[] = {
+        {"0." + repeated(36, '0') + "9", 0x03992091},
+        {"0." + repeated(37, '0') + "9", 0x01f500ea},
+        {"0." + repeated(37, '0') + "12345", 0x00866ce3},
+        {"0." + repeated(38, '0') + "9", 0x00620061},
+        {"0." + repeated(39, '0') + "9", 0x0009ccdb},
+        {"0." + repeated(40, '0') + "9", 0x0000fae0},
+        {"0." + repeated(42, '0') + "9", 0x0000027f},
+        {"0." + repeated(43, '0') + "1", 0x00000007},
+        {"0." + repeated(44, '0') + "1", 0x00000001},
+        {"-0." + repeated(44, '0') + "9", 0x80000009},
+        {"0." + repeated(45, '0') + "9", 0x00000000},
+        {"-0." + repeated(45, '0') + "9", 0x80000000},
+        // the exponent comes too late for what the scale has lost
+        {"0." + repeated(30, '0') + "1e31", 0x3f800007},
+        {"0." + repeated(44, '0') + "1e45", 0x3fb35dc0},
+        {"0." + repeated(60, '0') + "1e61", 0x00000000},
+    };
+    for (const FloatRow &row : rows)
+        expect_bits(row);
+}
+
+TEST_P(ParseFloat, ReadsAnyNumberOfDigits)
+{
+    const FloatRow rows[] = {
+        {"1" + repeated(38, '0'), 0x7e96769a},
+        {repeated(38, '9'), 0x7e96769a},
+        {repeated(38, '9') + "e-38", 0x3f800001},
+        // infinity, which no exponent brings back
+        {"1" + repeated(39, '0'), 0x7f800000},
+        {repeated(39, '9') + "e-39", 0x7f800000},
+        {repeated(10000, '9'), 0x7f800000},
+        {"-" + repeated(10000, '9') + ".5e-300", 0xff800000},
+        {repeated(10000, '0') + "1", 0x3f800000},
+        {"1." + repeated(10000, '0'), 0x3f800000},
+        {"0." + repeated(10000, '0') + "9", 0x00000000},
+        {"0." + repeated(50, '9'), 0x3f800000},
+        {"0." + repeated(20, '3'), 0x3eaaaaab},
+        {"0." + repeated(10000, '3'), 0x3eaaaaab},
+        {"3.14159265358979323846264338327950288", 0x40490fd9},
+    };
+    for (const FloatRow &row : rows)
+        expect_bits(row);
+}
+
+TEST_P(ParseFloat, ReadsAnExponentOfAnyLength)
+{
+    const FloatRow rows[] = {
+        {"1e" + repeated(10000, '0') + "5", 0x47c35000},
+        {"1e-" + repeated(10000, '0') + "5", 0x3727c5ac},
+        {"1e" + repeated(10000, ' ') + "5", 0x47c35000},
+        {"1e" + repeated(10000, '9'), 0x7f800000},
+        {"1e+" + repeated(10000, '1'), 0x7f800000},
+        {"-1e" + repeated(10000, '9'), 0xff800000},
+        {"1e-" + repeated(10000, '9'), 0x00000000},
+        {"-1e-" + repeated(10000, '1'), 0x80000000},
+        {"0e-" + repeated(10000, '9'), 0x00000000},
+        // around the ends of 32 and of 64 bits nothing comes round
+        {"1e2147483647", 0x7f800000},
+        {"1e2147483648", 0x7f800000},
+        {"1e-2147483648", 0x00000000},
+        {"1e-2147483649", 0x00000000},
+        {"1e4294967296", 0x7f800000},
+        {"1e4294967297", 0x7f800000},
+        {"1e-4294967297", 0x00000000},
+        {"1e9223372036854775808", 0x7f800000},
+        {"1e18446744073709551617", 0x7f800000},
+        {"1e-18446744073709551617", 0x00000000},
+    };
+    for (const FloatRow &row : rows)
+        expect_bits(row);
+}
+
+TEST_P(ParseFloat, NothingTimesInfinityIsNotANumber)
+{
+    for (const std::string &text : {"0e309"s, "0e400"s, "0e999"s, "-0e999"s, "0.000e9999999999"s,
+                                    "0." + repeated(60, '0') + "1e999", "0e" + repeated(10000, '9'),
+                                    repeated(39, '9') + "e-400"}) {
+        float number = 0;
+        EXPECT_EQ(parse_float(exact_copy(text).data(), &number), 1) << shown(text);
+        EXPECT_TRUE(std::isnan(number)) << shown(text) << " gave " << number;
+    }
+}
+
+TEST_P(ParseFloat, WithoutADigitBeforeTheExponentThereIsNoNumber)
+{
+    const std::string texts[] = {
+        // nothing
+        "",
+        " ",
+        " \t\n\v\f\r",
+        repeated(10000, ' '),
+        // a sign alone, or more than one, or one apart
+        "+",
+        "-",
+        " -",
+        "--5",
+        "++5",
+        "+-5",
+        "-+5",
+        "- 5",
+        "+ 5",
+        "-\n5",
+        // a point alone
+        ".",
+        "-.",
+        "+.",
+        "..",
+        "..5",
+        ". 5",
+        ".-5",
+        // an exponent alone
+        "e",
+        "e5",
+        "E5",
+        "-e5",
+        ".e5",
+        "-.E5",
+        "+.e-5",
+        // other characters
+        "x",
+        "x5",
+        ",5",
+        "/5",
+        ":5",
+        "$5",
+        "(5)",
+        "inf",
+        "-inf",
+        "INFINITY",
+        "nan",
+        "NaN(5)",
+        "\2405",
+        "\2055",
+        "\xb2",
+        "\3445",
+    };
+    for (const std::string &text : texts)
+        expect_no_number(text);
+}
+
+constexpr std::uint32_t five = 0x40a00000;
+constexpr std::uint32_t minus_five = 0xc0a00000;
+constexpr std::uint32_t one_half = 0x3f000000;
+
+TEST_P(ParseFloat, OnlySpacesASignAPointOrADigitOfAllBytesMayStandBeforeADigit)
+{
+    const std::uint32_t tens[] = {five,       0x41700000, 0x41c80000, 0x420c0000, 0x42340000,
+                                  0x425c0000, 0x42820000, 0x42960000, 0x42aa0000, 0x42be0000};
+    for (int byte = 1; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        const std::string text = {c, '5'};
+        if (" \t\n\v\f\r+"s.find(c) != std::string::npos)
+            expect_bits({text, five});
+        else if (c == '-')
+            expect_bits({text, minus_five});
+        else if (c == '.')
+            expect_bits({text, one_half});
+        else if (c >= '0' && c <= '9')
+            expect_bits({text, tens[c - '0']});
+        else
+            expect_no_number(text);
+    }
+}
+
+TEST_P(ParseFloat, EveryByteButDigitsThePointAndAnExponentEndsTheNumber)
+{
+    for (int byte = 1; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        if ("0123456789.eE"s.find(c) == std::string::npos) {
+            expect_bits({"5"s + c + "5", five});
+            expect_bits({"0.5"s + c + "5", one_half});
+            expect_bits({"5e0"s + c + "5", five});
+        }
+    }
+}
+
+} // namespace
+} // namespace quintral

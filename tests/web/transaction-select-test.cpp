@@ -1,0 +1,163 @@
+// Transactions in a process that has so many files open that the socket's descriptor does not fit
+// into an fd_set: the same rules hold as for any other socket.
+#include "tests/harness/loopback-peer.h"
+#include "tests/web/transaction-calls.h"
+#include "web/transaction.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace quintral {
+namespace {
+
+using namespace tests;
+
+constexpr int descriptors_in_use = static_cast<int>(FD_SETSIZE) + 76;
+constexpr rlim_t descriptors_needed = descriptors_in_use + 100; // the peer opens some too
+
+const char *const good_header = "HTTP/1.0 200 OK\r\n\r";
+const std::string good_reply = std::string(good_header) + "\nbody";
+
+class WebTransactionWithManyFiles : public WebTransaction {
+protected:
+    void SetUp() override
+    {
+        rlimit limit = {};
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+        ASSERT_GE(limit.rlim_max, descriptors_needed)
+            << "the hard limit of open files is too low for this test (ulimit -Hn)";
+        limit.rlim_cur = std::max(limit.rlim_cur, descriptors_needed);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0) << std::strerror(errno);
+        while (fillers.empty() || fillers.back() < descriptors_in_use) {
+            const int filler = open("/dev/null", O_RDONLY | O_CLOEXEC);
+            ASSERT_GE(filler, 0) << std::strerror(errno);
+            fillers.push_back(filler); // always the lowest free descriptor, so that they ascend
+        }
+    }
+
+    void TearDown() override
+    {
+        for (int filler : fillers)
+            close(filler);
+        WebTransaction::TearDown();
+    }
+
+    std::vector<int> fillers;
+};
+
+// Checks what an exchange with the script delivers, and that its socket was indeed above the range.
+void check(const PeerScript &script, const std::string &expected)
+{
+    const int next_descriptor = dup(0);
+    close(next_descriptor);
+    ASSERT_GE(next_descriptor, static_cast<int>(FD_SETSIZE));
+    LoopbackPeer peer({script});
+    EXPECT_EQ(call_web({url_of(peer)}), expected);
+}
+
+TEST_F(WebTransactionWithManyFiles, AReplyArrivesWhole)
+{
+    check({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}},
+          outcome(WebOk, good_header, "body", ""));
+    check({{PeerAct::ReadRequest}, {PeerAct::Trickle, good_reply, 20}},
+          outcome(WebOk, good_header, "body", ""));
+    const std::string body(300000, 'x');
+    check({{PeerAct::ReadRequest}, {PeerAct::Send, "A\n\n" + body}},
+          outcome(WebOk, "A\n", body, ""));
+}
+
+TEST_F(WebTransactionWithManyFiles, AReceiveErrorIsReported)
+{
+    const std::string error = "Error receiving data from web site: " + detail_of(ECONNRESET);
+    check({{PeerAct::ReadRequest}, {PeerAct::Pause, "", 300}, {PeerAct::Reset}},
+          outcome(WebOk, "", "", error));
+    check({{PeerAct::ReadRequest},
+           {PeerAct::Send, good_reply},
+           {PeerAct::Pause, "", 300},
+           {PeerAct::Reset}},
+          outcome(WebFailed, good_header, none, error));
+}
+
+TEST_F(WebTransactionWithManyFiles, TheIdleHookIsCalledAboutTenTimesASecond)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    const auto start = Clock::now();
+    check({{PeerAct::ReadRequest}, {PeerAct::Pause, "", 1000}, {PeerAct::Send, good_reply}},
+          outcome(WebOk, good_header, "body", ""));
+    EXPECT_GE(calls, 3);
+    EXPECT_LE(calls, milliseconds_since(start) / 100);
+}
+
+TEST_F(WebTransactionWithManyFiles, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
+{
+    web_set_idle_hook(request_cancel, nullptr);
+    const auto start = Clock::now();
+    check({{PeerAct::Hold}}, outcome(WebCancelled, none, none, "User canceled web transaction"));
+    EXPECT_LT(milliseconds_since(start), 5000);
+    EXPECT_EQ(web_cancel_requested, 0);
+}
+
+void cancel_on_signal(int /*signal*/)
+{
+    web_cancel_requested = 1;
+}
+
+TEST_F(WebTransactionWithManyFiles, AFlagSetByASignalCancelsTheBodyPhase)
+{
+    struct sigaction action = {};
+    struct sigaction before = {};
+    action.sa_handler = cancel_on_signal;
+    ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+    const itimerval in_a_second = {{0, 0}, {1, 0}};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &in_a_second, nullptr), 0);
+    const auto start = Clock::now();
+    check({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
+          outcome(WebCancelled, good_header, none, "User canceled web transaction"));
+    EXPECT_LT(milliseconds_since(start), 9000);
+    sigaction(SIGALRM, &before, nullptr);
+}
+
+TEST_F(WebTransactionWithManyFiles, ALimitEndsTheExchange)
+{
+    web_set_reply_limits(0, 3);
+    check({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
+          outcome(WebFailed, good_header, none, "Reply body from web site is longer than 3 bytes"));
+}
+
+// The time limit: each of these tests takes ten seconds.
+
+void check_timeout(const PeerScript &script, const std::string &expected)
+{
+    const auto start = Clock::now();
+    check(script, expected);
+    EXPECT_GE(milliseconds_since(start), 9990);
+    EXPECT_LT(milliseconds_since(start), 20000);
+}
+
+TEST_F(WebTransactionWithManyFiles, SlowTimeoutInTheHeader)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0"}, {PeerAct::Hold}},
+                  outcome(WebTimedOut, none, none, "Timeout waiting for web site"));
+    EXPECT_GE(calls, 30);
+    EXPECT_LE(calls, 101);
+}
+
+TEST_F(WebTransactionWithManyFiles, SlowTimeoutInTheBody)
+{
+    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
+                  outcome(WebTimedOut, good_header, none, "Timeout waiting for web site"));
+}
+
+} // namespace
+} // namespace quintral
