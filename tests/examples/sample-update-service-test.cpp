@@ -23,7 +23,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/harness/child-process.h"
-#include "tests/harness/line-endings.h"
+#include "tests/harness/text.h"
 
 namespace quintral::tests {
 namespace {

@@ -1,5 +1,6 @@
 // Holds the tools of the other tests to what their headers say.
 #include "tests/harness/child-process.h"
+#include "tests/harness/descriptors.h"
 #include "tests/harness/loopback-peer.h"
 
 #include <cerrno>
@@ -81,16 +82,6 @@ struct Client {
         return poll(&polled, 1, milliseconds) == 0;
     }
 };
-
-int open_descriptor_count()
-{
-    int count = 0;
-    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) >= 0)
-            ++count;
-    }
-    return count;
-}
 
 TEST(LoopbackPeer, ReadRequestEndsAtTheEmptyLineAndForAPostBehindTheBody)
 {
@@ -259,7 +250,7 @@ TEST(LoopbackPeer, AConnectionThatNeverCameIsAFailure)
 
 TEST(LoopbackPeer, LeavesNoDescriptorOverManyConnections)
 {
-    const int before = open_descriptor_count();
+    const std::size_t before = open_descriptors();
     {
         LoopbackPeer peer({{{PeerAct::Send, "x"}}, {{PeerAct::Reset}}});
         for (int i = 0; i < 500; ++i) {
@@ -269,7 +260,7 @@ TEST(LoopbackPeer, LeavesNoDescriptorOverManyConnections)
         }
         peer.received(499);
     }
-    EXPECT_EQ(open_descriptor_count(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 TEST(LoopbackPeer, AForkedChildDoesNotKeepAConnectionOpen)
@@ -461,7 +452,7 @@ TEST(ChildProcess, TextIsWaitedForNoLongerThanAsked)
 
 TEST(ChildProcess, LeavesNoDescriptor)
 {
-    const int before = open_descriptor_count();
+    const std::size_t before = open_descriptors();
     const ChildStream streams[] = {ChildStream::Pipe,       ChildStream::Terminal,
                                    ChildStream::Closed,     ChildStream::FullDisk,
                                    ChildStream::BrokenPipe, ChildStream::StalledPipe};
@@ -472,7 +463,7 @@ TEST(ChildProcess, LeavesNoDescriptor)
         run_child({"/bin/sh", "-c", "exit 0"}, options);
         run_child_function([] { return 0; }, options);
     }
-    EXPECT_EQ(open_descriptor_count(), before);
+    EXPECT_EQ(open_descriptors(), before);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #define QUINTRAL_TESTS_HARNESS_TEMP_FOLDER_H
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -119,12 +118,6 @@ inline std::vector<std::string> names_in_system_order(const std::string &folder)
     if (stream != nullptr)
         closedir(stream);
     return names;
-}
-
-// How many descriptors this process has open.
-inline std::size_t open_descriptors()
-{
-    return names_in_system_order("/dev/fd").size() - 1; // the one that reads
 }
 
 } // namespace quintral::tests

@@ -5,9 +5,9 @@
 #include "web/version-update.h"
 
 #include "tests/harness/child-process.h"
-#include "tests/harness/line-endings.h"
 #include "tests/harness/loopback-peer.h"
 #include "tests/harness/temp-folder.h"
+#include "tests/harness/text.h"
 #include "web/transaction.h"
 
 #include <array>

@@ -11,6 +11,7 @@
 
 #include "support/error.h"
 #include "tests/harness/child-process.h"
+#include "tests/harness/descriptors.h"
 #include "tests/harness/message-handler-guard.h"
 #include "tests/harness/temp-folder.h"
 

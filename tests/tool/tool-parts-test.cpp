@@ -23,17 +23,12 @@
 #include <sys/utsname.h>
 
 #include "tests/harness/test-main.h"
+#include "tests/harness/text.h"
 
 namespace quintral {
 namespace {
 
-std::string repeated(std::size_t count, const std::string &text)
-{
-    std::string all;
-    for (std::size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
+using tests::repeated;
 
 std::string byte_text(unsigned byte)
 {

@@ -6,6 +6,7 @@
 
 #include "tests/harness/child-process.h"
 #include "tests/harness/loopback-peer.h"
+#include "tests/harness/text.h"
 
 #include <array>
 #include <string>
@@ -15,15 +16,9 @@
 
 namespace quintral::tests::tool {
 
-using Texts = std::vector<std::string>;
+using quintral::tests::repeated;
 
-inline std::string repeated(std::size_t count, const std::string &text)
-{
-    std::string all;
-    for (std::size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
+using Texts = std::vector<std::string>;
 
 inline Texts joined(Texts first, const Texts &second)
 {

@@ -34,8 +34,8 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "tests/harness/allocation.h"
 #include "tests/harness/child-process.h"
-#include "tests/harness/forbidden-memory.h"
 #include "tests/harness/loopback-peer.h"
 #include "tests/harness/temp-folder.h"
 #include "tests/harness/test-main.h"
@@ -1573,7 +1573,7 @@ TEST(ToolEnding, AnExceptionIsToldOfWithoutAllocating)
         const auto body = [&row] {
             install_terminate_handler();
             prepare_endings(true, 60);
-            tests::memory_is_forbidden = true;
+            tests::allow_allocation = tests::exit_on_allocation;
             row.fault();
             return 0;
         };

@@ -3,6 +3,7 @@
 #include "web/form-body.h"
 
 #include "tests/harness/each-locale.h"
+#include "tests/harness/text.h"
 
 #include <cctype>
 #include <climits>
@@ -17,17 +18,11 @@
 namespace quintral {
 namespace {
 
+using tests::repeated;
+
 class FormBody : public tests::InEachLocale {};
 
 INSTANTIATE_TEST_SUITE_P(Locales, FormBody, tests::each_locale(), tests::locale_label);
-
-std::string repeated(std::size_t count, const std::string &text)
-{
-    std::string all;
-    for (std::size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
 
 std::string letters(std::size_t count)
 {

@@ -6,6 +6,7 @@
 #ifndef QUINTRAL_TESTS_WEB_TRANSACTION_CALLS_H
 #define QUINTRAL_TESTS_WEB_TRANSACTION_CALLS_H
 
+#include "tests/harness/descriptors.h"
 #include "tests/harness/loopback-peer.h"
 #include "web/transaction.h"
 
@@ -18,7 +19,6 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 
 namespace quintral::tests {
@@ -84,16 +84,6 @@ inline std::string detail_of(int error)
 inline long long milliseconds_since(Clock::time_point start)
 {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-inline int open_descriptor_count()
-{
-    int count = 0;
-    for (int descriptor = 0; descriptor < 2048; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) >= 0)
-            ++count;
-    }
-    return count;
 }
 
 // Leaves the client as it was at the start of the process.

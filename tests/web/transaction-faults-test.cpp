@@ -970,7 +970,7 @@ bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
     stage.calls.clear();
     stage.sent.clear();
     web_set_error("in place of the one before");
-    const int descriptors = open_descriptor_count();
+    const std::size_t descriptors = open_descriptors();
     const WebField fields[] = {{"a name", "a value"}, {"another name", "another value"}};
     tally = {};
     tally.fail_at = fail_at;
@@ -989,7 +989,7 @@ bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
     EXPECT_EQ(thrown, tally.failed);
     // The error set before was released by the request; the one set behind it takes its place.
     EXPECT_EQ(tally.live, 0);
-    EXPECT_EQ(open_descriptor_count(), descriptors);
+    EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_EQ(count_of_calls("close"), count_of_calls("socket"));
     EXPECT_TRUE(!thrown || body == nullptr);
     return tally.failed;
@@ -1113,7 +1113,7 @@ TEST_F(WebTransactionUnderFaults, HundredsOfMixedExchangesLeaveNoDescriptorAndNo
                 scripts.push_back(exchange.script);
         }
     }
-    const int descriptors = open_descriptor_count();
+    const std::size_t descriptors = open_descriptors();
     {
         LoopbackPeer peer(scripts);
         web_set_error("in place of the one before");
@@ -1129,7 +1129,7 @@ TEST_F(WebTransactionUnderFaults, HundredsOfMixedExchangesLeaveNoDescriptorAndNo
     }
     EXPECT_GT(tally.handed, 3 * rounds) << "allocations are not counted";
     EXPECT_EQ(tally.live, 0);
-    EXPECT_EQ(open_descriptor_count(), descriptors);
+    EXPECT_EQ(open_descriptors(), descriptors);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // side.
 #include "tests/harness/child-process.h"
 #include "tests/harness/loopback-peer.h"
+#include "tests/harness/text.h"
 #include "tests/web/transaction-calls.h"
 #include "web/transaction.h"
 
@@ -19,6 +20,8 @@
 
 namespace quintral {
 namespace {
+
+using tests::repeated;
 
 using namespace tests;
 
@@ -53,14 +56,6 @@ std::string form_lines(std::size_t body_length)
 {
     return "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
            std::to_string(body_length) + "\r\n";
-}
-
-std::string repeated(std::size_t count, const std::string &text)
-{
-    std::string all;
-    for (std::size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
 }
 
 // Requests
