@@ -60,6 +60,37 @@ constexpr char ascii_to_lower(char c)
     return ascii_is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+// Returns the position after the prefix if text begins with it in any letter case, or null.
+// Requires: both are terminated, prefix is in lower case.
+constexpr const char *ascii_skip_prefix(const char *text, const char *prefix)
+{
+    for (; *prefix != '\0'; ++prefix, ++text) {
+        if (ascii_to_lower(*text) != *prefix)
+            return nullptr;
+    }
+    return text;
+}
+
+// Reads a whole string of digits as a number from 0 to highest. Leading zeros are allowed; a sign
+// or a space is not.
+//
+// Returns the number, or -1 for an empty string, any other byte, and a larger number.
+// Requires: text is terminated, highest is not negative.
+constexpr std::int32_t ascii_read_digits(const char *text, std::int32_t highest)
+{
+    if (*text == '\0')
+        return -1;
+    std::int64_t number = 0;
+    for (; *text != '\0'; ++text) {
+        if (!ascii_is_digit(*text))
+            return -1;
+        number = number * 10 + (*text - '0');
+        if (number > highest)
+            return -1;
+    }
+    return static_cast<std::int32_t>(number);
+}
+
 // Reads a decimal number as scanf's "%d" does: white space, an optional sign, digits.
 //
 // Returns the position behind the last digit with the number in *value; where there is no digit,

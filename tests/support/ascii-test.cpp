@@ -1,5 +1,5 @@
-// ASCII's own classes, case mapping and number reading: the whole domain of bytes, and under a
-// locale whose letters reach above 0x7F and whose decimal point is a comma.
+// ASCII character classes, case mapping, prefixes and number reading: for all 256 bytes, and under
+// locales with letters above 0x7F and a decimal comma.
 #include "support/ascii.h"
 
 #include "tests/harness/each-locale.h"
@@ -154,6 +154,113 @@ TEST_P(Ascii, OnlyTheSixSpacesOfAll256BytesMayStandBeforeANumber)
     }
 }
 
+struct PrefixRow {
+    const char *text;
+    const char *prefix;
+    int skipped; // bytes, or -1 if text does not begin with the prefix
+};
+
+const PrefixRow prefix_rows[] = {
+    {"http://host", "http://", 7},
+    {"HTTP://host", "http://", 7},
+    {"hTtP://host", "http://", 7},
+    {"http://", "http://", 7},
+    {"http:/", "http://", -1},
+    {"ftp://host", "http://", -1},
+    {" http://host", "http://", -1},
+    {"", "http://", -1},
+    {"host", "", 0},
+    {"", "", 0},
+    // the bytes next to the letters, and their neighbours in the other case
+    {"@[`{", "@[`{", 4},
+    {"@", "`", -1},
+    {"[", "{", -1},
+    // not a letter in ASCII
+    {"\xe4", "\xe4", 1},
+    {"\xc4", "\xe4", -1},
+    {"\xc3\x84", "\xc3\xa4", -1},
+};
+
+TEST_P(Ascii, PrefixIsSkippedInAnyLetterCase)
+{
+    for (const PrefixRow &row : prefix_rows) {
+        const char *rest = ascii_skip_prefix(row.text, row.prefix);
+        EXPECT_EQ(rest == nullptr ? -1 : rest - row.text, row.skipped)
+            << "text \"" << row.text << "\", prefix \"" << row.prefix << '"';
+    }
+}
+
+TEST_P(Ascii, PrefixMatchesItsOwnByteAndItsUpperCaseFormOnly)
+{
+    for (int in_prefix = 1; in_prefix < 256; ++in_prefix) {
+        const char prefix[] = {static_cast<char>(in_prefix), '\0'};
+        if (std::string(uppers).find(prefix[0]) != std::string::npos)
+            continue;
+        const std::size_t letter = std::string(lowers).find(prefix[0]);
+        for (int byte = 0; byte < 256; ++byte) {
+            const char text[] = {static_cast<char>(byte), '\0'};
+            const bool matches =
+                text[0] == prefix[0] || (letter != std::string::npos && text[0] == uppers[letter]);
+            EXPECT_EQ(ascii_skip_prefix(text, prefix) != nullptr, matches)
+                << "byte " << byte << ", prefix " << in_prefix;
+        }
+    }
+}
+
+struct DigitsRow {
+    const char *text;
+    std::int32_t highest;
+    std::int32_t value;
+};
+
+const DigitsRow digits_rows[] = {
+    {"0", 9, 0},
+    {"9", 9, 9},
+    {"10", 9, -1},
+    {"0", 0, 0},
+    {"1", 0, -1},
+    {"65535", 65535, 65535},
+    {"65536", 65535, -1},
+    {"0080", 65535, 80},
+    {"00000000000000000000000000000012", 65535, 12},
+    {"2147483647", highest, highest},
+    {"2147483648", highest, -1},
+    {"4294967297", highest, -1},
+    {"18446744073709551617", highest, -1},
+    {"99999999999999999999999999999999", highest, -1},
+    // not a string of digits
+    {"", 9, -1},
+    {"+1", 9, -1},
+    {"-1", 9, -1},
+    {"-0", 9, -1},
+    {" 1", 9, -1},
+    {"1 ", 9, -1},
+    {"1\n", 9, -1},
+    {"1.0", 9, -1},
+    {"0x1", 9, -1},
+    {"1a", 9, -1},
+    {"99a", 9, -1},
+    {"\xb2", 9, -1},
+};
+
+TEST_P(Ascii, DigitsAreReadWholeAndUpToTheHighestNumber)
+{
+    for (const DigitsRow &row : digits_rows) {
+        EXPECT_EQ(ascii_read_digits(row.text, row.highest), row.value)
+            << "text \"" << row.text << "\", highest " << row.highest;
+    }
+}
+
+TEST_P(Ascii, DigitsAreTheTenOfAll256BytesOnly)
+{
+    for (int byte = 1; byte < 256; ++byte) {
+        const char text[] = {'1', static_cast<char>(byte), '\0'};
+        const std::size_t digit = std::string(digits).find(text[1]);
+        const int expected = digit == std::string::npos ? -1 : 10 + static_cast<int>(digit);
+        EXPECT_EQ(ascii_read_digits(text, 99), expected) << "byte " << byte;
+    }
+}
+
 TEST(AsciiLocale, TheTestLocaleWouldChangeTheCLibrarysAnswers)
 {
     ASSERT_NE(std::setlocale(LC_ALL, tests::comma_locale), nullptr);
@@ -168,6 +275,8 @@ TEST(AsciiLocale, TheTestLocaleWouldChangeTheCLibrarysAnswers)
 // The functions serve constant expressions too.
 static_assert(ascii_to_upper('q') == 'Q');
 static_assert(ascii_to_int(" -42x") == -42);
+static_assert(*ascii_skip_prefix("HTTP:x", "http:") == 'x');
+static_assert(ascii_read_digits("8080", 65535) == 8080);
 
 } // namespace
 } // namespace quintral
