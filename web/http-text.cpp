@@ -17,8 +17,8 @@ bool belongs_to_host(char c)
     return ascii_is_letter_or_digit(c) || c == '-' || c == '.' || c == ':';
 }
 
-// Base64 of a text of any length. base64_encode counts in int, so the text goes through in runs; a
-// run that is a multiple of three bytes long ends on no padding, and the results simply join.
+// Base64 of a string of any length. base64_encode counts in int, so the string is encoded in runs. A
+// run whose length is a multiple of three has no padding, so the results simply join.
 std::string base64_text(const std::string &text)
 {
     constexpr std::size_t run = std::size_t{3} * 256;
@@ -108,9 +108,22 @@ int web_scan_status_line(const char *text, WebStatusLine *line)
     const std::size_t length = std::strcspn(text, "\r\n");
     if (length == 0)
         return 3;
-    const std::size_t room = sizeof line->reason - 1;
-    std::memcpy(line->reason, text, length < room ? length : room);
+    constexpr std::size_t longest = sizeof line->reason - 1;
+    std::memcpy(line->reason, text, length < longest ? length : longest);
     return 4;
+}
+
+WebStatusVerdict web_judge_status(const char *header, WebStatusLine *line, const char **status_text)
+{
+    static const char mark[] = "HTTP/";
+    *line = WebStatusLine{};
+    *status_text = std::strstr(header, mark);
+    if (*status_text == nullptr)
+        return WebStatusMissing;
+    *status_text += sizeof mark - 1;
+    if (web_scan_status_line(*status_text, line) != 4)
+        return WebStatusMalformed;
+    return line->status >= 200 && line->status <= 299 ? WebStatusAccepted : WebStatusRejected;
 }
 
 } // namespace quintral

@@ -1,0 +1,225 @@
+#include "web/receiving.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include "support/c-utils.h"
+#include "support/clocks.h"
+#include "web/transaction.h"
+
+namespace quintral {
+
+volatile std::sig_atomic_t web_cancel_requested = 0;
+
+namespace {
+
+constexpr std::uint32_t time_limit = 10000; // milliseconds without data
+constexpr int header_wait = 100;            // milliseconds between two calls of the idle hook
+constexpr int body_wait = 10000;            // the whole time limit
+constexpr int select_range = 1024;          // select's first argument
+constexpr std::size_t chunk_size = 1024;    // of the body, terminator included
+
+WebIdleHook idle_hook = nullptr;
+void *idle_hook_data = nullptr;
+std::size_t header_limit = 0;
+std::size_t body_limit = 0;
+
+// Waiting
+
+bool has_passed(std::uint32_t deadline)
+{
+    return static_cast<std::int32_t>(deadline - clock_milliseconds()) <= 0;
+}
+
+// Waits for data with select. Returns select's result; *readable says whether the socket is in the
+// returned set.
+int wait_with_select(int descriptor, int milliseconds, bool *readable)
+{
+    fd_set descriptors;
+    FD_ZERO(&descriptors);
+    FD_SET(descriptor, &descriptors);
+    timeval timeout;
+    timeout.tv_sec = milliseconds / 1000;
+    timeout.tv_usec = milliseconds % 1000 * 1000L;
+    const int result = select(select_range, &descriptors, nullptr, nullptr, &timeout);
+    *readable = result > 0 && FD_ISSET(descriptor, &descriptors);
+    return result;
+}
+
+// The same for a descriptor too large for an fd_set, as a host program with many open files has. A
+// bad descriptor is a failure, as it is for select.
+int wait_with_poll(int descriptor, int milliseconds, bool *readable)
+{
+    pollfd entry = {descriptor, POLLIN, 0};
+    const int result = poll(&entry, 1, milliseconds);
+    *readable = result > 0;
+    return result > 0 && (entry.revents & POLLNVAL) != 0 ? -1 : result;
+}
+
+int wait_once(int descriptor, int milliseconds, bool *readable)
+{
+    return descriptor < static_cast<int>(FD_SETSIZE)
+               ? wait_with_select(descriptor, milliseconds, readable)
+               : wait_with_poll(descriptor, milliseconds, readable);
+}
+
+int timed_out()
+{
+    web_set_error("Timeout waiting for web site");
+    return WebTimedOut;
+}
+
+int cancelled()
+{
+    web_set_error("User canceled web transaction");
+    web_cancel_requested = 0;
+    return WebCancelled;
+}
+
+// Waits until data can be read, at most for the time limit, in waits of the given length. After each
+// wait it checks the cancel flag and calls the idle hook. Returns WebOk, WebTimedOut or
+// WebCancelled.
+int wait_for_data(int descriptor, int milliseconds)
+{
+    const std::uint32_t deadline = clock_milliseconds() + time_limit;
+    while (!has_passed(deadline)) {
+        bool readable = false;
+        if (wait_once(descriptor, milliseconds, &readable) > 0)
+            return readable ? WebOk : timed_out();
+        if (web_cancel_requested != 0)
+            return cancelled();
+        if (idle_hook != nullptr)
+            idle_hook(idle_hook_data);
+    }
+    return timed_out();
+}
+
+// Receiving
+
+bool is_transient_error(int error)
+{
+    return error == EAGAIN || error == EINTR;
+}
+
+int receive_failed()
+{
+    web_set_error("Error receiving data from web site: %s", web_errno_text());
+    return WebFailed;
+}
+
+int longer_than_limit(const char *which, std::size_t limit)
+{
+    web_set_error("Reply %s from web site is longer than %lu bytes", which,
+                  static_cast<unsigned long>(limit));
+    return WebFailed;
+}
+
+// std::string reports a length above its own maximum with an exception that no caller expects. To
+// callers that is exhausted memory like any other.
+void append_bytes(std::string *text, const char *bytes, std::size_t length)
+{
+    if (length > text->max_size() - text->size())
+        throw std::bad_alloc();
+    text->append(bytes, length);
+}
+
+ssize_t receive_byte(int descriptor, char *byte)
+{
+    ssize_t count;
+    do {
+        count = recv(descriptor, byte, 1, 0);
+    } while (count < 0 && is_transient_error(errno));
+    return count;
+}
+
+// Receives up to the empty line, a byte at a time, so that nothing of the body is taken. Returns
+// WebOk also when receiving failed: the body phase then decides.
+//
+// Deliberately, end-of-file is not distinguished from data: the last byte is processed again. After
+// a line feed that ends the header. After any other byte it repeats until a limit is reached or
+// memory runs out: a service that closes within a line is broken, and no part of its header is
+// passed off as complete. The byte before the first counts as a line feed, so an empty reply has an
+// empty header.
+int receive_header(int descriptor, std::string *header)
+{
+    std::size_t line_length = 0;
+    char byte = '\n';
+    for (;;) {
+        const int waited = wait_for_data(descriptor, header_wait);
+        if (waited != WebOk)
+            return waited;
+        if (receive_byte(descriptor, &byte) < 0) {
+            receive_failed();
+            return WebOk;
+        }
+        if (byte == '\n' && line_length == 0)
+            return WebOk;
+        if (byte == '\n')
+            line_length = 0;
+        else if (byte != '\r')
+            ++line_length;
+        if (header_limit != 0 && header->size() >= header_limit)
+            return longer_than_limit("header", header_limit);
+        append_bytes(header, &byte, 1);
+    }
+}
+
+// Receives up to the server's close. A NUL drops the rest of its chunk: the body is a string.
+int receive_body(int descriptor, std::string *body)
+{
+    char chunk[chunk_size];
+    std::size_t received = 0;
+    for (;;) {
+        const int waited = wait_for_data(descriptor, body_wait);
+        if (waited != WebOk)
+            return waited;
+        const ssize_t count = recv(descriptor, chunk, sizeof chunk - 1, 0);
+        if (count < 0)
+            return is_transient_error(errno) ? WebOk : receive_failed();
+        if (count == 0)
+            return WebOk;
+        chunk[count] = '\0';
+        received += static_cast<std::size_t>(count);
+        if (body_limit != 0 && received > body_limit)
+            return longer_than_limit("body", body_limit);
+        append_bytes(body, chunk, std::strlen(chunk));
+    }
+}
+
+} // namespace
+
+int web_receive_reply(int descriptor, char **header_out, char **body_out)
+{
+    std::string text;
+    int result = receive_header(descriptor, &text);
+    if (result != WebOk)
+        return result;
+    *header_out = copy_string_with_room(text.c_str(), 0);
+    text.clear();
+    result = receive_body(descriptor, &text);
+    if (result != WebOk)
+        return result;
+    *body_out = copy_string_with_room(text.c_str(), 0);
+    return WebOk;
+}
+
+void web_set_idle_hook(WebIdleHook hook, void *user_data)
+{
+    idle_hook = hook;
+    idle_hook_data = user_data;
+}
+
+void web_set_reply_limits(std::size_t header_bytes, std::size_t body_bytes)
+{
+    header_limit = header_bytes;
+    body_limit = body_bytes;
+}
+
+} // namespace quintral
