@@ -10,32 +10,13 @@ namespace quintral {
 
 namespace {
 
-// A port written in digits alone; 0 for anything that is none.
-std::int32_t read_port(const std::string &text)
+// Skips a leading "http://". Returns null for any other scheme.
+const char *skip_scheme(const char *text)
 {
-    for (char c : text) {
-        if (!ascii_is_digit(c))
-            return 0;
-    }
-    const std::int32_t port = ascii_to_int(text.c_str());
-    return port <= 65535 ? port : 0;
-}
-
-// Takes a leading "http://" off. False for any other scheme.
-bool drop_scheme(std::string *text)
-{
-    static const char name[] = "http";
-    const std::size_t mark = text->find("://");
-    if (mark == std::string::npos)
-        return true;
-    if (mark != sizeof name - 1)
-        return false;
-    for (std::size_t i = 0; i < mark; ++i) {
-        if (ascii_to_lower((*text)[i]) != name[i])
-            return false;
-    }
-    text->erase(0, mark + 3);
-    return true;
+    const char *rest = ascii_skip_prefix(text, "http://");
+    if (rest == nullptr && std::strstr(text, "://") == nullptr)
+        rest = text;
+    return rest;
 }
 
 } // namespace
@@ -44,9 +25,10 @@ bool read_proxy_text(const char *text, char *host, std::size_t size, std::int32_
 {
     host[0] = '\0';
     *port = 0;
-    std::string rest = text != nullptr ? text : "";
-    if (!drop_scheme(&rest))
+    const char *place = text != nullptr ? skip_scheme(text) : nullptr;
+    if (place == nullptr)
         return false;
+    std::string rest = place;
     const std::size_t credentials_end = rest.rfind('@');
     if (credentials_end != std::string::npos)
         rest.erase(0, credentials_end + 1);
@@ -58,8 +40,8 @@ bool read_proxy_text(const char *text, char *host, std::size_t size, std::int32_
         return false;
     if (rest.find_first_of("/ \t\r\n") < colon)
         return false;
-    const std::int32_t found = read_port(rest.substr(colon + 1));
-    if (found == 0)
+    const std::int32_t found = ascii_read_digits(rest.c_str() + colon + 1, 65535);
+    if (found <= 0)
         return false;
     copy_string_bounded(host, rest.substr(0, colon).c_str(), size);
     *port = found;
