@@ -8,15 +8,15 @@
 
 namespace quintral {
 
-// Returns the length in characters of n encoded bytes, terminator not counted: (n + 2) / 3 * 4, the
-// division cutting towards 0. A negative n gives that formula's result too: 0 down to -4, negative
-// below. Above 1610612733 bytes the length has no place in an int and the result means nothing.
+// Returns the length in characters of n encoded bytes, terminator not counted: (n + 2) / 3 * 4, with
+// division truncated toward 0. The formula holds for a negative n too: 0 for -1 to -4, negative
+// below. Above 1610612733 bytes the length overflows int and the result is meaningless.
 int base64_encoded_length(int n);
 
-// Encodes n bytes of any value. The destination holds the encoding and a terminator; an empty text
-// for n below 1, where the source is not read.
-// Requires: source holds n bytes; destination holds base64_encoded_length(n) + 1 bytes, at least 1;
-// n is at most 1610612733; the two do not overlap.
+// Encodes n bytes of any value into the destination and terminates it. For n below 1 the source is
+// not read and the destination is an empty string.
+// Requires: source holds n bytes; destination is at least base64_encoded_length(n) + 1 bytes long,
+// and at least 1; n is at most 1610612733; the two do not overlap.
 void base64_encode(const char *source, int n, char *destination);
 
 } // namespace quintral

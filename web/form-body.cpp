@@ -10,7 +10,7 @@ namespace {
 
 constexpr int field_limit = 1023;
 
-// Three bytes for each counted unit, the byte that a cut text leaves out, and the terminator.
+// Three bytes for each counted unit, the byte that a truncated value skips, and the terminator.
 constexpr int scratch_size = 3 * field_limit + 2;
 
 char *append_escaped_byte(char *out, char c)
@@ -27,13 +27,13 @@ char *append_escaped_byte(char *out, char c)
     return out;
 }
 
-// The scratch is zeroed for every text, so that the byte which a cut leaves out is a NUL and
-// nothing of an earlier field can go out in its place.
-void append_escaped_text(std::string &body, const char *text)
+// The scratch is zeroed for every value, so that a byte skipped by truncation is a NUL and nothing of
+// an earlier field can be sent in its place.
+void append_escaped(std::string &body, const char *value)
 {
     char scratch[scratch_size] = {};
-    if (text != nullptr)
-        body += web_escape_bounded(scratch, text, field_limit);
+    if (value != nullptr)
+        body += web_escape_bounded(scratch, value, field_limit);
 }
 
 } // namespace
@@ -44,9 +44,9 @@ void web_form_body(int field_count, const WebField *fields, std::string &header,
     for (int i = 0; i < field_count; ++i) {
         if (i > 0)
             new_body += '&';
-        append_escaped_text(new_body, fields[i].name);
+        append_escaped(new_body, fields[i].name);
         new_body += '=';
-        append_escaped_text(new_body, fields[i].value);
+        append_escaped(new_body, fields[i].value);
     }
     char length[32];
     std::snprintf(length, sizeof length, "%ld", static_cast<long>(new_body.size()));
@@ -73,12 +73,12 @@ char *web_escape_bounded(char *destination, const char *source, int limit)
     for (; *source != '\0' && count < limit; ++source) {
         const bool plain = ascii_is_letter_or_digit(*source);
         if (!plain && count > limit - 3) {
-            ++out; // deliberate: the byte keeps what the caller had there
+            ++out; // deliberate: the byte keeps its old value
             break;
         }
         out = append_escaped_byte(out, *source);
-        // Deliberate: a space counts 1 although it takes three bytes. Programs of the suite know
-        // where their texts are cut.
+        // Deliberate: a space counts 1 although it takes three bytes. Existing programs depend on
+        // where their values are truncated.
         count += plain || *source == ' ' ? 1 : 3;
     }
     *out = '\0';

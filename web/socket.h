@@ -1,5 +1,5 @@
-// The two socket calls that differ between the systems; socket-linux.cpp and socket-macos.cpp
-// define the same functions. For web/transaction.cpp only.
+// The two socket calls that differ between systems; socket-linux.cpp and socket-macos.cpp define the
+// same functions. For web/transaction.cpp only.
 #ifndef QUINTRAL_WEB_SOCKET_H
 #define QUINTRAL_WEB_SOCKET_H
 
@@ -7,12 +7,12 @@
 
 namespace quintral {
 
-// Makes a TCP socket for IPv4 that is closed on exec and whose broken connection raises no SIGPIPE
-// in web_socket_send. Returns the descriptor, which the caller closes, or -1 with errno set.
+// Opens an IPv4 TCP socket that is closed on exec. A broken connection raises no SIGPIPE in
+// web_socket_send. Returns the descriptor, which the caller closes, or -1 with errno set.
 int web_socket_open();
 
-// Sends the bytes with one send call. The result is deliberately not passed on: a connection that
-// broke shows up when the reply is read.
+// Sends the bytes with one send call. The result is deliberately ignored: a broken connection shows
+// when the reply is received.
 void web_socket_send(int descriptor, const char *bytes, std::size_t length);
 
 } // namespace quintral

@@ -7,7 +7,7 @@ namespace quintral {
 
 namespace {
 
-// A number of the proxy dictionary as an int. False when it is missing or no number.
+// Reads a number of the proxy dictionary. False if it is missing or not a number.
 bool read_number(CFDictionaryRef proxies, CFStringRef key, int *number)
 {
     const void *value = CFDictionaryGetValue(proxies, key);
@@ -16,7 +16,7 @@ bool read_number(CFDictionaryRef proxies, CFStringRef key, int *number)
     return CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, number);
 }
 
-// The proxy's name. False when it is missing, no text, not ASCII or does not fit.
+// Reads the proxy's name. False if it is missing, not a string, not ASCII or too long.
 bool read_host(CFDictionaryRef proxies, char *host, std::size_t size)
 {
     const void *value = CFDictionaryGetValue(proxies, kSCPropNetProxiesHTTPProxy);

@@ -12,16 +12,16 @@
 //     std::free(header);
 //     std::free(body);
 //
-// A transaction blocks the calling thread until the server has closed the connection. While it
-// waits for data it calls the idle hook and watches web_cancel_requested; a server that is silent
-// for ten seconds ends it. There is no bound on the whole time: a name look-up, a connect, sending
-// to a peer that does not read, and a server that sends a byte now and then take as long as they
-// take. During the first three the hook is not called and the flag not seen.
+// A transaction blocks the calling thread until the server has closed the connection. While it waits
+// for data it calls the idle hook and checks web_cancel_requested. It times out after ten seconds
+// without data. The total time is not limited: a name lookup, a connect, sending to a peer that does
+// not read, and a server that sends a byte now and then can take any time. During the first three the
+// hook is not called and the flag is not checked.
 //
-// All state is the process's own and unguarded: one transaction at a time, on one thread.
+// All state is global and not locked: one transaction at a time, on one thread.
 //
-// A broken connection raises no SIGPIPE, whatever the host program has set for it, and its setting
-// is left alone. Sockets are closed on exec.
+// A broken connection raises no SIGPIPE, and the host program's setting for that signal is left
+// alone. Sockets are closed on exec.
 #ifndef QUINTRAL_WEB_TRANSACTION_H
 #define QUINTRAL_WEB_TRANSACTION_H
 
@@ -36,91 +36,92 @@
 namespace quintral {
 
 // Called while a transaction waits for data, on the transaction's thread: about ten times a second
-// before the reply's header has ended, at most once per silence behind that. It may set
+// until the reply's header has ended, then at most once per wait while reading the body. It may set
 // web_cancel_requested.
 using WebIdleHook = void (*)(void *user_data);
 
-// Results of web_request and web_exchange; all but WebOk leave a text in the last error.
+// Results of web_request and web_exchange; all but WebOk set the last error.
 enum : int {
-    WebOk = 0,       // the reply was read to its end
-    WebFailed = -1,  // the last error says why
+    WebOk = 0,       // the whole reply was received
+    WebFailed = -1,  // see web_last_error
     WebTimedOut = 1, // no data for ten seconds
     WebCancelled = 2 // web_cancel_requested was seen
 };
 
-// Set to non-zero to stop the running transaction: from the idle hook or a signal handler. The
-// transaction resets it when it acts on it, at its next silent wait. Set while none runs, it
-// cancels the next one. Data that keeps flowing keeps the transaction from looking.
+// Set to non-zero, from the idle hook or a signal handler, to cancel the running transaction. The
+// transaction checks it after each wait without data, and resets it when it cancels. The flag is not
+// checked while data keeps arriving. If it is set while no transaction runs, it cancels the next one.
 //
-// Behind the header a silent wait is the whole ten seconds, unless a signal breaks it off. A flag
-// that the hook sets there comes too late: the transaction times out, the flag stays, and the next
-// transaction is cancelled unless the caller resets it.
+// While reading the body, a wait without data lasts the whole ten seconds unless a signal interrupts
+// it. A flag set by the hook is then too late: the transaction times out, the flag stays set, and the
+// next transaction is cancelled unless the caller resets the flag.
 extern volatile std::sig_atomic_t web_cancel_requested;
 
-// Sends a request for a URL and reads the reply.
+// Sends a request for a URL and receives the reply.
 //
-// method: exactly "POST" sends the fields as a form body; anything else is a GET, which announces
-// the fields' Content-Type and Content-Length but does not send them.
-// proxy_host: null or empty for a direct connection. proxy_user, proxy_password: null when absent;
-// when both are given they go out as Basic credentials, to whichever peer the socket is connected.
-// The low 16 bits of a port count.
+// method: exactly "POST" sends the fields as a form body. Anything else is a GET, which sends the
+// fields' Content-Type and Content-Length but not the fields.
+// proxy_host: null or empty for a direct connection. proxy_user, proxy_password: null for none; if
+// both are given they are sent as Basic credentials to whichever host the connection is made to.
+// Only the low 16 bits of a port number are used.
 //
-// On WebOk *header_out and *body_out hold the reply's texts, for the caller to release with
-// std::free: the header with its line endings up to the carriage return of the empty line, cut at
-// its first NUL; the body without the bytes between a NUL and the end of the chunk it came in. On
-// any other result *body_out is untouched. *header_out then holds the header if its phase had
-// ended: whole, or as far as it came before a receive error; otherwise it is untouched.
+// On WebOk *header_out and *body_out hold the reply, for the caller to release with std::free: the
+// header with its line endings up to the carriage return of the empty line, truncated at its first
+// NUL; the body without the bytes from a NUL to the end of the chunk it was received in. On any other
+// result *body_out is unchanged; *header_out holds the header if the header phase was over, either
+// complete or as far as it was received before a receive error, and is unchanged otherwise.
 //
-// The last error is cleared at the start. After WebOk it is empty, unless receiving broke off in
-// the header and the rest then ended cleanly.
+// The last error is cleared at the start. After WebOk it is empty, unless reading the header failed
+// and the body was then read successfully.
 //
-// Throws std::bad_alloc when memory runs out; the socket is closed then, and a header already
-// delivered is the caller's.
+// Throws std::bad_alloc when memory runs out; the socket is closed, and a header already stored is
+// the caller's.
 // Requires: url and method are terminated and not null, *header_out and *body_out are null, fields
 // holds field_count entries.
 int web_request(const char *url, const char *method, int field_count, const WebField *fields,
                 char **header_out, char **body_out, const char *proxy_host, int proxy_port,
                 const char *proxy_user, const char *proxy_password);
 
-// The socket work of web_request, for a URL already taken apart. The scheme must be exactly "HTTP";
-// path is what the request line asks for, host names the server for the look-up and the Host line.
-// The extra header is sent with a line ending behind it unless it is empty; the body goes out with
-// its full length. Results and outputs as for web_request, but the last error is not cleared.
+// Does the socket work of web_request for a URL that is already parsed. The scheme must be exactly
+// "HTTP"; path goes into the request line; host names the server for the lookup and the Host line.
+// The extra header is sent with a line ending after it unless it is empty; the body is sent with its
+// full length. Results and outputs are those of web_request, but the last error is not cleared.
 // Requires: scheme, host, path and method are terminated and not null; the rest as for web_request.
 //
-// A reply that the server ends within a header line repeats its last byte without end: the suite's
-// services always end their lines, and a program that cannot be sure of its server sets a limit
-// with web_set_reply_limits.
+// A server that closes the connection within a header line causes its last byte to be stored
+// forever; set a limit with web_set_reply_limits for untrusted servers. The suite's services always
+// end their header lines.
 int web_exchange(const char *scheme, const char *host, const char *path, std::uint16_t port,
                  const char *method, const std::string &extra_header, const std::string &body,
                  char **header_out, char **body_out, const char *proxy_host,
                  std::uint16_t proxy_port, const char *proxy_user, const char *proxy_password);
 
-// Replaces the last error by the formatted text and returns it. The arguments may point into the
-// error that is replaced. The text belongs to the client and lives until the next error or the
-// start of the next web_request. A text that the C library cannot format, or one of more than
-// INT_MAX bytes, is empty. Throws std::bad_alloc when memory runs out; the last error then stays.
+// Replaces the last error with the formatted string and returns it. The arguments may point into the
+// error that is replaced. The string belongs to the client and is valid until the next error or the
+// start of the next web_request. It is empty if the C library cannot format it or it is longer than
+// INT_MAX bytes. Throws std::bad_alloc when memory runs out; the last error is then unchanged.
 const char *web_set_error(const char *format, ...) QUINTRAL_PRINTF(1, 2);
 
-// The last error, an empty text when there is none. Owned as said at web_set_error.
+// Returns the last error, or an empty string if there is none. For ownership see web_set_error.
 const char *web_last_error();
 
-// Installs the idle hook and what it is given; null for none. Both stay until they are replaced.
+// Installs the idle hook and its user data; null for none. Both stay until replaced.
 void web_set_idle_hook(WebIdleHook hook, void *user_data);
 
-// Writes "code %d: %s" with the current errno and the system's text for it into one buffer of 1024
-// bytes and returns it; the next call overwrites it.
+// Formats "code %d: %s" from the current errno and the system's message for it. Returns a static
+// buffer of 1024 bytes that the next call overwrites.
 const char *web_errno_text();
 
-// Tells from a reply's header whether its body may be used: the first "HTTP/" in it must be
-// followed by a version, a status from 200 to 299 and a reason (see web_scan_status_line).
-// Returns 0 with the last error as it was, or -1 with the last error set. Throws as web_set_error.
+// Checks from a reply's header whether its body may be used: the first "HTTP/" in it must be followed
+// by a version, a status from 200 to 299, and a reason. White space before the reason may include
+// line ends, so the next header line can be taken as the reason. Returns 0 with the last error
+// unchanged, or -1 with the last error set. Throws as web_set_error does.
 // Requires: header is terminated and not null.
 int web_check_reply(const char *header);
 
-// Sets how many bytes of a reply's header and body are taken, 0 for any number (the start value).
-// Counted are the bytes stored of the header and those received of the body; the first one past a
-// limit ends the exchange with WebFailed. The limits stay until they are replaced.
+// Limits the size of a reply's header and body in bytes; 0, as at start, for no limit. The header's
+// limit is on the bytes stored, the body's on the bytes received. A reply that exceeds a limit ends
+// the exchange with WebFailed. The limits stay until replaced.
 void web_set_reply_limits(std::size_t header_bytes, std::size_t body_bytes);
 
 } // namespace quintral

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::size_t version_size = 64;
 
-// The reply's texts, released however the query ends.
+// The reply's strings, released however the query ends.
 struct ReplyTexts {
     char *header = nullptr;
     char *body = nullptr;
@@ -28,7 +28,7 @@ struct ReplyTexts {
     }
 };
 
-// One of the optional values: where it goes, and the text of its key's last line so far.
+// One of the optional values: its destination, and the value of its key's last line so far.
 struct OptionalValue {
     const char *key;
     char *buffer;
@@ -45,8 +45,8 @@ void remember_value(const char *key, const char *text, OptionalValues &values)
     }
 }
 
-// Finds the value of the "Message" line and the optional ones before it. Returns null where there
-// is no such line.
+// Finds the value of the "Message" line and the optional values before it. Returns null if there is
+// no such line.
 const char *find_message(char *body, OptionalValues &values)
 {
     const char *const end = body + std::strlen(body);
@@ -101,8 +101,8 @@ int web_version_update(const char *product, const char *product_line, float vers
     return web_read_update_body(reply.body, &buffers);
 }
 
-// The values are stored behind the whole parse: each store fills its buffer to the capacity, and a
-// body of nothing but short lines would make a large buffer cost seconds.
+// The values are stored after the whole body has been parsed: each store fills its buffer to the
+// capacity, so storing at each of many short lines would take seconds with a large buffer.
 int web_read_update_body(char *body, const WebUpdateBuffers *buffers)
 {
     OptionalValues values = {
@@ -121,8 +121,8 @@ int web_read_update_body(char *body, const WebUpdateBuffers *buffers)
     return 0;
 }
 
-// The C library writes the host program's decimal point, of one byte or several; behind it stand
-// exactly three digits. A text without one (inf, nan) stays as it is.
+// The C library writes the host program's decimal point, of one byte or several, and then exactly
+// three digits. A result without a decimal point (inf, nan) is kept.
 char *web_format_version(float version, char *buffer, std::size_t size)
 {
     char text[version_size];
