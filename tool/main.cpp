@@ -35,7 +35,7 @@ constexpr std::size_t body_limit = std::size_t{8} * 1024 * 1024;
 
 int show_usage()
 {
-    show_usage_text(usage_text());
+    show_usage_text(usage_text().c_str());
     return UsageStatus;
 }
 
@@ -161,7 +161,7 @@ int run(int argument_count, char **arguments)
     if (read_options(argument_count, arguments, &options) != 0)
         return show_usage();
     if (options.help)
-        return print_and_end(usage_text());
+        return print_and_end(usage_text().c_str());
     if (options.show_version)
         return print_and_end(version_line());
     if (options.service != nullptr)

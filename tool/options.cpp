@@ -1,7 +1,7 @@
 #include "tool/options.h"
 
+#include <array>
 #include <cstring>
-#include <string>
 
 #include <sys/utsname.h>
 
@@ -19,90 +19,28 @@ namespace {
 constexpr int default_max_time = 60;
 constexpr int longest_max_time = 86400;
 
-// The parser's answer for a word that it passes over in silence: what option_code held before.
-constexpr int unknown_word = 0x100;
+// The readers: each takes an option's argument, and returns null or the message of a usage error.
 
-enum : std::int32_t {
-    ProductOption = 0x200, // clear of the parser's own answers, which are characters
-    ProductLineOption,
-    ProductVersionOption,
-    VersionNameOption,
-    MachineIdOption,
-    OsOption,
-    OsVersionOption,
-    ProcessorArchOption,
-    ServiceOption,
-    ProxyOption,
-    ProxyUserOption,
-    ProxyPassOption,
-    MaxTimeOption,
-    JsonOption,
-    QuietOption,
-    ExitCodeOption,
-    OpenOption,
-    HelpOption,
-    VersionOption
-};
-
-// A name that begins others stands before them: two longer names met first would make it ambiguous.
-const LongOption option_table[] = {
-    {"product", RequiredArgument, nullptr, ProductOption},
-    {"productline", RequiredArgument, nullptr, ProductLineOption},
-    {"product-version", RequiredArgument, nullptr, ProductVersionOption},
-    {"version", NoArgument, nullptr, VersionOption},
-    {"version-name", RequiredArgument, nullptr, VersionNameOption},
-    {"machine-id", RequiredArgument, nullptr, MachineIdOption},
-    {"os", RequiredArgument, nullptr, OsOption},
-    {"os-version", RequiredArgument, nullptr, OsVersionOption},
-    {"processor-arch", RequiredArgument, nullptr, ProcessorArchOption},
-    {"service", RequiredArgument, nullptr, ServiceOption},
-    {"proxy", RequiredArgument, nullptr, ProxyOption},
-    {"proxy-user", RequiredArgument, nullptr, ProxyUserOption},
-    {"proxy-pass", RequiredArgument, nullptr, ProxyPassOption},
-    {"max-time", RequiredArgument, nullptr, MaxTimeOption},
-    {"json", NoArgument, nullptr, JsonOption},
-    {"quiet", NoArgument, nullptr, QuietOption},
-    {"exit-code", NoArgument, nullptr, ExitCodeOption},
-    {"open", NoArgument, nullptr, OpenOption},
-    {"help", NoArgument, nullptr, HelpOption},
-    {nullptr, NoArgument, nullptr, 0},
-};
-
-// An element as a message may show it: what stands behind a '=' could be a password.
-std::string without_value(const char *element)
+void overwrite(char *text)
 {
-    return std::string(element, std::strcspn(element, "="));
+    std::memset(text, 0, std::strlen(text));
 }
 
-void set_defaults(ToolOptions *options)
+const char *read_password(ToolOptions *options, char *argument)
 {
-    static utsname system; // zero-filled, so the processor is empty should uname fail
-    static char os_name[16];
-    static char os_version[sizeof system.release];
-    uname(&system);
-    platform_os_name(os_name);
-    *options = {};
-    options->product = "Quintral";
-    options->product_line = "Quintral";
-    options->version_text = QUINTRAL_VERSION;
-    read_product_version(QUINTRAL_VERSION, &options->version);
-    options->version_name = QUINTRAL_VERSION_NAME;
-    options->machine_id = "";
-    options->os = os_name;
-    options->os_version = platform_os_version(os_version, sizeof os_version);
-    options->processor_arch = system.machine;
-    options->max_time = default_max_time;
+    copy_string_bounded(options->password_copy, argument, sizeof options->password_copy);
+    options->proxy_password = options->password_copy;
+    overwrite(argument);
+    return nullptr;
 }
 
-// Digits alone, from 1 to the highest value. Returns 0 for anything else.
-std::int32_t read_count(const char *text, std::int32_t highest)
+const char *read_version(ToolOptions *options, char *argument)
 {
-    for (const char *c = text; *c != '\0'; ++c) {
-        if (!ascii_is_digit(*c))
-            return 0;
-    }
-    const std::int32_t count = ascii_to_int(text);
-    return count <= highest ? count : 0;
+    if (read_product_version(argument, &options->version) != 0)
+        return "-product-version takes a number with at most three decimal places that a float "
+               "represents exactly";
+    options->version_text = argument;
+    return nullptr;
 }
 
 bool is_service_address(const char *text)
@@ -112,145 +50,178 @@ bool is_service_address(const char *text)
         ++end;
     if (end == text)
         return false;
-    return *end == '\0' || (*end == ':' && read_count(end + 1, 65535) != 0);
+    return *end == '\0' || (*end == ':' && ascii_read_digits(end + 1, 65535) > 0);
 }
 
-void overwrite(char *text)
+const char *read_service(ToolOptions *options, char *argument)
 {
-    std::memset(text, 0, std::strlen(text));
-}
-
-// The next functions take an option's argument, and return null or what is wrong with it.
-
-const char *take_password(ToolOptions *options)
-{
-    copy_string_bounded(options->password_copy, option_argument, sizeof options->password_copy);
-    options->proxy_password = options->password_copy;
-    overwrite(option_argument);
-    return nullptr;
-}
-
-const char *take_product_version(ToolOptions *options)
-{
-    if (read_product_version(option_argument, &options->version) != 0)
-        return "-product-version takes a number with at most three digits behind the point, which "
-               "single precision can send as itself";
-    options->version_text = option_argument;
-    return nullptr;
-}
-
-const char *take_service(ToolOptions *options)
-{
-    if (!is_service_address(option_argument))
+    if (!is_service_address(argument))
         return "-service takes a host name, or host:port with a port from 1 to 65535";
-    options->service = option_argument;
+    options->service = argument;
     return nullptr;
 }
 
-const char *take_max_time(ToolOptions *options)
+const char *read_max_time(ToolOptions *options, char *argument)
 {
-    options->max_time = read_count(option_argument, longest_max_time);
-    if (options->max_time == 0)
+    options->max_time = ascii_read_digits(argument, longest_max_time);
+    if (options->max_time <= 0)
         return "-max-time takes a whole number of seconds from 1 to 86400";
     return nullptr;
 }
 
-// Where the argument of an option is kept as it is, or null for the other options.
-const char **text_slot(int option, ToolOptions *options)
+// Rows that keep the argument as typed, read it with a reader, or set a flag.
+
+using O = ToolOptions; // short, so that a row fits on a line
+
+constexpr OptionRow keep(OptionGroup group, const char *name, const char *argument,
+                         const char *O::*string, const char *help)
 {
-    switch (option) {
-    case ProductOption:
-        return &options->product;
-    case ProductLineOption:
-        return &options->product_line;
-    case VersionNameOption:
-        return &options->version_name;
-    case MachineIdOption:
-        return &options->machine_id;
-    case OsOption:
-        return &options->os;
-    case OsVersionOption:
-        return &options->os_version;
-    case ProcessorArchOption:
-        return &options->processor_arch;
-    case ProxyOption:
-        return &options->proxy;
-    case ProxyUserOption:
-        return &options->proxy_user;
-    default:
-        return nullptr;
-    }
+    return {group, name, argument, string, nullptr, nullptr, help};
 }
 
-// Where an option without an argument is noted, or null for the other options.
-bool *switch_slot(int option, ToolOptions *options)
+constexpr OptionRow read(OptionGroup group, const char *name, const char *argument,
+                         const char *(*reader)(O *, char *), const char *help)
 {
-    switch (option) {
-    case JsonOption:
-        return &options->json;
-    case QuietOption:
-        return &options->quiet;
-    case ExitCodeOption:
-        return &options->exit_code;
-    case OpenOption:
-        return &options->open;
-    case HelpOption:
-        return &options->help;
-    case VersionOption:
-        return &options->show_version;
-    default:
-        return nullptr;
-    }
+    return {group, name, argument, nullptr, nullptr, reader, help};
 }
 
-const char *take_option(int option, ToolOptions *options)
+constexpr OptionRow set(OptionGroup group, const char *name, bool O::*flag, const char *help)
 {
-    if (const char **text = text_slot(option, options)) {
-        *text = option_argument;
-        return nullptr;
-    }
-    if (bool *given = switch_slot(option, options)) {
-        *given = true;
-        return nullptr;
-    }
-    switch (option) {
-    case ProductVersionOption:
-        return take_product_version(options);
-    case ServiceOption:
-        return take_service(options);
-    case MaxTimeOption:
-        return take_max_time(options);
-    default:
-        return take_password(options);
-    }
+    return {group, name, nullptr, nullptr, flag, nullptr, help};
 }
 
-// The unknown word itself: consumed when it had one dash, still in its place when it had two.
-const char *unknown_word_of(char **arguments)
+constexpr OptionGroup query = OptionGroup::Query;
+constexpr OptionGroup link = OptionGroup::Connection;
+constexpr OptionGroup answer = OptionGroup::Answer;
+
+} // namespace
+
+// A name that begins others comes before them: after two longer names the parser would call it
+// ambiguous, and the message for an ambiguous word names the first two in this order.
+// clang-format off
+constexpr OptionRow option_rows[] = {
+    keep(query, "product", "name", &O::product, "Product to ask about."),
+    keep(query, "productline", "name", &O::product_line, "Product line it belongs to."),
+    read(query, "product-version", "n", read_version, "Its version, a number such as 5.2."),
+    set(answer, "version", &O::show_version, "Print the version of this program."),
+    keep(query, "version-name", "text", &O::version_name, "Name of that version."),
+    keep(query, "machine-id", "text", &O::machine_id, "Identifier of this machine (default: empty)."),
+    keep(query, "os", "name", &O::os, "Operating system (default: detected)."),
+    keep(query, "os-version", "text", &O::os_version, "Its version (default: detected)."),
+    keep(query, "processor-arch", "name", &O::processor_arch, "Processor (default: detected)."),
+
+    read(link, "service", "host[:port]", read_service, "Ask this update service."),
+    keep(link, "proxy", "host:port", &O::proxy, "Use a proxy server to connect to the internet."),
+    keep(link, "proxy-user", "", &O::proxy_user, "Username for proxy authentication."),
+    read(link, "proxy-pass", "", read_password, "Password for proxy authentication."),
+    read(link, "max-time", "seconds", read_max_time, "Overall time limit, 1 to 86400 (default: 60)."),
+
+    set(answer, "json", &O::json, "Print one JSON object instead of text."),
+    set(answer, "quiet", &O::quiet, "Suppress the progress indicator and notes."),
+    set(answer, "exit-code", &O::exit_code, "Exit with status 10 if a newer version exists."),
+    set(answer, "open", &O::open, "Open the URL of a newer version in the browser."),
+    set(answer, "help", &O::help, "Print this text."),
+};
+// clang-format on
+
+constexpr std::size_t option_count = sizeof option_rows / sizeof option_rows[0];
+
+namespace {
+
+// The parser's result for a row is its index plus this, clear of the parser's own results, which are
+// characters.
+constexpr std::int32_t first_result = 0x200;
+
+// Preset in option_code so that an unknown word, which the parser skips silently, can be recognised.
+constexpr int unknown_word = 0x100;
+
+using ParserTable = std::array<LongOption, option_count + 1>; // ends with a null name
+
+constexpr ParserTable make_parser_table()
 {
-    return arguments[option_position == 1 ? option_index - 1 : option_index];
+    ParserTable table = {};
+    for (std::size_t i = 0; i < option_count; ++i) {
+        const OptionRow &row = option_rows[i];
+        const std::int32_t takes = row.argument != nullptr ? RequiredArgument : NoArgument;
+        table[i] = {row.name, takes, nullptr, first_result + static_cast<std::int32_t>(i)};
+    }
+    return table;
+}
+
+constexpr ParserTable parser_table = make_parser_table();
+
+// An element as a message may show it: a value after '=' could be a password.
+std::string without_value(const char *element)
+{
+    return std::string(element, std::strcspn(element, "="));
+}
+
+void set_defaults(ToolOptions *options)
+{
+    *options = {};
+    utsname system = {}; // so the processor is empty should uname fail
+    uname(&system);
+    copy_string_bounded(options->processor_buffer, system.machine,
+                        sizeof options->processor_buffer);
+    platform_os_name(options->os_name_buffer);
+    options->product = "Quintral";
+    options->product_line = "Quintral";
+    options->version_text = QUINTRAL_VERSION;
+    read_product_version(QUINTRAL_VERSION, &options->version);
+    options->version_name = QUINTRAL_VERSION_NAME;
+    options->machine_id = "";
+    options->os = options->os_name_buffer;
+    options->os_version =
+        platform_os_version(options->os_version_buffer, sizeof options->os_version_buffer);
+    options->processor_arch = options->processor_buffer;
+    options->max_time = default_max_time;
 }
 
 int next_option(int argument_count, char **arguments)
 {
     option_code = unknown_word;
-    return parse_long_only_options(argument_count, arguments, nullptr, option_table, nullptr);
+    return parse_long_only_options(argument_count, arguments, nullptr, parser_table.data(),
+                                   nullptr);
 }
 
-// Reads all options. Returns 0, or -1 with what is wrong in *error; that stays empty where the
-// parser has said it.
-int take_options(int argument_count, char **arguments, ToolOptions *options, std::string *error)
+// The row of a result that is an option of ours.
+const OptionRow &row_of(int result)
 {
-    int option = next_option(argument_count, arguments);
-    for (; option != -1; option = next_option(argument_count, arguments)) {
-        if (option == '?' || option == ':')
+    return option_rows[result - first_result];
+}
+
+// Fills the row's member. Returns null, or the message of a usage error.
+const char *apply(const OptionRow &row, ToolOptions *options, char *argument)
+{
+    if (row.read != nullptr)
+        return row.read(options, argument);
+    if (row.string != nullptr)
+        options->*row.string = argument;
+    else
+        options->*row.given = true;
+    return nullptr;
+}
+
+// The unknown word itself: already consumed if it had one dash, still in its place if it had two.
+const char *unknown_word_of(char **arguments)
+{
+    return arguments[option_position == 1 ? option_index - 1 : option_index];
+}
+
+// Reads all options. Returns 0, or -1 with the message in *error, which stays empty if the parser has
+// printed one.
+int read_all(int argument_count, char **arguments, ToolOptions *options, std::string *error)
+{
+    int result = next_option(argument_count, arguments);
+    for (; result != -1; result = next_option(argument_count, arguments)) {
+        if (result == '?' || result == ':')
             return -1;
-        if (option == unknown_word) {
+        if (result == unknown_word) {
             *error = "Unknown option " + without_value(unknown_word_of(arguments));
             return -1;
         }
-        if (const char *wrong = take_option(option, options)) {
-            *error = wrong;
+        if (const char *message = apply(row_of(result), options, option_argument)) {
+            *error = message;
             return -1;
         }
     }
@@ -260,20 +231,42 @@ int take_options(int argument_count, char **arguments, ToolOptions *options, std
     return -1;
 }
 
-// Goes on behind a usage error, in silence and over everything that stops the parser, so that no
-// password stays visible while the message waits for somebody to read it.
+// Continues silently after a usage error, skipping whatever stops the parser, so that no password
+// stays visible while the message waits for somebody to read it.
 void overwrite_other_passwords(int argument_count, char **arguments)
 {
     option_errors = 0;
     while (option_index < argument_count) {
         const int index = option_index;
-        if (next_option(argument_count, arguments) == ProxyPassOption)
+        const int result = next_option(argument_count, arguments);
+        if (result >= first_result && row_of(result).read == read_password)
             overwrite(option_argument);
         if (option_index == index) {
             ++option_index;
             option_position = 1;
         }
     }
+}
+
+// One line of the usage text: the help begins at column 24, after tabs.
+std::string usage_line(const OptionRow &row)
+{
+    std::string line = std::string("  -") + row.name;
+    if (row.argument != nullptr && row.argument[0] != '\0')
+        line += std::string(" ") + row.argument;
+    for (std::size_t column = line.size(); column < 24; column = column / 8 * 8 + 8)
+        line += '\t';
+    return line + row.help + "\n";
+}
+
+std::string usage_lines(OptionGroup group)
+{
+    std::string lines;
+    for (const OptionRow &row : option_rows) {
+        if (row.group == group)
+            lines += usage_line(row);
+    }
+    return lines;
 }
 
 } // namespace
@@ -283,7 +276,7 @@ int read_options(int argument_count, char **arguments, ToolOptions *options)
     set_defaults(options);
     option_index = 0;
     std::string error;
-    if (take_options(argument_count, arguments, options, &error) == 0)
+    if (read_all(argument_count, arguments, options, &error) == 0)
         return 0;
     overwrite_other_passwords(argument_count, arguments);
     if (!error.empty())
@@ -291,37 +284,16 @@ int read_options(int argument_count, char **arguments, ToolOptions *options)
     return -1;
 }
 
-const char *usage_text()
+std::string usage_text()
 {
     return "Usage: quintral [options]\n"
            "Asks the web service whether a newer version of a product exists.\n"
            "\n"
-           "The product and the computer, as they are sent:\n"
-           "  -product name\t\tProduct to ask about.\n"
-           "  -productline name\tProduct line it belongs to.\n"
-           "  -product-version n\tIts version, a number such as 5.2.\n"
-           "  -version-name text\tName of that version.\n"
-           "  -machine-id text\tIdentifier of this machine, empty unless given.\n"
-           "  -os name\t\tOperating system, instead of what the system says.\n"
-           "  -os-version text\tIts version, instead of what the system says.\n"
-           "  -processor-arch name\tProcessor, instead of what the system says.\n"
-           "\n"
-           "The connection:\n"
-           "  -service host[:port]\tAsk this update service.\n"
-           "  -proxy host:port\tUse a proxy server to connect to the internet.\n"
-           "  -proxy-user\t\tUsername for proxy authentication.\n"
-           "  -proxy-pass\t\tPassword for proxy authentication.\n"
-           "  -max-time seconds\tEnd after this time, 1 to 86400; 60 unless given.\n"
-           "\n"
-           "The answer:\n"
-           "  -json\t\t\tPrint one JSON object instead of text.\n"
-           "  -quiet\t\tNo sign of life and no remarks.\n"
-           "  -exit-code\t\tEnd with status 10 when a newer version exists.\n"
-           "  -open\t\t\tOpen the web address when a newer version exists.\n"
-           "  -help\t\t\tPrint this text.\n"
-           "  -version\t\tPrint the version of this program.\n"
-           "\n"
-           "Exit status: 0 answered, 1 failure, 2 wrong usage, 3 time limit passed.\n";
+           "The product and the computer, as they are sent:\n" +
+           usage_lines(OptionGroup::Query) + "\nThe connection:\n" +
+           usage_lines(OptionGroup::Connection) + "\nThe answer:\n" +
+           usage_lines(OptionGroup::Answer) +
+           "\nExit status: 0 answered, 1 failure, 2 wrong usage, 3 time limit passed.\n";
 }
 
 const char *version_line()

@@ -1,11 +1,14 @@
-// The utility's options: their table, their checks and the usage text.
+// The utility's options: the table that defines them, reading the command line, the usage text.
 #ifndef QUINTRAL_TOOL_OPTIONS_H
 #define QUINTRAL_TOOL_OPTIONS_H
 
+#include <cstddef>
+#include <string>
+
 namespace quintral {
 
-// What the command line asks for. Texts point into the argument vector, into constants or into what
-// the system said of itself; all live as long as the process.
+// What the command line asks for. The strings point into the argument vector, into constants, or
+// into the record's own buffers, so the record must not be copied.
 struct ToolOptions {
     const char *product;
     const char *product_line;
@@ -16,36 +19,61 @@ struct ToolOptions {
     const char *os;
     const char *os_version;
     const char *processor_arch;
-    const char *service; // host or host:port, null for the build's own
-    const char *proxy;   // as typed, null when not given; so are the next two
-    const char *proxy_user;
-    const char *proxy_password; // points to password_copy
-    char password_copy[256];
-    int max_time; // seconds
+    const char *service;        // host or host:port, null for the one set at build time
+    const char *proxy;          // as typed, null if not given
+    const char *proxy_user;     // as typed, null if not given
+    const char *proxy_password; // null if not given, otherwise points to password_copy
+    int max_time;               // seconds
     bool json;
     bool quiet;
     bool exit_code;
     bool open;
     bool help;
     bool show_version;
+
+    char password_copy[256];
+    char os_name_buffer[16];
+    char os_version_buffer[256];
+    char processor_buffer[256];
 };
 
-// Reads the command line into *options, defaults first: the utility's own product, version and
-// names, what the system says of itself, an empty machine identifier, 60 seconds.
+// Where the usage text lists an option.
+enum class OptionGroup { Query, Connection, Answer };
+
+// One option. It fills one member of ToolOptions: `string` with its argument as typed, `given` with
+// true, or what `read` checks and converts.
+struct OptionRow {
+    OptionGroup group;
+    const char *name;
+    const char *argument; // as the usage text shows it: "" for one without a name, null for none
+    const char *ToolOptions::*string;
+    bool ToolOptions::*given;
+    // Returns null, or the message of a usage error. May overwrite the argument.
+    const char *(*read)(ToolOptions *options, char *argument);
+    const char *help; // one line, a sentence
+};
+
+// All options, in the order in which the parser looks for them.
+extern const OptionRow option_rows[];
+extern const std::size_t option_count;
+
+// Reads the command line into *options, starting from the defaults: the utility's own product, version
+// and names, the operating system and processor as the system reports them, an empty machine
+// identifier, 60 seconds.
 //
 // Every proxy password is overwritten in the argument vector as soon as it is read, so that it does
-// not stay visible in the process list; a copy of its first 255 bytes (all that ProxySettings
-// holds) stays in the record.
+// not stay visible in the process list. A copy of its first 255 bytes (all that ProxySettings holds)
+// stays in the record.
 //
-// Returns 0, or -1 for a usage error, which has been shown on standard error as one line. The line
-// never shows what stands behind a '=', but for that of an ambiguous word, which is the parser's
-// own and shows the word as typed.
+// Returns 0, or -1 for a usage error, which has been reported on standard error as one line. The line
+// never shows the value after a '=', except for an ambiguous option, where the parser's own message
+// repeats the word as typed.
 int read_options(int argument_count, char **arguments, ToolOptions *options);
 
-// The lines that explain the options, the last one ended by a line feed.
-const char *usage_text();
+// Returns the usage text, which ends in a line feed.
+std::string usage_text();
 
-// The line that -version prints.
+// Returns the line that -version prints.
 const char *version_line();
 
 } // namespace quintral

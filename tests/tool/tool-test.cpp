@@ -641,8 +641,8 @@ TEST(ToolUsage, ABadProductVersionIsRefused)
     expect_refused("-product-version",
                    {"", "5.", ".5", "5.1234", "5.2.1", "-5", "+5", " 5", "5 ", "1e3", "nan", "inf",
                     "0x5", "5,2", "secret", "16777217", "16384.001", std::string(40, '9')},
-                   "-product-version takes a number with at most three digits behind the point, "
-                   "which single precision can send as itself");
+                   "-product-version takes a number with at most three decimal places that a float "
+                   "represents exactly");
 }
 
 TEST(ToolUsage, ABadServiceIsRefused)
