@@ -6,13 +6,13 @@
 
 #include "support/error.h"
 #include "tool/answer.h"
-#include "tool/endings.h"
 #include "tool/open-address.h"
 #include "tool/options.h"
+#include "tool/progress-indicator.h"
 #include "tool/proxy-exceptions.h"
-#include "tool/sign-of-life.h"
 #include "tool/start-up.h"
 #include "tool/streams.h"
+#include "tool/termination.h"
 #include "web/proxy-settings.h"
 #include "web/transaction.h"
 #include "web/version-update.h"
@@ -94,9 +94,9 @@ const char *open_address_of(const UpdateAnswer &answer)
 {
     if (answer.address[0] == '\0')
         return nullptr;
-    hold_endings();
+    hold_answer();
     const char *error = open_web_address(answer.address);
-    release_endings();
+    release_answer();
     return error;
 }
 
@@ -141,12 +141,12 @@ int run_query(const ToolOptions &options, const ProxySettings &proxy)
     static UpdateAnswer answer; // zero-filled: what the service does not give stays empty
     web_set_reply_limits(header_limit, body_limit);
     if (!options.quiet && isatty(STDERR_FILENO) != 0)
-        web_set_idle_hook(show_sign_of_life, nullptr);
+        web_set_idle_hook(show_progress, nullptr);
 
-    watch_for_endings(options.max_time);
+    begin_exchange(options.max_time);
     const int result = ask(options, proxy, &answer);
-    stop_watching();
-    clear_sign_of_life();
+    end_exchange();
+    clear_progress();
 
     const int status = print_outcome(options, settle_outcome(options, result, &answer));
     if (interrupt_received() != 0)
@@ -171,7 +171,7 @@ int run(int argument_count, char **arguments)
         show_failure("-proxy takes host:port with a port that is not 0");
         return show_usage();
     }
-    prepare_endings(options.json, options.max_time);
+    prepare_termination(options.json, options.max_time);
     return run_query(options, proxy);
 }
 

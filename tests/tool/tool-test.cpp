@@ -2,7 +2,7 @@
 // status out. Its pure parts are in tool-parts-test.cpp.
 #include "platform/platform.h"
 #include "support/error.h"
-#include "tool/endings.h"
+#include "tool/termination.h"
 #include "tool/options.h"
 
 #include <algorithm>
@@ -1549,7 +1549,7 @@ TEST(ToolEnding, AnExceptionThatNobodyCatchesIsOneLineAndOneObjectInOneWrite)
         const MessageSocket output;
         const auto body = [&row] {
             install_terminate_handler();
-            prepare_endings(true, 60);
+            prepare_termination(true, 60);
             row.fault();
             return 0;
         };
@@ -1572,7 +1572,7 @@ TEST(ToolEnding, AnExceptionIsToldOfWithoutAllocating)
     for (const auto &row : rows) {
         const auto body = [&row] {
             install_terminate_handler();
-            prepare_endings(true, 60);
+            prepare_termination(true, 60);
             tests::allow_allocation = tests::exit_on_allocation;
             row.fault();
             return 0;
@@ -1594,7 +1594,7 @@ TEST(ToolEnding, AnExceptionPrintsNoObjectWhereNoneIsDue)
                      row.name);
         const auto without_json = [&row] {
             install_terminate_handler();
-            prepare_endings(false, 60);
+            prepare_termination(false, 60);
             row.fault();
             return 0;
         };
@@ -1602,7 +1602,7 @@ TEST(ToolEnding, AnExceptionPrintsNoObjectWhereNoneIsDue)
                      row.name);
         const auto behind_the_output = [&row] {
             install_terminate_handler();
-            prepare_endings(true, 60);
+            prepare_termination(true, 60);
             begin_output();
             row.fault();
             return 0;

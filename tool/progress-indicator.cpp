@@ -1,4 +1,4 @@
-#include "tool/sign-of-life.h"
+#include "tool/progress-indicator.h"
 
 #include <csignal>
 
@@ -10,27 +10,27 @@ namespace quintral {
 
 namespace {
 
-volatile std::sig_atomic_t trace_is_shown = 0;
+volatile std::sig_atomic_t is_shown = 0; // global because signal handlers clear the indicator
 
 } // namespace
 
-void show_sign_of_life(void *)
+void show_progress(void *)
 {
     static const char marks[] = {'|', '/', '-', '\\'};
     static unsigned next_mark = 0;
     char line[] = "\rWaiting for the web site... |";
     line[sizeof line - 2] = marks[next_mark++ % sizeof marks];
-    trace_is_shown = 1;
+    is_shown = 1;
     write_if_possible(STDERR_FILENO, line, sizeof line - 1);
 }
 
-void clear_sign_of_life()
+void clear_progress()
 {
-    static const char blank[] = "\r                             \r";
-    if (trace_is_shown == 0)
+    static const char spaces[] = "\r                             \r";
+    if (is_shown == 0)
         return;
-    trace_is_shown = 0;
-    write_if_possible(STDERR_FILENO, blank, sizeof blank - 1);
+    is_shown = 0;
+    write_if_possible(STDERR_FILENO, spaces, sizeof spaces - 1);
 }
 
 } // namespace quintral

@@ -1,0 +1,264 @@
+#include "tool/termination.h"
+
+#include <csignal>
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+
+#include <unistd.h>
+
+#include "support/c-utils.h"
+#include "support/error.h"
+#include "tool/answer.h"
+#include "tool/progress-indicator.h"
+#include "tool/streams.h"
+#include "web/transaction.h"
+
+namespace quintral {
+
+namespace {
+
+constexpr unsigned grace = 1; // seconds
+
+// What one way to terminate writes. An object is short enough for one atomic write to a pipe.
+struct Report {
+    char text[128];
+    char line[192];
+    char object[512];
+};
+
+Report interrupt_report;
+Report terminate_report;
+Report time_limit_report;
+Report memory_report;
+Report abort_report;
+Report fault_report;
+
+enum Phase : int { Starting, Exchange, AnswerHeld, Output };
+
+// Global because signal handlers read and change them.
+volatile std::sig_atomic_t phase = Starting;
+volatile std::sig_atomic_t first_interrupt = 0; // the signal that cancelled or was deferred
+volatile std::sig_atomic_t limit_has_passed = 0;
+volatile std::sig_atomic_t line_is_due = 1;
+volatile std::sig_atomic_t object_is_due = 0;
+
+void compose_line(Report *report, const char *text)
+{
+    copy_string_bounded(report->text, text, sizeof report->text);
+    const int length = format_message(Error, text, report->line, sizeof report->line - 1);
+    report->line[length] = '\n';
+    report->line[length + 1] = '\0';
+}
+
+void compose_object(Report *report, const char *status, int exit_status)
+{
+    const RunOutcome outcome = {status, exit_status, Newer::Unknown, nullptr, report->text};
+    copy_string_bounded(report->object, outcome_json(outcome).c_str(), sizeof report->object);
+}
+
+// Async-signal-safe, and allocates nothing. Never blocks.
+void write_report(const Report &report, bool with_line)
+{
+    clear_progress();
+    if (with_line)
+        write_if_possible(STDERR_FILENO, report.line, std::strlen(report.line));
+    if (object_is_due != 0) {
+        object_is_due = 0;
+        write_if_possible(STDOUT_FILENO, report.object, std::strlen(report.object));
+    }
+}
+
+[[noreturn]] void report_and_end_by(int signal_number)
+{
+    write_report(signal_number == SIGINT ? interrupt_report : terminate_report, line_is_due != 0);
+    end_by_signal(signal_number);
+}
+
+[[noreturn]] void report_time_limit_and_exit()
+{
+    write_report(time_limit_report, line_is_due != 0);
+    _exit(3);
+}
+
+void cancel_exchange()
+{
+    web_cancel_requested = 1;
+    alarm(grace);
+}
+
+void on_interrupt(int signal_number)
+{
+    if (first_interrupt != 0)
+        report_and_end_by(signal_number);
+    switch (phase) {
+    case Exchange:
+        first_interrupt = signal_number;
+        cancel_exchange();
+        break;
+    case AnswerHeld:
+        first_interrupt = signal_number;
+        break;
+    default:
+        report_and_end_by(signal_number);
+    }
+}
+
+void on_alarm(int)
+{
+    switch (phase) {
+    case Exchange:
+        if (first_interrupt != 0)
+            report_and_end_by(first_interrupt);
+        if (limit_has_passed != 0)
+            report_time_limit_and_exit();
+        limit_has_passed = 1;
+        cancel_exchange();
+        break;
+    case AnswerHeld:
+        alarm(grace);
+        break;
+    default:
+        if (first_interrupt != 0)
+            report_and_end_by(first_interrupt);
+        report_time_limit_and_exit();
+    }
+}
+
+// Rethrows the exception, since nothing else can identify it. This is the only place that catches.
+const Report &report_of_exception()
+{
+    if (std::current_exception() == nullptr)
+        return fault_report;
+    try {
+        throw;
+    } catch (const std::bad_alloc &) {
+        return memory_report;
+    } catch (const QuintralAbortException &) {
+        return abort_report;
+    } catch (...) {
+        return fault_report;
+    }
+}
+
+[[noreturn]] void on_terminate()
+{
+    write_report(report_of_exception(), true);
+    _exit(1);
+}
+
+// Interrupted calls are restarted, so that no piece of the request is lost; the waits of the exchange
+// return anyway.
+void handle_signal(int signal_number, void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    sigaddset(&action.sa_mask, SIGINT);
+    sigaddset(&action.sa_mask, SIGTERM);
+    sigaddset(&action.sa_mask, SIGALRM);
+    sigaction(signal_number, &action, nullptr);
+}
+
+void handle_unless_ignored(int signal_number)
+{
+    struct sigaction action = {};
+    sigaction(signal_number, nullptr, &action);
+    if (action.sa_handler != SIG_IGN)
+        handle_signal(signal_number, on_interrupt);
+}
+
+void unblock(int signal_number)
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, signal_number);
+    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+}
+
+} // namespace
+
+void install_terminate_handler()
+{
+    compose_line(&memory_report, "Out of memory");
+    compose_line(&abort_report, "Aborted by an internal fault");
+    compose_line(&fault_report, "Ended by an internal fault");
+    std::set_terminate(on_terminate);
+}
+
+void prepare_termination(bool json, int max_time)
+{
+    const std::string limit = "The time limit of " + std::to_string(max_time) + " s has passed";
+    compose_line(&interrupt_report, "User canceled web transaction");
+    compose_line(&terminate_report, "User canceled web transaction");
+    compose_line(&time_limit_report, limit.c_str());
+    if (!json)
+        return;
+    compose_object(&interrupt_report, "cancelled", 128 + SIGINT);
+    compose_object(&terminate_report, "cancelled", 128 + SIGTERM);
+    compose_object(&time_limit_report, "timeout", 3);
+    compose_object(&memory_report, "failed", 1);
+    compose_object(&abort_report, "failed", 1);
+    compose_object(&fault_report, "failed", 1);
+    object_is_due = 1;
+}
+
+void begin_exchange(int max_time)
+{
+    phase = Exchange;
+    handle_signal(SIGALRM, on_alarm);
+    unblock(SIGALRM);
+    alarm(static_cast<unsigned>(max_time));
+    handle_unless_ignored(SIGINT);
+    handle_unless_ignored(SIGTERM);
+}
+
+void end_exchange()
+{
+    phase = Output;
+    line_is_due = first_interrupt == 0 && limit_has_passed == 0;
+}
+
+void hold_answer()
+{
+    phase = AnswerHeld;
+}
+
+void release_answer()
+{
+    const unsigned left = alarm(0);
+    alarm(first_interrupt != 0 || left < grace ? grace : left);
+    phase = Output;
+}
+
+void begin_output()
+{
+    object_is_due = 0;
+}
+
+int interrupt_received()
+{
+    return first_interrupt;
+}
+
+bool time_limit_passed()
+{
+    return limit_has_passed != 0;
+}
+
+const char *time_limit_text()
+{
+    return time_limit_report.text;
+}
+
+void end_by_signal(int signal_number)
+{
+    std::signal(signal_number, SIG_DFL);
+    unblock(signal_number);
+    std::raise(signal_number);
+    _exit(128 + signal_number);
+}
+
+} // namespace quintral
