@@ -11,10 +11,10 @@ namespace quintral {
 
 namespace {
 
-void remark_if_full(const char *name, const char *value)
+void note_if_full(const char *name, const char *value)
 {
     if (std::strlen(value) == answer_capacity - 1)
-        show_remark((std::string("The ") + name + " may have been cut at 65535 bytes").c_str());
+        show_note((std::string("The ") + name + " may have been truncated to 65535 bytes").c_str());
 }
 
 void drop_last_carriage_return(char *text)
@@ -24,7 +24,7 @@ void drop_last_carriage_return(char *text)
         text[length - 1] = '\0';
 }
 
-void trim_blanks(char *text)
+void trim_spaces(char *text)
 {
     const std::size_t start = std::strspn(text, " \t");
     std::size_t length = std::strlen(text + start);
@@ -55,11 +55,6 @@ std::string json_or_null(const char *text)
     return text != nullptr ? json_string(text) : "null";
 }
 
-const char *null_if_empty(const char *text)
-{
-    return *text != '\0' ? text : nullptr;
-}
-
 std::string json_newer(Newer newer)
 {
     if (newer == Newer::Unknown)
@@ -69,18 +64,18 @@ std::string json_newer(Newer newer)
 
 } // namespace
 
-void remark_cut_values(const UpdateAnswer &answer)
+void note_truncated_values(const UpdateAnswer &answer)
 {
-    remark_if_full("version", answer.version);
-    remark_if_full("web address", answer.address);
-    remark_if_full("button caption", answer.button);
-    remark_if_full("message", answer.message);
+    note_if_full("version", answer.version);
+    note_if_full("web address", answer.address);
+    note_if_full("button caption", answer.button);
+    note_if_full("message", answer.message);
 }
 
 void clean_answer(UpdateAnswer *answer)
 {
     drop_last_carriage_return(answer->version);
-    trim_blanks(answer->version);
+    trim_spaces(answer->version);
     drop_last_carriage_return(answer->address);
     drop_last_carriage_return(answer->button);
     drop_carriage_returns_of_lines(answer->message);

@@ -1,5 +1,6 @@
 // The utility: asks the update service whether a newer version of a product exists, and prints the
-// answer. Exit status: 0 answered, 1 failure, 2 wrong usage, 3 time limit, 10 newer (-exit-code).
+// answer. Exit status: 0 answered, 1 failure, 2 usage error, 3 time limit, 10 newer (-exit-code).
+#include <memory>
 #include <string>
 
 #include <unistd.h>
@@ -29,17 +30,17 @@ enum : int {
     NewerStatus = 10
 };
 
-// A runaway reply ends the exchange, not the machine.
+// A server cannot make the utility use up all memory.
 constexpr std::size_t header_limit = std::size_t{256} * 1024;
 constexpr std::size_t body_limit = std::size_t{8} * 1024 * 1024;
 
 int show_usage()
 {
-    show_usage_text(usage_text().c_str());
+    show_usage_text(usage_text());
     return UsageStatus;
 }
 
-int print_and_end(const char *text)
+int print_and_exit(const std::string &text)
 {
     return print_usage_text(text) == 0 ? AnsweredStatus : FailureStatus;
 }
@@ -57,11 +58,6 @@ int choose_proxy(const ToolOptions &options, ProxySettings *proxy)
     return settle_proxy(proxy, options.proxy, options.proxy_user, options.proxy_password);
 }
 
-const char *null_if_empty(const char *text)
-{
-    return text[0] != '\0' ? text : nullptr;
-}
-
 int ask(const ToolOptions &options, const ProxySettings &proxy, UpdateAnswer *answer)
 {
     return web_version_update(options.product, options.product_line, options.version,
@@ -72,8 +68,8 @@ int ask(const ToolOptions &options, const ProxySettings &proxy, UpdateAnswer *an
                               null_if_empty(proxy.password));
 }
 
-// What a failed run came to. An interrupt or the time limit ends the exchange as cancelled; one
-// that came too late for it, behind the last byte, still counts.
+// The outcome of a failed run. An interrupt or the time limit cancels the exchange. One that came too
+// late for that, after the last byte, still counts.
 RunOutcome failed_outcome(int result)
 {
     if (interrupt_received() != 0)
@@ -89,66 +85,73 @@ RunOutcome failed_outcome(int result)
     return {"failed", FailureStatus, Newer::Unknown, nullptr, error};
 }
 
-// Opens the address of the answer, if it has one. Returns null, or what went wrong.
-const char *open_address_of(const UpdateAnswer &answer)
+// Opens the URL of the answer, if it has one. Returns 0, or -1 with the reason in *error.
+int open_url_of(const UpdateAnswer &answer, std::string *error)
 {
     if (answer.address[0] == '\0')
-        return nullptr;
+        return 0;
     hold_answer();
-    const char *error = open_web_address(answer.address);
+    const int opened = open_web_address(answer.address, error);
     release_answer();
-    return error;
+    return opened;
 }
 
-RunOutcome answered_outcome(const ToolOptions &options, const UpdateAnswer &answer)
+// The outcome of a run that was answered. *error holds the text that the outcome points to.
+RunOutcome answered_outcome(const ToolOptions &options, const UpdateAnswer &answer,
+                            std::string *error)
 {
     const Newer newer = compare_answer(answer, options.version_text);
-    const bool opens = options.open && newer == Newer::Yes;
-    const char *error = opens ? open_address_of(answer) : nullptr;
-    int status = options.exit_code && newer == Newer::Yes ? NewerStatus : AnsweredStatus;
-    if (error != nullptr)
+    const bool is_newer = newer == Newer::Yes;
+    const bool failed = options.open && is_newer && open_url_of(answer, error) != 0;
+    int status = options.exit_code && is_newer ? NewerStatus : AnsweredStatus;
+    if (failed)
         status = FailureStatus;
-    if (interrupt_received() != 0) // while the address was opened
+    if (interrupt_received() != 0) // while the URL was opened
         status = 128 + interrupt_received();
-    return {"answered", status, newer, &answer, error};
+    return {"answered", status, newer, &answer, failed ? error->c_str() : nullptr};
 }
 
-RunOutcome settle_outcome(const ToolOptions &options, int result, UpdateAnswer *answer)
-{
-    if (result != WebOk || interrupt_received() != 0 || time_limit_passed())
-        return failed_outcome(result);
-    if (!options.quiet)
-        remark_cut_values(*answer);
-    clean_answer(answer);
-    return answered_outcome(options, *answer);
-}
-
-// Prints what the run came to and gives the exit status.
+// Prints the outcome of a run. Returns the exit status.
 int print_outcome(const ToolOptions &options, const RunOutcome &outcome)
 {
+    std::string output;
+    collect_printed_text(&output);
     if (outcome.error != nullptr)
         show_failure(outcome.error);
     if (options.json)
-        add_output(outcome_json(outcome));
+        output = outcome_json(outcome);
     else if (outcome.answer != nullptr)
         print_answer(*outcome.answer);
     begin_output();
-    return finish_output() == 0 ? outcome.exit_status : FailureStatus;
+    return finish_output(output) == 0 ? outcome.exit_status : FailureStatus;
+}
+
+// Prints the outcome of an exchange. Returns the exit status.
+int finish_run(const ToolOptions &options, int result, UpdateAnswer *answer)
+{
+    if (result != WebOk || interrupt_received() != 0 || time_limit_passed())
+        return print_outcome(options, failed_outcome(result));
+    if (!options.quiet)
+        note_truncated_values(*answer);
+    clean_answer(answer);
+    std::string error;
+    return print_outcome(options, answered_outcome(options, *answer, &error));
 }
 
 int run_query(const ToolOptions &options, const ProxySettings &proxy)
 {
-    static UpdateAnswer answer; // zero-filled: what the service does not give stays empty
+    // Zero-filled, so that values that the service does not give are empty.
+    const auto answer = std::make_unique<UpdateAnswer>();
     web_set_reply_limits(header_limit, body_limit);
     if (!options.quiet && isatty(STDERR_FILENO) != 0)
         web_set_idle_hook(show_progress, nullptr);
 
     begin_exchange(options.max_time);
-    const int result = ask(options, proxy, &answer);
+    const int result = ask(options, proxy, answer.get());
     end_exchange();
     clear_progress();
 
-    const int status = print_outcome(options, settle_outcome(options, result, &answer));
+    const int status = finish_run(options, result, answer.get());
     if (interrupt_received() != 0)
         end_by_signal(interrupt_received());
     return status;
@@ -157,16 +160,16 @@ int run_query(const ToolOptions &options, const ProxySettings &proxy)
 int run(int argument_count, char **arguments)
 {
     drop_launch_argument(&argument_count, &arguments);
-    static ToolOptions options;
+    ToolOptions options;
     if (read_options(argument_count, arguments, &options) != 0)
         return show_usage();
     if (options.help)
-        return print_and_end(usage_text().c_str());
+        return print_and_exit(usage_text());
     if (options.show_version)
-        return print_and_end(version_line());
+        return print_and_exit(version_line());
     if (options.service != nullptr)
         web_service_host = options.service;
-    static ProxySettings proxy;
+    ProxySettings proxy = {};
     if (choose_proxy(options, &proxy) != 0) {
         show_failure("-proxy takes host:port with a port that is not 0");
         return show_usage();
@@ -182,8 +185,7 @@ int run(int argument_count, char **arguments)
 int main(int argument_count, char **arguments)
 {
     quintral::install_terminate_handler();
-    quintral::settle_streams();
+    quintral::prepare_streams();
     quintral::set_message_handler(quintral::show_message);
-    quintral::set_print_handler(quintral::print_to_output);
     return quintral::run(argument_count, arguments);
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -14,16 +13,6 @@ namespace quintral {
 
 namespace {
 
-// What stands behind a prefix in lower case, or null where the text does not begin with it.
-const char *behind(const char *text, const char *prefix)
-{
-    for (; *prefix != '\0'; ++text, ++prefix) {
-        if (ascii_to_lower(*text) != *prefix)
-            return nullptr;
-    }
-    return text;
-}
-
 bool is_visible_ascii(const char *text)
 {
     for (; *text != '\0'; ++text) {
@@ -33,18 +22,18 @@ bool is_visible_ascii(const char *text)
     return true;
 }
 
-// The length of the host that "host[:port]" begins with, an address in brackets with them.
+// The length of the host in "host[:port]"; the brackets of an IPv6 address count.
 std::size_t host_length(const std::string &place)
 {
     if (place[0] == '[')
-        return place.find(']') + 1; // 0 for none
+        return place.find(']') + 1; // 0 if there is none
     return std::min(place.find_first_of(":[]"), place.size());
 }
 
-// Whether an authority "[user@]host[:port]" has a host (RFC 3986, section 3.2).
+// True if an authority "[user@]host[:port]" has a host (RFC 3986, section 3.2).
 bool names_a_host(const std::string &authority)
 {
-    const std::string place = authority.substr(authority.rfind('@') + 1); // all of it for none
+    const std::string place = authority.substr(authority.rfind('@') + 1); // all of it without '@'
     const std::size_t length = host_length(place);
     const std::size_t shortest = place[0] == '[' ? 4 : 1; // [::]
     const std::string port = place.substr(length);
@@ -56,27 +45,29 @@ bool names_a_host(const std::string &authority)
 
 bool is_web_address(const char *address)
 {
-    const char *authority = behind(address, "http://");
+    const char *authority = ascii_skip_prefix(address, "http://");
     if (authority == nullptr)
-        authority = behind(address, "https://");
+        authority = ascii_skip_prefix(address, "https://");
     return authority != nullptr && is_visible_ascii(address) &&
            names_a_host(std::string(authority, std::strcspn(authority, "/?#\\")));
 }
 
-const char *open_web_address(const char *address)
+int open_web_address(const char *address, std::string *error)
 {
-    // One byte less than the room has, since a carriage return may have been taken off the end.
-    if (std::strlen(address) >= answer_capacity - 2)
-        return "The web address is not opened: it may have been cut";
-    if (!is_web_address(address))
-        return "The web address is not opened: it is no http or https address";
+    // One byte less than the capacity, since a carriage return may have been removed at the end.
+    if (std::strlen(address) >= answer_capacity - 2) {
+        *error = "Not opening the web address: it may be truncated";
+        return -1;
+    }
+    if (!is_web_address(address)) {
+        *error = "Not opening the web address: not an http or https URL";
+        return -1;
+    }
     const std::int32_t status = platform_open_url(address, std::strlen(address));
     if (status == 0)
-        return nullptr;
-    static char text[96];
-    std::snprintf(text, sizeof text, "The desktop did not open the web address: code %d",
-                  static_cast<int>(status));
-    return text;
+        return 0;
+    *error = "The desktop did not open the web address: code " + std::to_string(status);
+    return -1;
 }
 
 } // namespace quintral

@@ -2,17 +2,19 @@
 #ifndef QUINTRAL_TOOL_OPEN_ADDRESS_H
 #define QUINTRAL_TOOL_OPEN_ADDRESS_H
 
+#include <string>
+
 namespace quintral {
 
-// True for an address that -open may hand to the desktop: it begins with "http://" or "https://" in
-// any letter case, names a host, and holds no blank, control or non-ASCII byte. Every other scheme
-// is refused, since a reply must never open a file or start a program.
+// True for an address that -open may pass to the desktop: it begins with "http://" or "https://" in
+// any letter case, has a host, and contains no spaces, control characters or non-ASCII bytes. Every
+// other scheme is refused, so a reply can never open a local file or launch a program.
 bool is_web_address(const char *address);
 
-// Opens the address. Returns null, or what went wrong as a text that stays valid until the next
-// call; an address that is no web address, or that fills its room in an answer and so may be cut,
-// is refused before anything is started. Takes a second or so at most.
-const char *open_web_address(const char *address);
+// Opens the address. Returns 0, or -1 with the reason in *error. An address that is not a web address,
+// or that fills its capacity in an answer and so may be truncated, is refused before anything is
+// started. Takes about a second at most.
+int open_web_address(const char *address, std::string *error);
 
 } // namespace quintral
 

@@ -2,8 +2,7 @@
 
 namespace quintral {
 
-// The network settings name their exceptions to programs that ask for them; the utility takes the
-// proxy alone.
+// macOS has its own exception list; the utility does not consult it.
 bool system_proxy_is_bypassed(const char *)
 {
     return false;

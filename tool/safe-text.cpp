@@ -8,7 +8,7 @@ namespace quintral {
 
 namespace {
 
-// One character of a text, or one byte that belongs to none.
+// One character of a text, or one byte that is not part of a character.
 struct Unit {
     std::size_t length; // in bytes
     std::uint32_t code_point;
@@ -20,8 +20,8 @@ bool is_continuation(unsigned char byte)
     return (byte & 0xC0) == 0x80;
 }
 
-// The number of bytes that a lead byte announces, with the bits of the code point it carries; 0 for
-// a byte that leads nothing. 0xC0 and 0xC1 could lead only what has a shorter form.
+// The length of the sequence that a lead byte begins, with its bits of the code point; 0 for any other
+// byte. 0xC0 and 0xC1 could begin only overlong sequences.
 std::size_t announced_length(unsigned char lead, std::uint32_t *bits)
 {
     if (lead >= 0xC2 && lead <= 0xDF) {
@@ -39,7 +39,7 @@ std::size_t announced_length(unsigned char lead, std::uint32_t *bits)
     return 0;
 }
 
-// False for the shorter form's range, the surrogates and what is behind Unicode's end.
+// False for overlong sequences, surrogates and code points above U+10FFFF.
 bool is_encoded_shortest(std::uint32_t code_point, std::size_t length)
 {
     if (length == 3)
@@ -49,8 +49,8 @@ bool is_encoded_shortest(std::uint32_t code_point, std::size_t length)
     return true;
 }
 
-// The unit that a terminated, non-empty text begins with. The terminator is no continuation byte,
-// so nothing behind it is read.
+// The first unit of a terminated, non-empty text. The terminator is not a continuation byte, so
+// nothing after it is read.
 Unit first_unit(const char *text)
 {
     const unsigned char lead = static_cast<unsigned char>(text[0]);

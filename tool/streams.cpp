@@ -17,7 +17,7 @@ namespace quintral {
 
 namespace {
 
-std::string output; // collected for standard output
+std::string *collected = nullptr; // global because a print handler has no user data
 
 void wait_until_writable(int descriptor)
 {
@@ -25,8 +25,7 @@ void wait_until_writable(int descriptor)
     poll(&entry, 1, -1);
 }
 
-// After a write that failed: true when the next one may succeed. A stream that whoever started the
-// utility has made non-blocking is waited for.
+// After a failed write: true if the next one may succeed. A non-blocking stream is waited for.
 bool can_write_again(int descriptor, int error)
 {
     if (error == EAGAIN || error == EWOULDBLOCK) {
@@ -36,9 +35,9 @@ bool can_write_again(int descriptor, int error)
     return error == EINTR;
 }
 
-// Writes a text of the utility's own line by line: a stream drops what a non-blocking descriptor
-// does not take, and one line goes whole into any pipe that is writable. Returns 0, or the error
-// number of the first line that failed; an unbuffered or full stream tells by its error flag alone.
+// Writes the utility's own text line by line: a stream drops what a non-blocking descriptor does not
+// accept, but any writable pipe accepts one line. Returns 0, or the error number of the first line
+// that failed. An unbuffered or full stream reports failure only through its error flag.
 int write_lines(const char *text, std::FILE *stream)
 {
     set_output_stream(stream);
@@ -54,8 +53,8 @@ int write_lines(const char *text, std::FILE *stream)
     return 0;
 }
 
-// Closes standard output. `error` is that of the writing, or 0. Returns 0, or -1 after reporting
-// the first failure.
+// Closes standard output. `error` is the error of the writes before, or 0. Returns 0, or -1 after
+// reporting the first failure.
 int close_output(int error)
 {
     if (close(STDOUT_FILENO) != 0 && error == 0)
@@ -67,11 +66,16 @@ int close_output(int error)
     return -1;
 }
 
+void append_printed_text(const char *text, const char * /*tag*/)
+{
+    *collected += text;
+}
+
 } // namespace
 
-void settle_streams()
+void prepare_streams()
 {
-    // Opened in rising order, each closed descriptor is the lowest free one.
+    // In rising order, each closed descriptor is the lowest free one when it is opened.
     const int modes[] = {O_RDONLY, O_RDONLY, O_RDWR};
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (fcntl(descriptor, F_GETFD) == -1)
@@ -102,14 +106,10 @@ void write_if_possible(int descriptor, const char *bytes, std::size_t length)
         static_cast<void>(!write(descriptor, bytes, length));
 }
 
-void add_output(const std::string &text)
+void collect_printed_text(std::string *output)
 {
-    output += text;
-}
-
-void print_to_output(const char *text, const char * /*tag*/)
-{
-    add_output(text);
+    collected = output;
+    set_print_handler(append_printed_text);
 }
 
 void show_message(MessageLevel level, const char *text)
@@ -120,7 +120,7 @@ void show_message(MessageLevel level, const char *text)
     write_all(STDERR_FILENO, line, static_cast<std::size_t>(length));
 }
 
-int finish_output()
+int finish_output(const std::string &output)
 {
     if (output.empty())
         return 0;
@@ -128,14 +128,14 @@ int finish_output()
     return close_output(written ? 0 : errno);
 }
 
-void show_usage_text(const char *text)
+void show_usage_text(const std::string &text)
 {
-    write_lines(text, stderr);
+    write_lines(text.c_str(), stderr);
 }
 
-int print_usage_text(const char *text)
+int print_usage_text(const std::string &text)
 {
-    return close_output(write_lines(text, stdout));
+    return close_output(write_lines(text.c_str(), stdout));
 }
 
 void show_failure(const char *text)
@@ -143,7 +143,7 @@ void show_failure(const char *text)
     report_message(Error, "%s", safe_line(text).c_str());
 }
 
-void show_remark(const char *text)
+void show_note(const char *text)
 {
     report_message(Note, "%s", safe_line(text).c_str());
 }

@@ -19,7 +19,7 @@ const char *skip_digits(const char *text)
     return text;
 }
 
-// Takes the next part, up to a point or the end, off the text; an empty one behind the end.
+// Removes the next part, up to a point or the end, from the text; an empty part at the end.
 std::string take_part(const char **text)
 {
     const char *end = skip_digits(*text);
@@ -56,7 +56,7 @@ int compare_fractions(std::string first, std::string second)
     return sign(first.compare(second));
 }
 
-// A product version with its number written as the query writes it: no leading zeros, three digits.
+// A product version formatted as the query sends it: no leading zeros, three decimal places.
 std::string as_sent(const char *text)
 {
     const std::string whole = without_leading_zeros(take_part(&text));
@@ -103,7 +103,7 @@ int read_product_version(const char *text, float *version)
 {
     if (!has_product_version_shape(text))
         return -1;
-    // The utility sets no locale, so strtof takes a point.
+    // The utility sets no locale, so strtof expects a point.
     const float number = std::strtof(text, nullptr);
     char sent[64];
     if (as_sent(text) != web_format_version(number, sent, sizeof sent))

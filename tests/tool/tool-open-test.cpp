@@ -223,7 +223,7 @@ TEST(WebAddress, HoldsNoBlankControlOrNonAsciiByteAnywhere)
     }
 }
 
-const char refusal[] = "The web address is not opened: it is no http or https address";
+const char refusal[] = "Not opening the web address: not an http or https URL";
 
 // Blanks before a value, and a line feed, are the reply's own.
 bool reaches_the_check(const std::string &text)
@@ -299,7 +299,7 @@ TEST(ToolOpen, TellsOfAnAddressThatTheSystemDoesNotTake)
 
 TEST(ToolOpen, RefusesAnAddressThatMayHaveBeenCut)
 {
-    const std::string error = "The web address is not opened: it may have been cut";
+    const std::string error = "Not opening the web address: it may be truncated";
     for (const std::string ending : {"", "\r"}) {
         const FakeDesktop desktop;
         const std::string start = "http://host/";

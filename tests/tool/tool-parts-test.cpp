@@ -1040,7 +1040,7 @@ TEST(ShowFailure, ReportsAtLevelErrorAndARemarkAtLevelNoteMadeSafe)
     const MessageHandler previous = set_message_handler(collect_message);
     reported.clear();
     show_failure("50% of\n\x1B");
-    show_remark("%s\r");
+    show_note("%s\r");
     EXPECT_EQ(reported, "9 50% of\\x0A\\x1B;3 %s\\x0D;");
     reported.clear();
     show_failure(std::string(2000, 'x').c_str());

@@ -2,8 +2,8 @@
 // status out. Its pure parts are in tool-parts-test.cpp.
 #include "platform/platform.h"
 #include "support/error.h"
-#include "tool/termination.h"
 #include "tool/options.h"
+#include "tool/termination.h"
 
 #include <algorithm>
 #include <array>
@@ -953,10 +953,10 @@ ChildResult ask_for_long_value(const std::string &key, std::size_t length, bool 
 TEST(ToolAnswer, AValueThatFillsItsRoomIsNotedAsMaybeCut)
 {
     const LongRow rows[] = {
-        {"Version", "The version may have been cut at 65535 bytes"},
-        {"URL", "The web address may have been cut at 65535 bytes"},
-        {"Button", "The button caption may have been cut at 65535 bytes"},
-        {"Message", "The message may have been cut at 65535 bytes"},
+        {"Version", "The version may have been truncated to 65535 bytes"},
+        {"URL", "The web address may have been truncated to 65535 bytes"},
+        {"Button", "The button caption may have been truncated to 65535 bytes"},
+        {"Message", "The message may have been truncated to 65535 bytes"},
     };
     for (const LongRow &row : rows) {
         const bool is_message = row.key == "Message";
@@ -980,7 +980,7 @@ TEST(ToolAnswer, ALongMessageIsWholeInJson)
                  json_line("answered", 0, "null",
                            {"null", "null", "null", "\"" + repeated(21845, "a\\u001b\\n") + "\""},
                            "null"),
-                 "Note: The message may have been cut at 65535 bytes\n");
+                 "Note: The message may have been truncated to 65535 bytes\n");
 }
 
 // Failures
