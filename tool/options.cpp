@@ -93,6 +93,7 @@ constexpr OptionRow set(OptionGroup group, const char *name, bool O::*flag, cons
 constexpr OptionGroup query = OptionGroup::Query;
 constexpr OptionGroup link = OptionGroup::Connection;
 constexpr OptionGroup answer = OptionGroup::Answer;
+constexpr OptionGroup about = OptionGroup::Program;
 
 } // namespace
 
@@ -103,7 +104,8 @@ constexpr OptionRow option_rows[] = {
     keep(query, "product", "name", &O::product, "Product to ask about."),
     keep(query, "productline", "name", &O::product_line, "Product line it belongs to."),
     read(query, "product-version", "n", read_version, "Its version, a number such as 5.2."),
-    set(answer, "version", &O::show_version, "Print the version of this program."),
+    set(about, "help", &O::help, "Print this text."),
+    set(about, "version", &O::show_version, "Print the version of this program."),
     keep(query, "version-name", "text", &O::version_name, "Name of that version."),
     keep(query, "machine-id", "text", &O::machine_id, "Identifier of this machine (default: empty)."),
     keep(query, "os", "name", &O::os, "Operating system (default: detected)."),
@@ -120,7 +122,6 @@ constexpr OptionRow option_rows[] = {
     set(answer, "quiet", &O::quiet, "Suppress the progress indicator and notes."),
     set(answer, "exit-code", &O::exit_code, "Exit with status 10 if a newer version exists."),
     set(answer, "open", &O::open, "Open the URL of a newer version in the browser."),
-    set(answer, "help", &O::help, "Print this text."),
 };
 // clang-format on
 
@@ -292,7 +293,8 @@ std::string usage_text()
            "The product and the computer, as they are sent:\n" +
            usage_lines(OptionGroup::Query) + "\nThe connection:\n" +
            usage_lines(OptionGroup::Connection) + "\nThe answer:\n" +
-           usage_lines(OptionGroup::Answer) +
+           usage_lines(OptionGroup::Answer) + "\nAbout this program:\n" +
+           usage_lines(OptionGroup::Program) +
            "\nExit status: 0 answered, 1 failure, 2 wrong usage, 3 time limit passed.\n";
 }
 

@@ -38,7 +38,7 @@ struct ToolOptions {
 };
 
 // Where the usage text lists an option.
-enum class OptionGroup { Query, Connection, Answer };
+enum class OptionGroup { Query, Connection, Answer, Program };
 
 // One option. It fills one member of ToolOptions: `string` with its argument as typed, `given` with
 // true, or what `read` checks and converts.
