@@ -1,8 +1,7 @@
-// ASCII's own character classes, case mapping and number reading, whatever locale the host program
-// has set. The suite's texts are bytes, and a plug-in does not own its process's locale: under a
-// Latin-1 locale the C library's isalpha takes byte 0xE4 for a letter, and a request built with it
-// would differ from host to host. Here a byte with the top bit set is never in any class and is
-// never mapped.
+// ASCII-only character classes, case mapping, prefixes and number reading, independent of the
+// locale. Strings here are bytes, and a plug-in does not control its process's locale: in a Latin-1
+// locale, the C library's isalpha accepts byte 0xE4, so a request built with it would differ from
+// host to host. Here a byte with the top bit set is never in a class and never mapped.
 #ifndef QUINTRAL_SUPPORT_ASCII_H
 #define QUINTRAL_SUPPORT_ASCII_H
 
@@ -41,27 +40,27 @@ constexpr bool ascii_is_letter_or_digit(char c)
     return ascii_is_letter(c) || ascii_is_digit(c);
 }
 
-// True for the six white-space bytes of the POSIX locale: blank, tab, line feed, vertical tab, form
+// True for the six white-space bytes of the POSIX locale: space, tab, line feed, vertical tab, form
 // feed and carriage return.
 constexpr bool ascii_is_space(char c)
 {
     return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// The upper-case form of a lower-case letter, any other byte as it is.
+// Returns the upper-case form of a lower-case letter; any other byte unchanged.
 constexpr char ascii_to_upper(char c)
 {
     return ascii_is_lower(c) ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
-// The lower-case form of an upper-case letter, any other byte as it is.
+// Returns the lower-case form of an upper-case letter; any other byte unchanged.
 constexpr char ascii_to_lower(char c)
 {
     return ascii_is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 // Returns the position after the prefix if text begins with it in any letter case, or null.
-// Requires: both are terminated, prefix is in lower case.
+// Requires: both are terminated; prefix is in lower case.
 constexpr const char *ascii_skip_prefix(const char *text, const char *prefix)
 {
     for (; *prefix != '\0'; ++prefix, ++text) {
@@ -75,7 +74,7 @@ constexpr const char *ascii_skip_prefix(const char *text, const char *prefix)
 // or a space is not.
 //
 // Returns the number, or -1 for an empty string, any other byte, and a larger number.
-// Requires: text is terminated, highest is not negative.
+// Requires: text is terminated; highest is not negative.
 constexpr std::int32_t ascii_read_digits(const char *text, std::int32_t highest)
 {
     if (*text == '\0')
@@ -93,10 +92,10 @@ constexpr std::int32_t ascii_read_digits(const char *text, std::int32_t highest)
 
 // Reads a decimal number as scanf's "%d" does: white space, an optional sign, digits.
 //
-// Returns the position behind the last digit with the number in *value; where there is no digit,
-// returns null with *value 0. Of a number outside the 32-bit range *value holds one outside it
-// with the same sign, perhaps another, so that the reader can refuse it.
-// Requires: text is terminated, value is not null.
+// Returns the position after the last digit, with the number in *value; or null, with 0 in *value,
+// if there is no digit. For a number outside the 32-bit range, *value is some out-of-range number
+// of the same sign, so the caller can reject it.
+// Requires: text is terminated; value is not null.
 constexpr const char *ascii_scan_wide_int(const char *text, std::int64_t *value)
 {
     *value = 0;
@@ -117,7 +116,7 @@ constexpr const char *ascii_scan_wide_int(const char *text, std::int64_t *value)
     return text;
 }
 
-// The 32-bit number nearest to a wider one.
+// Returns the 32-bit number nearest to a wider one.
 constexpr std::int32_t nearest_int32(std::int64_t number)
 {
     constexpr std::int64_t lowest = std::numeric_limits<std::int32_t>::min();
@@ -128,9 +127,9 @@ constexpr std::int32_t nearest_int32(std::int64_t number)
 }
 
 // Reads a decimal number as ascii_scan_wide_int does, and as atoi would. A number outside the
-// 32-bit range is its nearest end, on every system alike (the C library leaves that case
-// undefined).
-// Returns and requires: as ascii_scan_wide_int.
+// 32-bit range becomes the nearest end of that range on every system; the C library leaves that
+// case undefined.
+// Returns and requires: see ascii_scan_wide_int.
 constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
 {
     std::int64_t number = 0;
@@ -139,7 +138,7 @@ constexpr const char *ascii_scan_int(const char *text, std::int32_t *value)
     return end;
 }
 
-// The number that a text begins with, as atoi reads it; 0 where it begins with none.
+// Returns the number that text begins with, as atoi reads it, or 0 if it begins with none.
 constexpr std::int32_t ascii_to_int(const char *text)
 {
     std::int32_t value = 0;

@@ -1,5 +1,5 @@
-// The suite's low-level C utilities in one header: allocation that never fails silently, formatted,
-// growable and bounded strings, files and directories, string transforms.
+// All low-level C utilities in one header: checked allocation, formatted, growable and bounded
+// strings, files and directories, string transforms.
 #ifndef QUINTRAL_SUPPORT_C_UTILS_H
 #define QUINTRAL_SUPPORT_C_UTILS_H
 

@@ -1,12 +1,12 @@
-// Dates as Julian Day Numbers: signed counts of days, so that differences are subtractions. Text
-// only at the edges, in the suite's two written forms.
+// Dates as Julian Day Numbers: signed counts of days, so that the distance between two dates is a
+// subtraction; and their conversion from and to two text forms.
 //
-// Calendar: Gregorian, also before its introduction. 2000-01-01 is day number 2451545. The formulas
-// (Fliegel and Van Flandern, Communications of the ACM 11, 1968, page 657) are each other's inverse
-// from day number -32044 on, 1 March of the year -4800. Before, date_to_day_number is off by a day
-// or more; before -68569, 1 March of the year -4900, so is day_number_to_date, whose months and
-// days leave their ranges farther back, so that texts show "???" for a month. Nothing overflows for
-// any argument.
+// Calendar: Gregorian, extended to dates before its introduction. 2000-01-01 is day number 2451545.
+// The formulas (Fliegel and Van Flandern, Communications of the ACM 11, 1968, page 657) are
+// inverses of each other from day number -32044 (1 March of the year -4800) on. Before that,
+// date_to_day_number is off by a day or more. Before -68569 (1 March of the year -4900),
+// day_number_to_date is too; for still earlier dates its months and days leave their ranges, and
+// formatted dates show "???" for the month. No argument causes an overflow.
 //
 //     char text[date_text_size];
 //     print_text(format_date_long(today_day_number() + 30, text), "due");
@@ -18,51 +18,52 @@
 
 namespace quintral {
 
-// The month abbreviations at 1 to 12, "jan" to "dec", lower case everywhere; "???" at 0.
+// Month abbreviations in lower case: "jan" to "dec" at 1 to 12, "???" at 0.
 extern const char *const month_names[13];
 
-// A buffer of this size in bytes has room for either form of any day number.
+// Size in bytes of a buffer that can hold either form of any day number.
 constexpr std::size_t date_text_size = 24;
 
-// The day number of a calendar date (year in full). Days out of their range carry over, so 31
-// February is 2 or 3 March; so do months 13 and 14, and later ones are off by a day or more, as the
-// formula has it. A day number outside the 32-bit range is
-// its nearest end.
+// Returns the day number of a calendar date, with the year in full. Out-of-range days carry over
+// (31 February is 2 or 3 March), as do months 13 and 14; later months are off by a day or more. A
+// day number outside the 32-bit range becomes the nearest end of that range.
 std::int32_t date_to_day_number(std::int32_t year, std::int32_t month, std::int32_t day);
 
-// The calendar date of a day number, in full in *year, *month and *day.
+// Stores the calendar date of a day number in *year (in full), *month and *day.
 // Requires: none of the pointers is null.
 void day_number_to_date(std::int32_t day_number, std::int32_t *year, std::int32_t *month,
                         std::int32_t *day);
 
-// The day number of the current date in the local time zone; 0 where the system cannot break its
-// time down.
+// Returns the day number of the current date in the local time zone, or 0 if the system cannot
+// convert the current time to a date.
 std::int32_t today_day_number();
 
 // Writes day, month and year as "1-jan-2000". Returns the buffer.
-// Requires: buffer has room for 12 bytes for years 0 to 9999, date_text_size for any day number.
+// Requires: buffer is at least 12 bytes long for years 0 to 9999, date_text_size for any day
+// number.
 char *format_date_long(std::int32_t day_number, char *buffer);
 
 // Writes day, month and short year as "1jan00". From 2100 on the year is written in full
-// ("1jan2100"); one before 2000 is written as what it lacks to 2000, with its sign ("31dec-01" for
+// ("1jan2100"); a year before 2000 is written as its (negative) offset from 2000 ("31dec-01" for
 // 1999). Returns the buffer.
-// Requires: buffer has room for 8 bytes for years 2000 to 2099, 10 up to 9999, date_text_size for
-// any day number.
+// Requires: buffer is at least 8 bytes long for years 2000 to 2099, 10 up to 9999, date_text_size
+// for any day number.
 char *format_date_compact(std::int32_t day_number, char *buffer);
 
-// Reads the compact form: a day from 1 to 31, three letters of a month in either case directly
-// behind it, a year. Day and year are numbers as scanf's "%d" reads them: white space may stand
-// before them, and a sign. A year up to 1999 has 2000 added, one of four digits too: "5jan1999" is
-// in 3999. The day is not checked against the month: "31feb07" is 3 March. Text behind is ignored.
+// Parses the compact form: a day from 1 to 31, immediately followed by a three-letter month name in
+// any case, then a year. Day and year are read as by scanf's "%d": each may start with white space
+// and a sign. A year up to 1999 has 2000 added, even if it has four digits: "5jan1999" is in 3999.
+// The day is not checked against the month: "31feb07" is 3 March. Anything after the year is
+// ignored.
 //
-// Returns the number of bytes read with the day number in *day_number; or -1 with *day_number
-// untouched for any other text, for a number too large for 32 bits, and for a date whose day number
-// is.
-// Requires: day_number is not null.
+// Returns the number of bytes read, with the day number in *day_number; or -1, with *day_number
+// unchanged, for any other text, or if a number or the resulting day number does not fit into 32
+// bits.
+// Requires: text is terminated; day_number is not null.
 int parse_date_compact(const char *text, std::int32_t *day_number);
 
-// Reads a month's name by its first three letters, which are put in lower case in the text itself
-// (of a shorter text, those there are). Returns 1 to 12, or 0 for no month.
+// Recognises a month by its first three letters. Changes up to three letters of the text itself to
+// lower case. Returns 1 to 12, or 0 if they do not name a month.
 int month_from_name(char *text);
 
 } // namespace quintral

@@ -1,6 +1,6 @@
-// Where dates, clocks and the message log get the time from and how the waits sleep: one record, so
-// that a test freezes the time by putting functions of its own in place. Not for programs of the
-// suite.
+// The source of the time for dates, clocks and the message log, and of the sleep for the waits: one
+// record of functions, which a test replaces to control the time. Private to the library and its
+// tests.
 #ifndef QUINTRAL_SUPPORT_TIME_SOURCE_H
 #define QUINTRAL_SUPPORT_TIME_SOURCE_H
 
@@ -16,8 +16,8 @@ struct TimeSource {
     int (*sleep)(const timespec *request);
 };
 
-// Starts as the system's time, gettimeofday and nanosleep. time and time_of_day are not the same
-// clock: the first may lag behind the second for a few milliseconds.
+// Initially the system's time, gettimeofday and nanosleep. time and time_of_day are different
+// clocks: time may lag behind time_of_day by a few milliseconds.
 extern TimeSource time_source;
 
 } // namespace quintral

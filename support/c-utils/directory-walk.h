@@ -1,5 +1,5 @@
-// What the walks over directories have in common. For files.cpp and the two files that define
-// remove_tree only.
+// Shared by the functions that walk directories: files.cpp and the two files that define
+// remove_tree.
 #ifndef QUINTRAL_SUPPORT_C_UTILS_DIRECTORY_WALK_H
 #define QUINTRAL_SUPPORT_C_UTILS_DIRECTORY_WALK_H
 
@@ -18,12 +18,12 @@
 
 namespace quintral {
 
-// Size of the paths that the walks form, terminator included: PATH_MAX of Mac OS X, on every system
-// alike. A longer one ends the program.
+// Size in bytes of the paths that the walks build, terminator included: PATH_MAX of Mac OS X, used
+// on every system. A longer path aborts the program.
 inline constexpr std::size_t formed_path_size = 1024;
 
-// The bit of a mode that tells a directory. Deliberately not S_ISDIR: the types of sockets and
-// block devices hold the bit too, and the suite relies on it that neither is ever removed.
+// The mode bit that marks a directory. Deliberately not S_ISDIR: the types of sockets and block
+// devices have this bit too, and existing programs depend on neither ever being removed.
 inline constexpr mode_t directory_bit = 0x4000;
 
 struct CloseDirectory {
@@ -34,15 +34,15 @@ struct CloseDirectory {
 };
 using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;
 
-// True for an entry of the directory itself. A name with a slash comes from a broken file system
-// and would lead elsewhere.
+// False for ".", ".." and a name with a slash, which only a broken file system yields and which
+// would lead out of the directory.
 inline bool is_own_entry(const char *name)
 {
     return std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
            std::strchr(name, '/') == nullptr;
 }
 
-// Returns the next entry of the directory's own; null at the end and where reading fails.
+// Returns the next entry for which is_own_entry is true, or null at the end and if reading fails.
 inline const dirent *next_entry(DIR *stream)
 {
     const dirent *entry = readdir(stream);
@@ -51,9 +51,9 @@ inline const dirent *next_entry(DIR *stream)
     return entry;
 }
 
-// Returns the names of the entries that are left to read, each with its terminator behind it. A
-// removal takes them all before the first entry goes: what readdir yields of a directory that is
-// being emptied differs between systems.
+// Returns the names of the remaining entries, each followed by its terminator. A removal reads all
+// of them before it removes the first: what readdir yields while a directory is being emptied
+// differs between systems.
 inline std::string remaining_names(DIR *stream)
 {
     std::string names;
@@ -62,8 +62,8 @@ inline std::string remaining_names(DIR *stream)
     return names;
 }
 
-// Returns the length of an entry's path: directory, slash and name. Ends the program where it does
-// not fit its size.
+// Returns the length of an entry's path: directory, slash and name. Aborts the program if the path
+// would not fit into formed_path_size.
 inline std::size_t formed_path_length(std::size_t directory_length, const char *name)
 {
     const std::size_t length = directory_length + 1 + std::strlen(name);
