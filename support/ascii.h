@@ -59,12 +59,12 @@ constexpr char ascii_to_lower(char c)
     return ascii_is_upper(c) ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-// Returns the position after the prefix if text begins with it in any letter case, or null.
-// Requires: both are terminated; prefix is in lower case.
+// Returns the position after the prefix if text begins with it, ignoring letter case; or null.
+// Requires: both are terminated.
 constexpr const char *ascii_skip_prefix(const char *text, const char *prefix)
 {
     for (; *prefix != '\0'; ++prefix, ++text) {
-        if (ascii_to_lower(*text) != *prefix)
+        if (ascii_to_lower(*text) != ascii_to_lower(*prefix))
             return nullptr;
     }
     return text;

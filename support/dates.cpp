@@ -1,7 +1,6 @@
 #include "support/dates.h"
 
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 
 #include "support/ascii.h"
@@ -14,7 +13,9 @@ const char *const month_names[13] = {"???", "jan", "feb", "mar", "apr", "may", "
 
 namespace {
 
-// The formula, in 64 bits: its products pass 32 bits long before its results do.
+constexpr int month_name_length = 3;
+
+// The formula, in 64 bits: its products overflow 32 bits long before its results do.
 std::int64_t wide_day_number(std::int64_t year, std::int64_t month, std::int64_t day)
 {
     const std::int64_t a = (14 - month) / 12; // 1 in January and February: they end the old year
@@ -49,7 +50,8 @@ std::int32_t today_day_number()
 {
     const std::time_t now = time_source.time();
     std::tm date = {};
-    // As localtime does, but without its buffer, which a caller may be using.
+    // Not localtime: its buffer is shared, and the caller may be using its content. localtime_r
+    // does not have to call tzset.
     tzset();
     if (localtime_r(&now, &date) == nullptr)
         return 0;
@@ -78,7 +80,8 @@ char *format_date_compact(std::int32_t day_number, char *buffer)
 {
     std::int32_t year = 0, month = 0, day = 0;
     day_number_to_date(day_number, &year, &month, &day);
-    // Readers of the short form add 2000 to any year up to 1999, so one before 2000 is negative.
+    // Readers of the short form add 2000 to any year up to 1999, so a year before 2000 is written
+    // as a negative number.
     if (year <= 2099)
         year -= 2000;
     std::snprintf(buffer, date_text_size, "%d%s%.2d", day, month_text(month), year);
@@ -87,11 +90,11 @@ char *format_date_compact(std::int32_t day_number, char *buffer)
 
 namespace {
 
-// The month that three lower-case letters name, 0 for none. There may be no terminator.
-int month_from_letters(const char *letters)
+// Returns the month whose name the text begins with, ignoring letter case, or 0 for none.
+int leading_month(const char *text)
 {
     for (int month = 1; month <= 12; ++month) {
-        if (std::memcmp(letters, month_names[month], 3) == 0)
+        if (ascii_skip_prefix(text, month_names[month]) != nullptr)
             return month;
     }
     return 0;
@@ -105,20 +108,16 @@ int parse_date_compact(const char *text, std::int32_t *day_number)
     const char *position = ascii_scan_wide_int(text, &day);
     if (position == nullptr || day < 1 || day > 31)
         return -1;
-    char letters[3];
-    for (char &letter : letters) {
-        if (*position == '\0')
-            return -1;
-        letter = ascii_to_lower(*position++);
-    }
-    const int month = month_from_letters(letters);
+    const int month = leading_month(position);
+    if (month == 0)
+        return -1;
     std::int64_t year = 0;
-    position = ascii_scan_wide_int(position, &year);
-    if (month == 0 || position == nullptr)
+    position = ascii_scan_wide_int(position + month_name_length, &year);
+    if (position == nullptr)
         return -1;
     if (year <= 1999)
         year += 2000;
-    // Refuses every year beyond 32 bits too.
+    // This rejects every year outside 32 bits too.
     const std::int64_t number = wide_day_number(year, month, day);
     if (number != nearest_int32(number))
         return -1;
@@ -128,12 +127,9 @@ int parse_date_compact(const char *text, std::int32_t *day_number)
 
 int month_from_name(char *text)
 {
-    for (int i = 0; i < 3; ++i) {
-        if (text[i] == '\0')
-            return 0;
+    for (int i = 0; i < month_name_length && text[i] != '\0'; ++i)
         text[i] = ascii_to_lower(text[i]);
-    }
-    return month_from_letters(text);
+    return leading_month(text);
 }
 
 } // namespace quintral

@@ -18,8 +18,6 @@ static_assert(FLT_EVAL_METHOD == 0, "parse_float must round to single precision 
 static_assert(std::numeric_limits<float>::is_iec559 && std::numeric_limits<double>::is_iec559,
               "parse_float and map_clamped rely on infinities and on rounding to nearest");
 
-// The copies of the suite
-
 char *copy_mapped(const char *source, char *destination, char (*map)(char))
 {
     char *out = destination;
@@ -40,14 +38,14 @@ char *copy_kept(const char *source, char *destination, bool (*keep)(char))
     return destination;
 }
 
-bool is_copied_in_addresses(char c)
+bool needs_no_escape(char c)
 {
     return ascii_is_letter_or_digit(c) || std::strchr("$-_.+!*(),", c) != nullptr;
 }
 
-// The digits for a high half byte. From 8 on they are deliberately none: the suite looks them up
-// with a signed byte, which leads in front of the digits, and compares addresses by what comes out.
-// The last one is the terminator.
+// Indexed by a byte's high four bits. Entries from 8 on are deliberately not hex digits: existing
+// programs use a signed index, which reads the bytes before their digit table, and compare URLs by
+// the result. The last entry is the terminator.
 const char high_digits[] = "01234567.+!*(),";
 const char low_digits[] = "0123456789ABCDEF";
 
@@ -64,7 +62,7 @@ char *url_escape(const char *source, char *destination)
 {
     char *out = destination;
     for (; *source != '\0'; ++source) {
-        if (is_copied_in_addresses(*source)) {
+        if (needs_no_escape(*source)) {
             *out++ = *source;
             continue;
         }
@@ -112,7 +110,7 @@ char *line_breaks_to_spaces(const char *source, char *destination)
 char *collapse_spaces(const char *source, char *destination)
 {
     char *out = destination;
-    char previous = ' '; // so that leading ones are dropped
+    char previous = ' '; // so that leading spaces are dropped
     for (; *source != '\0'; ++source) {
         const char c = *source;
         if (c != ' ' || previous != ' ')
@@ -148,7 +146,7 @@ char *double_percents(const char *source, char *destination)
 char *snake_to_camel(const char *source, char *destination)
 {
     char *out = destination;
-    char previous = '_'; // so that the first byte is raised
+    char previous = '_'; // so that the first byte becomes upper case
     for (; *source != '\0'; ++source) {
         const char c = *source;
         if (c != '_')
@@ -181,7 +179,8 @@ char *cut_at_word_break(const char *source, char *destination)
 void normalise_spaces(char *text)
 {
     char *out = text;
-    char previous = ' ', before_previous = ' '; // of what was written; so leading ones are dropped
+    // The last two bytes written. Spaces at the start, so that leading ones are dropped.
+    char previous = ' ', before_previous = ' ';
     for (const char *in = text; *in != '\0'; ++in) {
         const char c = ascii_is_space(*in) ? ' ' : *in;
         if (c == ' ' && previous == ' ' && before_previous != '.')
@@ -200,9 +199,9 @@ std::int32_t insert_string_into_string(const char *insert, char *into, std::int3
         return std::printf("insert_string_into_string: bad location %d, into_string length %d \n",
                            location, static_cast<int>(into_length));
     const std::size_t insert_length = std::strlen(insert);
-    char *place = into + location;
-    std::memmove(place + insert_length, place, std::strlen(place) + 1);
-    std::memcpy(place, insert, insert_length);
+    char *gap = into + location;
+    std::memmove(gap + insert_length, gap, std::strlen(gap) + 1);
+    std::memcpy(gap, insert, insert_length);
     return std::printf("insert_string_into_string: %s \n", into);
 }
 
@@ -210,7 +209,7 @@ void replace_all(const char *find, const char *replacement, const char *source, 
 {
     const std::size_t find_length = std::strlen(find);
     const std::size_t replacement_length = std::strlen(replacement);
-    // An empty search string would be found without end.
+    // An empty search string would match forever.
     const char *hit = find_length > 0 ? std::strstr(source, find) : nullptr;
     while (hit != nullptr) {
         const std::size_t before = static_cast<std::size_t>(hit - source);
@@ -250,25 +249,12 @@ std::size_t word_length(const char *text)
     return length;
 }
 
-namespace {
-
-bool begins_ignoring_case(const char *text, const char *pattern)
-{
-    for (; *pattern != '\0'; ++text, ++pattern) {
-        if (ascii_to_lower(*text) != ascii_to_lower(*pattern))
-            return false;
-    }
-    return true;
-}
-
-} // namespace
-
 const char *find_ignoring_case(const char *text, const char *pattern)
 {
     if (*pattern == '\0')
         return nullptr;
     for (; *text != '\0'; ++text) {
-        if (begins_ignoring_case(text, pattern))
+        if (ascii_skip_prefix(text, pattern) != nullptr)
             return text;
     }
     return nullptr;
@@ -301,14 +287,15 @@ int looks_like_email(const char *text)
 
 namespace {
 
-// 10 to the power of n, correctly rounded. The C library's pow is not, and differs in the last bit
-// between its 32-bit and its 64-bit build; reading a decimal is exact, and without a decimal point
-// the locale has no say in it.
+// Returns 10 to the power of n, correctly rounded. The C library's pow is not correctly rounded,
+// and its 32-bit and 64-bit builds differ in the last bit. strtod is, and without a decimal point
+// its result does not depend on the locale.
 double power_of_ten(std::int32_t n)
 {
-    constexpr std::int32_t beyond = 400; // above every double, and below the smallest
+    constexpr std::int32_t out_of_range = 400; // 1e400 is infinite, 1e-400 is 0
     char text[8];
-    std::snprintf(text, sizeof text, "1e%d", static_cast<int>(std::clamp(n, -beyond, beyond)));
+    std::snprintf(text, sizeof text, "1e%d",
+                  static_cast<int>(std::clamp(n, -out_of_range, out_of_range)));
     return std::strtod(text, nullptr);
 }
 
@@ -317,7 +304,7 @@ float scaled_by_exponent(float value, const char *exponent)
     return static_cast<float>(static_cast<double>(value) * power_of_ten(ascii_to_int(exponent)));
 }
 
-// The number behind the sign. False where it has no digit.
+// Reads the number after the sign. Returns false if it has no digit.
 bool read_unsigned_float(const char *text, float *result)
 {
     float value = 0;
@@ -364,7 +351,8 @@ int parse_float(const char *text, float *result)
 
 namespace {
 
-// In double precision, where nothing is rounded: a product just below a half stays below it.
+// Computed in double precision, where nothing is rounded: a product just below a half stays below
+// it.
 std::uint32_t channel_bits(float channel)
 {
     if (channel > 1)
