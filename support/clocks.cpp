@@ -17,7 +17,7 @@ std::time_t system_time()
     return std::time(nullptr);
 }
 
-// The result is not looked at: without one the time is that of the zeroed record.
+// On failure the zeroed record (1970) is returned.
 timeval system_time_of_day()
 {
     timeval now = {};
@@ -64,10 +64,11 @@ std::uint32_t clock_milliseconds()
 
 int sleep_seconds(float seconds)
 {
-    // Widened before the half is added, or a product that ends in .5 would round twice.
+    // Converted to double before 0.5 is added: in single precision the sum would be rounded as
+    // well.
     const double milliseconds = std::trunc(static_cast<double>(1000 * seconds) + 0.5);
     constexpr double too_many = 9223372036854775808.0; // 2^63
-    // Not a number fails the comparison too.
+    // NaN fails the comparison too.
     if (!(milliseconds >= 0 && milliseconds < too_many)) {
         errno = EINVAL;
         return -1;

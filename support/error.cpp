@@ -18,21 +18,21 @@ constexpr std::size_t log_line_size = 4096;
 constexpr std::size_t assertion_text_size = 4096;
 constexpr std::size_t output_size = 65536;
 
-// What format_message keeps free beside the body: the longest name, ": ", BEL and the terminator
-// need 15 of these bytes.
+// Bytes that format_message reserves beside the body: the longest level name, ": ", BEL and the
+// terminator need 15 of them.
 constexpr int line_reserve = 20;
 
-// Deliberately one below what format_message keeps in message_size bytes: captured runs of the
-// suite are compared with texts cut here.
+// Deliberately one less than format_message allows in message_size bytes: existing captured output
+// was cut here.
 constexpr int handler_body_limit = 1003;
 
-// Together they fill a log line. A date has 24 characters and a line feed; the C library refuses
-// longer years.
+// Together they fill a log line. A date has 24 characters and a newline; the C library rejects
+// years that need more.
 constexpr int log_date_limit = 36;
 constexpr int log_body_limit = 4056;
 static_assert(log_date_limit + log_body_limit + sizeof ": \n" == log_line_size);
 
-// A log attached to the hook tells a burst of messages by it.
+// A longer pause ends a burst of messages, for a log attached to the hook.
 constexpr double burst_pause_seconds = 60.0;
 
 // Indexed by the level.
@@ -43,7 +43,7 @@ constexpr const char *level_names[] = {"Log", "",      "Info",    "Note",  "Info
 MessageHandler message_handler = default_message_handler;
 PrintHandler print_handler = default_print_handler;
 
-// Unsigned, so that wrapping round is defined.
+// Unsigned, so that overflow is defined.
 std::uint32_t reported_messages = 0;
 
 double last_log_time = 0.0;
@@ -57,7 +57,8 @@ MessageLevel shown_level(MessageLevel level)
     return level < Log || level > FatalError ? Warning : level;
 }
 
-// The length of a text without the characters of `dropped` at its end, limit at most.
+// Returns the length of a text without the trailing characters that are in `dropped`, at most
+// limit.
 int body_length(const char *text, const char *dropped, int limit)
 {
     std::size_t length = std::strlen(text);
@@ -66,7 +67,7 @@ int body_length(const char *text, const char *dropped, int limit)
     return static_cast<int>(std::min(length, static_cast<std::size_t>(limit)));
 }
 
-// The one builder of message lines. Requires: out_size is above 0.
+// Builds the line of a message. Requires: out_size is above 0.
 int build_line(MessageLevel level, const char *text, int body_limit, char *out, int out_size)
 {
     const MessageLevel shown = shown_level(level);
@@ -80,7 +81,7 @@ int build_line(MessageLevel level, const char *text, int body_limit, char *out, 
     return std::min(written, out_size - 1);
 }
 
-// Formats into out and leaves an empty text there where the C library fails.
+// Formats into out, which is left empty if the C library fails.
 QUINTRAL_PRINTF(3, 0)
 void format_or_empty(char *out, std::size_t size, const char *format, std::va_list arguments)
 {
@@ -88,8 +89,7 @@ void format_or_empty(char *out, std::size_t size, const char *format, std::va_li
         out[0] = '\0';
 }
 
-// Output on its way to its stream. Full stops and text are gathered here, since the stream may be
-// unbuffered, as standard error is.
+// Collects output before it is written: the stream may be unbuffered, as standard error is.
 struct OutputPiece {
     std::FILE *stream;
     std::size_t used;
@@ -102,57 +102,56 @@ void write_piece(OutputPiece *piece)
     piece->used = 0;
 }
 
-// Makes room for at least one byte and takes as many of the wanted ones as fit. Returns where they
-// go.
-char *take_room(OutputPiece *piece, std::size_t wanted, std::size_t *taken)
+// Reserves at least one and at most `wanted` bytes, after writing the piece if it is full. Returns
+// their start, with their number in *reserved.
+char *reserve_bytes(OutputPiece *piece, std::size_t wanted, std::size_t *reserved)
 {
     if (piece->used == sizeof piece->bytes)
         write_piece(piece);
-    char *room = piece->bytes + piece->used;
-    *taken = std::min(wanted, sizeof piece->bytes - piece->used);
-    piece->used += *taken;
-    return room;
+    char *start = piece->bytes + piece->used;
+    *reserved = std::min(wanted, sizeof piece->bytes - piece->used);
+    piece->used += *reserved;
+    return start;
 }
 
-void add_full_stops(OutputPiece *piece, std::size_t count)
+void add_periods(OutputPiece *piece, std::size_t count)
 {
-    std::size_t taken = 0;
-    for (; count > 0; count -= taken) {
-        char *room = take_room(piece, count, &taken);
-        std::memset(room, '.', taken);
+    std::size_t added = 0;
+    for (; count > 0; count -= added) {
+        char *start = reserve_bytes(piece, count, &added);
+        std::memset(start, '.', added);
     }
 }
 
 void add_text(OutputPiece *piece, const char *text, std::size_t length)
 {
-    std::size_t taken = 0;
-    for (; length > 0; length -= taken, text += taken) {
-        char *room = take_room(piece, length, &taken);
-        std::memcpy(room, text, taken);
+    std::size_t added = 0;
+    for (; length > 0; length -= added, text += added) {
+        char *start = reserve_bytes(piece, length, &added);
+        std::memcpy(start, text, added);
     }
 }
 
-// The length of the first line of a text that is not empty, its line feed included.
+// Returns the length of the first line of a text that is not empty, including its newline.
 std::size_t first_line_length(const char *text)
 {
     const char *end = std::strchr(text, '\n');
     return end == nullptr ? std::strlen(text) : static_cast<std::size_t>(end - text) + 1;
 }
 
-// Expanded on the way out and never as a whole: 64 KiB of line feeds at a deep indent make
-// gigabytes.
+// Expands and writes piece by piece: 64 KiB of newlines at a deep indent expand to gigabytes.
 void write_indented(const char *text, std::size_t indent, std::FILE *stream)
 {
     OutputPiece piece;
     piece.stream = stream;
     piece.used = 0;
-    add_full_stops(&piece, indent); // before an empty text too
+    add_periods(&piece, indent); // before an empty text too
     while (*text != '\0') {
         const std::size_t length = first_line_length(text);
         add_text(&piece, text, length);
         text += length;
         if (*text != '\0')
-            add_full_stops(&piece, indent);
+            add_periods(&piece, indent);
     }
     write_piece(&piece);
 }
@@ -245,9 +244,9 @@ int log_message(const char *text)
         burst_messages = 0;
     last_log_time = static_cast<double>(now);
 
-    // Not ctime itself: its buffer is shared, and a caller may be printing what it holds.
+    // Not ctime: its buffer is shared, and the caller may be using its content.
     char date[log_date_limit + 1];
-    if (ctime_r(&now, date) == nullptr) // a year that does not fit
+    if (ctime_r(&now, date) == nullptr) // a year with too many digits
         date[0] = '\0';
     char line[log_line_size];
     const int length =
@@ -295,7 +294,7 @@ QuintralAbortException::QuintralAbortException(const char *source_file, std::int
 {
 }
 
-// Part of the library and not of each program on purpose: plug-ins and host agree on it.
+// Deliberately not inline: one definition in the library, shared by plug-ins and host.
 QuintralAbortException::~QuintralAbortException()
 {
 }
@@ -309,7 +308,7 @@ void report_assertion_failure(const char *expression, const char *file, int line
 {
     char text[assertion_text_size];
     std::snprintf(text, sizeof text, "%s:%d: assertion failed: %s", file, line, expression);
-    log_message(text); // and nowhere else: a location helps no user
+    log_message(text); // to the log only: a source location does not help the user
     report_message(
         Error, "A Quintral internal error has occurred. Please save your work soon and restart.\n");
     throw_abort(5, "support/error", 419);

@@ -16,7 +16,7 @@ namespace {
 constexpr mode_t shared_permissions = 0666;
 constexpr int bell = 7;
 
-// What an embedding program sees of a file that had to open.
+// The exception that an embedding program gets if a mandatory file cannot be opened.
 constexpr int open_abort_code = 1;
 constexpr const char *open_abort_file = "support/c-utils";
 constexpr int open_abort_line = 369;
@@ -53,8 +53,8 @@ std::FILE *open_file(const char *path, const char *mode, unsigned flags)
     std::FILE *stream = std::fopen(path, mode);
     const int error = errno;
     if (stream != nullptr) {
-        // By path and every time, deliberately: the mask of whichever program wrote the file first
-        // must not lock the others out.
+        // Deliberately by path and every time: the file-creation mask of the program that first
+        // wrote the file must not lock the others out.
         if (mode[0] == 'w' || mode[0] == 'a')
             static_cast<void>(chmod(path, shared_permissions));
         return stream;
@@ -81,7 +81,7 @@ std::int32_t close_file(std::FILE *stream)
     const int error = errno;
     if (result == -1) {
         report_message(Error, "Close file failed.");
-        errno = error; // the report may have changed it
+        errno = error; // reporting may have changed it
         std::perror("Reason");
     }
     return result;

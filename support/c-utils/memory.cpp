@@ -10,14 +10,14 @@ namespace quintral {
 
 namespace {
 
-// The local area of one append, and the bound given to vsnprintf: the byte between the two is the
-// terminator of an append whose formatting failed.
+// Size of the local buffer of one append, and the size given to vsnprintf: the byte between the two
+// is the terminator if the formatting failed.
 constexpr std::size_t append_area_size = 4096;
 constexpr std::size_t append_bound = append_area_size - 1;
 constexpr std::int32_t longest_append = append_bound - 1;
 constexpr std::int32_t failed_append = append_bound;
 
-// Free bytes that a grown buffer has behind its text.
+// Free bytes after the text of a buffer that has just grown.
 constexpr std::int32_t growth_reserve = 128;
 
 void *block_or_throw(void *block)
@@ -32,7 +32,7 @@ char *text_or_throw(char *text)
     return static_cast<char *>(block_or_throw(text));
 }
 
-// Null when memory runs out: a caller with an argument list must end it before it may throw.
+// Returns null when memory runs out, so that the caller can call va_end before it throws.
 QUINTRAL_PRINTF(1, 0) char *format_to_block(const char *format, std::va_list arguments)
 {
     std::va_list again;
@@ -40,19 +40,19 @@ QUINTRAL_PRINTF(1, 0) char *format_to_block(const char *format, std::va_list arg
     const int measured = std::vsnprintf(nullptr, 0, format, arguments);
     const std::size_t size = measured < 0 ? 1 : static_cast<std::size_t>(measured) + 1;
     char *text = static_cast<char *>(std::malloc(size));
-    // What a failed vsnprintf leaves behind is the C library's affair; callers get a text anyway.
+    // The buffer's content is undefined if vsnprintf fails; callers still get a terminated string.
     if (text != nullptr && std::vsnprintf(text, size, format, again) < 0)
         text[0] = '\0';
     va_end(again);
     return text;
 }
 
-// The sum is taken in 64 bits, so that a buffer at the end of the 32-bit range is refused and not
-// wrapped to a small block.
-void make_room(StringBuffer *buffer, std::int32_t added)
+// Grows the buffer if needed for `added` more bytes. The sizes are computed in 64 bits, so that a
+// buffer at the end of the 32-bit range is rejected and does not wrap to a small block.
+void ensure_capacity(StringBuffer *buffer, std::int32_t added)
 {
-    const std::int64_t room = std::int64_t{buffer->capacity} - buffer->length - 2;
-    if (added <= room)
+    const std::int64_t available = std::int64_t{buffer->capacity} - buffer->length - 2;
+    if (added <= available)
         return;
     const std::int64_t capacity = std::int64_t{added} + buffer->length + growth_reserve;
     if (capacity > std::numeric_limits<std::int32_t>::max())
@@ -112,7 +112,7 @@ void string_buffer_init(StringBuffer *buffer)
 
 std::int32_t string_buffer_printf(StringBuffer *buffer, const char *format, ...)
 {
-    // Zeros, because a failed formatting appends the whole area.
+    // Zeroed, because the whole area is appended if the formatting fails.
     char area[append_area_size] = {};
     std::va_list arguments;
     va_start(arguments, format);
@@ -123,7 +123,7 @@ std::int32_t string_buffer_printf(StringBuffer *buffer, const char *format, ...)
     else if (added > longest_append)
         added = longest_append;
 
-    make_room(buffer, added);
+    ensure_capacity(buffer, added);
     std::memcpy(buffer->data + buffer->length, area, static_cast<std::size_t>(added) + 1);
     buffer->length += added;
     return buffer->length;

@@ -1,9 +1,9 @@
-// remove_tree by calls relative to open directories (POSIX 2008; Mac OS X has them from 10.10).
+// remove_tree with calls relative to open directories (POSIX 2008; Mac OS X has them since 10.10).
 //
-// The walk names nothing by more than one component, and opens no link, so that an exchange of
-// directories and links around it cannot lead it out of the tree. It keeps the last few directories
-// on its way down open; the others it finds again through "..", and it stops where that is not the
-// directory it came from. It needs no recursion.
+// The walk uses only single path components and never opens a link, so swapping directories and
+// links around it cannot make it leave the tree. It keeps the last few directories on the current
+// path open, reopens the others through "..", and stops if ".." is not the directory it came from.
+// It does not recurse.
 #include "support/c-utils/directory-walk.h" // first, since it sets the size of file offsets
 
 #include "support/c-utils/files.h"
@@ -17,14 +17,14 @@ namespace quintral {
 
 namespace {
 
-// Levels that stay open. At least two: there is no way up through ".." from a directory that may be
-// read but not searched, whereas one that has led to another can be searched.
+// Number of levels kept open. At least two: ".." cannot be opened from a directory that can be read
+// but not searched. A directory that contains another one on the path can always be searched.
 constexpr std::size_t open_levels = 8;
 
 constexpr int closed = -1;
 
-// How the directory above the tree is opened: it may be searchable only. Which of the two flags for
-// that a system has, its headers tell.
+// The directory that contains the tree may be searchable but not readable. Use whichever of the two
+// flags the system defines.
 #if defined(O_SEARCH)
 constexpr int search_only = O_SEARCH;
 #elif defined(O_PATH)
@@ -33,14 +33,14 @@ constexpr int search_only = O_PATH;
 constexpr int search_only = O_RDONLY;
 #endif
 
-// One directory on the way down.
+// One directory on the current path.
 struct Level {
     int descriptor = closed; // or AT_FDCWD
     dev_t device = 0;
     ino_t inode = 0;
     std::size_t path_length = 0;
-    std::string names;        // of its entries, each with its terminator
-    std::size_t position = 0; // of the current entry's name
+    std::string names;        // names of its entries, each with its terminator
+    std::size_t position = 0; // offset of the current entry's name
 };
 
 void close_level(Level *level)
@@ -50,7 +50,7 @@ void close_level(Level *level)
     level->descriptor = closed;
 }
 
-// The first level holds the tree itself as its one entry, and stays open.
+// The first level has the tree itself as its only entry, and stays open.
 struct Walk {
     std::deque<Level> levels = std::deque<Level>(1);
 
@@ -70,14 +70,14 @@ const char *current_name(const Level &level)
     return level.names.c_str() + level.position;
 }
 
-// Removes the current entry if the system lets it go, and makes the next one current.
+// Tries to remove the current entry, and makes the next one current.
 void finish_entry(Level *level, int unlink_flags)
 {
     static_cast<void>(unlinkat(level->descriptor, current_name(*level), unlink_flags));
     level->position += std::strlen(current_name(*level)) + 1;
 }
 
-// Opens the directory at name if it is the one that the level stands for.
+// Opens the directory called name. Returns false unless it is the one that the level represents.
 bool open_level(Level *level, int from, const char *name)
 {
     level->descriptor = openat(from, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
@@ -89,8 +89,8 @@ bool open_level(Level *level, int from, const char *name)
     return false;
 }
 
-// Leaves the level without names where the system refuses: its directory is then removed if it is
-// empty, like one that cannot be opened.
+// On failure the level has no names; its directory is then removed if it is empty, like one that
+// cannot be opened.
 void read_names(Level *level)
 {
     const int copy = fcntl(level->descriptor, F_DUPFD_CLOEXEC, 0);
@@ -101,8 +101,8 @@ void read_names(Level *level)
         close(copy);
 }
 
-// Makes the directory at the last level's current entry the last level. False where it cannot be
-// opened.
+// Appends the last level's current entry, a directory, as the new last level. Returns false if it
+// cannot be opened.
 bool enter_directory(Walk *walk, const struct stat &examined, std::size_t path_length)
 {
     const Level &above = walk->levels.back();
@@ -120,8 +120,8 @@ bool enter_directory(Walk *walk, const struct stat &examined, std::size_t path_l
     return true;
 }
 
-// Removes the last level's directory, which has been emptied as far as possible. False where the
-// level above is not to be found again.
+// Removes the last level's directory, which has been emptied as far as possible. Returns false if
+// the level above cannot be reopened.
 bool leave_directory(Walk *walk)
 {
     Level &level = walk->levels.back();
@@ -134,7 +134,7 @@ bool leave_directory(Walk *walk)
     return true;
 }
 
-// Removes the last level's current entry, or enters it where it is a directory. False where it
+// Removes the last level's current entry, or enters it if it is a directory. Returns false if it
 // cannot be examined.
 bool remove_entry(Walk *walk, std::size_t path_length)
 {
@@ -152,7 +152,8 @@ bool remove_entry(Walk *walk, std::size_t path_length)
     return true;
 }
 
-// Length of what stands before a path's last component, whose slashes belong to it.
+// Returns the length of the text before a path's last component, which includes its trailing
+// slashes.
 std::size_t parent_length(const char *path)
 {
     std::size_t length = std::strlen(path);
@@ -163,9 +164,9 @@ std::size_t parent_length(const char *path)
     return length;
 }
 
-// Opens the directory that the tree is in, so that nothing done to the directories above matters
-// from then on. Where that cannot be opened (a system without a flag for searching, a process out
-// of descriptors) the whole path is the name.
+// Opens the directory that contains the tree, so that later changes to the directories above it do
+// not matter. If that fails (no flag for search-only access, no free descriptor), the whole path
+// serves as the name.
 void open_first_level(Level *level, const char *path)
 {
     std::size_t length = parent_length(path);

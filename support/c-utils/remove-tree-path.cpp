@@ -1,10 +1,10 @@
-// remove_tree by paths, for Mac OS X before 10.10, which lacks the calls relative to an open
-// directory.
+// remove_tree with path-based calls, for Mac OS X before 10.10, which lacks calls relative to an
+// open directory.
 //
-// It cannot promise to stay in the tree: somebody who exchanges a directory for a symbolic link
-// between the examination of a path and the use of it leads the removal to wherever the link
-// points. Its callers must see to it that nobody else can write to the tree. All else is as files.h
-// says; one descriptor is open at a time.
+// It cannot guarantee to stay in the tree: if a directory is replaced with a symbolic link after
+// its path has been examined, the removal follows the link. Callers must make sure that nobody else
+// can write to the tree. Otherwise it behaves as files.h describes; one descriptor is open at a
+// time.
 #include "support/c-utils/directory-walk.h" // first, since it sets the size of file offsets
 
 #include "support/c-utils/files.h"
@@ -17,11 +17,11 @@ namespace quintral {
 
 namespace {
 
-// One directory on the way down.
+// One directory on the current path.
 struct Level {
     std::size_t path_length = 0;
-    std::string names;        // of its entries, each with its terminator
-    std::size_t position = 0; // of the next entry's name
+    std::string names;        // names of its entries, each with its terminator
+    std::size_t position = 0; // offset of the next entry's name
 };
 
 mode_t mode_of(const std::string &path)
@@ -30,8 +30,8 @@ mode_t mode_of(const std::string &path)
     return lstat(path.c_str(), &status) == 0 ? status.st_mode : mode_t{0};
 }
 
-// Makes a directory the last level: one without names where it cannot be opened, so that it is
-// removed if it is empty.
+// Appends a directory as the new last level. If it cannot be opened, the level has no names; the
+// directory is then removed if it is empty.
 void enter_directory(std::vector<Level> *levels, const std::string &path)
 {
     Level &level = levels->emplace_back();
@@ -41,7 +41,7 @@ void enter_directory(std::vector<Level> *levels, const std::string &path)
         level.names = remaining_names(stream.get());
 }
 
-// Removes an entry, or enters it where it is a directory. False where it cannot be examined.
+// Removes an entry, or enters it if it is a directory. Returns false if it cannot be examined.
 bool remove_entry(std::vector<Level> *levels, const std::string &path)
 {
     const mode_t mode = mode_of(path);
@@ -54,7 +54,7 @@ bool remove_entry(std::vector<Level> *levels, const std::string &path)
     return true;
 }
 
-// Removes the next entry of the last level or, behind its last entry, the level's directory.
+// Removes the next entry of the last level or, after the last entry, the level's directory.
 void remove_next(std::vector<Level> *levels, std::string *path)
 {
     Level &level = levels->back();
