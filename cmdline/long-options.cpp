@@ -1,9 +1,9 @@
-// The option parser, in the order in which one call goes: where the parse stands, the ordering, the
-// operands in front, the long option, the short option, the argument, what is used up.
+// The option parser, in the order of one call: the ordering, the operands before the option, the
+// long option, the short option, the argument, the elements consumed.
 //
-// Nothing here holds text of its own, so that elements of any length are safe; the only limit is
-// that a position within an element is an int. No index is used before vector_ends has looked at
-// it, and no position before ends_at has.
+// Nothing here copies strings, so elements of any length are safe; the only limit is that a
+// position within an element is an int. Every index is checked by vector_ends before use, every
+// position by ends_at.
 #include "cmdline/long-options.h"
 
 #include <algorithm>
@@ -29,7 +29,7 @@ namespace {
 
 enum class Ordering { Permute, RequireOrder, ReturnInOrder };
 
-// What a call was given, with the ordering's character taken off short_options.
+// The arguments of a call, with the ordering's character removed from short_options.
 struct Call {
     int argument_count;
     char **arguments;
@@ -39,20 +39,20 @@ struct Call {
     Ordering ordering;
 };
 
-// The operands that a permuting call has skipped to reach its option.
+// The operands that a permuting call skipped to reach its option.
 struct SkippedOperands {
     int start;
     int count;
 };
 
-// The option a call has recognised; none while `found` is false.
+// The option that a call has recognised; none while `found` is false.
 struct Option {
     bool found;
     const LongOption *entry; // null for a short option
     int entry_index;
     std::int32_t has_argument;
-    char *attached; // what follows the name in its element, a '=' included
-    int elements;   // 2 when the argument is the next element
+    char *attached; // the text after the name in its element, including any '='
+    int elements;   // 2 if the argument is the next element
 };
 
 bool vector_ends(int argument_count, char **arguments)
@@ -60,7 +60,7 @@ bool vector_ends(int argument_count, char **arguments)
     return argument_count <= option_index || arguments[option_index] == nullptr;
 }
 
-// A negative position is a huge one here and so behind the end as well.
+// A negative position becomes a huge one here, and so is past the end too.
 bool ends_at(const char *element, int position)
 {
     return static_cast<std::size_t>(position) >= std::strlen(element);
@@ -84,10 +84,10 @@ Ordering choose_ordering(const char **short_options)
     return Ordering::Permute;
 }
 
-// True when the whole text is a number, white space behind it allowed: one conversion, the second
-// finding nothing left. A program whose locale has a decimal comma must still be able to pass -0.5,
-// so the scan runs under the "C" locale; should there be none to be had, uselocale of null changes
-// nothing and the program's own locale decides.
+// Returns true if the whole string is a number, optionally followed by white space: the first
+// conversion succeeds and the second finds nothing left. The scan runs in the "C" locale, so that
+// -0.5 is a number in a locale with a decimal comma too. If that locale is not available, uselocale
+// of null changes nothing, and the program's locale applies.
 bool reads_as_number(const char *text)
 {
     static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", locale_t{});
@@ -111,16 +111,16 @@ bool is_end_of_options(const char *element)
     return std::strcmp(element, "--") == 0;
 }
 
-// Moves the operands that begin at `start` and end before option_index behind the `elements` that
-// follow them; both groups keep their order.
+// Moves the operands from `start` up to option_index after the `elements` that follow them; both
+// groups keep their order.
 void move_operands_back(char **arguments, int start, int elements)
 {
     std::rotate(arguments + start, arguments + option_index, arguments + option_index + elements);
     option_index = start + elements;
 }
 
-// Steps over operands, to the option that follows them. True when there is none: then the parse is
-// over and option_index is the first operand.
+// Skips operands, up to the next option. Returns true if there is none: then the parse is over and
+// option_index is that of the first operand.
 bool permute_ends_parse(const Call &call, SkippedOperands *skipped)
 {
     skipped->start = option_index;
@@ -146,8 +146,8 @@ int return_operand(char *element)
     return 1;
 }
 
-// Deals with the operand that may stand where a word begins. True when that ends the call, with its
-// result.
+// Handles operands at the start of a word. Returns true if that ends the call, with the call's
+// result in *result.
 bool operand_ends_call(const Call &call, SkippedOperands *skipped, int *result)
 {
     *result = -1;
@@ -166,7 +166,7 @@ bool begins_with_two_dashes(const char *element)
     return element[0] == '-' && element[1] == '-';
 }
 
-// Where a word begins the element is not empty: an empty one is an operand.
+// The element is not empty at the start of a word: an empty one is an operand.
 bool may_be_long_option(const Call &call, const char *element)
 {
     return call.long_options != nullptr && option_position == 1 &&
@@ -181,8 +181,9 @@ void report_ambiguous(const Call &call, const char *first_name, const char *seco
                  call.arguments[0], call.arguments[option_index], first_name, second_name);
 }
 
-// Walks the table for the name typed in `length` bytes. False, reported, when two names begin with
-// it before one equals it: the order of these tests is deliberate, and tables are ordered by it.
+// Searches the table for the typed name of `length` bytes. Returns false, with the error reported,
+// if two names begin with it before one equals it. The order of these tests is deliberate, and
+// tables are ordered accordingly.
 bool find_entry(const Call &call, const char *typed, std::size_t length, const LongOption **match)
 {
     *match = nullptr;
@@ -202,8 +203,8 @@ bool find_entry(const Call &call, const char *typed, std::size_t length, const L
     return true;
 }
 
-// Looks the element up as a long option. False for an ambiguous one. Where nothing matches,
-// option_position stays behind the dashes, which is where the short options of the word begin.
+// Looks up the element as a long option. Returns false for an ambiguous one. If nothing matches,
+// option_position stays after the dashes, where the short options of the word begin.
 bool find_long_option(const Call &call, char *element, Option *option)
 {
     option_position = begins_with_two_dashes(element) ? 2 : 1;
@@ -229,14 +230,14 @@ std::int32_t short_option_kind(const char *listed)
     return listed[2] == ':' ? OptionalArgument : RequiredArgument;
 }
 
-// The option character as an int that is never -1, which would end the caller's loop.
+// Returns the option character as an int that is never -1, which would end the caller's loop.
 int character_code(char c)
 {
     return static_cast<unsigned char>(c);
 }
 
-// Looks the character at option_position up. False for one that is not listed; the end of the
-// element is not listed either, though strchr would find it.
+// Looks up the character at option_position. Returns false if it is not listed, or at the end of
+// the element, where strchr would find the terminator.
 bool find_short_option(const Call &call, char *element, Option *option)
 {
     if (ends_at(element, option_position))
@@ -263,8 +264,8 @@ void report_invalid(const Call &call, const char *element)
                      element[option_position]);
 }
 
-// Passes over an unknown character, and over its element when that was the last one. Operands in
-// front of the element stay there: a program stops at an error.
+// Skips an unknown character, and its element if that was the last character. Operands before the
+// element stay there: a program stops at an error.
 int reject_short_option(const Call &call, const char *element)
 {
     report_invalid(call, element);
@@ -297,8 +298,8 @@ bool take_required_argument(const Call &call, Option *option)
     return true;
 }
 
-// An absent argument leaves option_position alone. That is deliberate, though it keeps the parse on
-// "--name" and on the end of a cluster: callers know the position by it.
+// An absent argument deliberately leaves option_position unchanged, although this keeps the parse
+// on "--name" and on the end of a cluster: callers depend on the position.
 void take_optional_argument(const Option &option)
 {
     char *argument = without_equals_sign(option.attached);
@@ -310,15 +311,15 @@ void take_optional_argument(const Option &option)
     option_position = 1;
 }
 
-// A value attached to a long option is ignored; behind a short option the next one follows.
+// A value attached to a long option is ignored; after a short option the cluster continues.
 void take_no_argument(const Option &option)
 {
     option_argument = nullptr;
-    const bool cluster_goes_on = option.entry == nullptr && *option.attached != '\0';
-    option_position = cluster_goes_on ? option_position + 1 : 1;
+    const bool cluster_continues = option.entry == nullptr && *option.attached != '\0';
+    option_position = cluster_continues ? option_position + 1 : 1;
 }
 
-// False when a required argument is missing.
+// Returns false if a required argument is missing.
 bool take_argument(const Call &call, Option *option)
 {
     if (option->has_argument == RequiredArgument)
@@ -348,9 +349,9 @@ int reject_missing_argument(const Call &call, const Option &option)
     return return_error(':');
 }
 
-// Passes over the option's elements once its word is finished, and only then moves the skipped
-// operands: those before a cluster of several calls stay in front of it.
-void use_up(const Call &call, const SkippedOperands &skipped, int elements)
+// Skips the option's elements when its word is finished, and only then moves the skipped operands:
+// those before a cluster of several calls stay before it.
+void consume_elements(const Call &call, const SkippedOperands &skipped, int elements)
 {
     if (option_position != 1)
         return;
@@ -384,7 +385,7 @@ int parse_one_option(const Call &call, const SkippedOperands &skipped, int *long
         return reject_short_option(call, element);
     if (option.found && !take_argument(call, &option))
         return reject_missing_argument(call, option);
-    use_up(call, skipped, option.elements);
+    consume_elements(call, skipped, option.elements);
     return option_result(option, long_index);
 }
 
@@ -398,8 +399,9 @@ int parse_options(int argument_count, char **arguments, const char *short_option
         return return_error('?');
     if (vector_ends(argument_count, arguments))
         return -1;
-    // At the start of a parse this is the program's name, and a "--" right behind it is not looked
-    // at: deliberate, the permuting ordering finds it, the other two read it as an option.
+    // At the start of a parse this is the program's name. A "--" immediately after it is
+    // deliberately not examined here: the permuting ordering finds it, the other two read it as an
+    // option.
     if (is_end_of_options(arguments[option_index])) {
         ++option_index;
         return -1;
