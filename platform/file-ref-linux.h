@@ -4,9 +4,9 @@
 
 namespace quintral {
 
-// What platform_make_ref fills; an empty path refers to nothing.
+// Filled by platform_make_ref; an empty path refers to nothing.
 struct PlatformFileRef {
-    char path[4096]; // PATH_MAX, the longest path that the system takes
+    char path[4096]; // PATH_MAX, the longest path that the system accepts
 };
 
 } // namespace quintral

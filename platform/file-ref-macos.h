@@ -1,4 +1,4 @@
-// On macOS a file reference is the file manager's.
+// On macOS a file reference is that of the File Manager.
 #ifndef QUINTRAL_PLATFORM_FILE_REF_MACOS_H
 #define QUINTRAL_PLATFORM_FILE_REF_MACOS_H
 

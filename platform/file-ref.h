@@ -1,7 +1,7 @@
 // PlatformFileRef: the system's own reference to a file or folder.
 //
-// The one place that asks which system it is built for. QUINTRAL_PLATFORM_MACOS stands for macOS
-// where its sources are built for a test elsewhere.
+// This is the only header that tests for the operating system. QUINTRAL_PLATFORM_MACOS selects
+// macOS when its sources are built for a test on another system.
 #ifndef QUINTRAL_PLATFORM_FILE_REF_H
 #define QUINTRAL_PLATFORM_FILE_REF_H
 

@@ -11,9 +11,9 @@
 
 namespace quintral {
 
-// Writes folder, a slash unless the folder ends in one, and name. False where they do not fit, with
-// the path cut.
-// Requires: capacity is at least 1; path is none of the other two.
+// Writes folder, a slash unless the folder ends with one, and name. Returns false, with the path
+// cut, if they do not fit.
+// Requires: capacity is at least 1; path does not overlap the other two.
 inline bool join_path(char *path, std::size_t capacity, const char *folder, const char *name)
 {
     const std::size_t end = std::strlen(folder);
@@ -22,14 +22,15 @@ inline bool join_path(char *path, std::size_t capacity, const char *folder, cons
     return length >= 0 && static_cast<std::size_t>(length) < capacity;
 }
 
-// stat itself refuses, on 32 bits, folders with long inode numbers.
+// stat64, because 32-bit stat fails for folders with 64-bit inode numbers.
 inline bool is_folder(const char *path)
 {
     struct stat64 status = {};
     return stat64(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-// True for what may be executed; folders, which have that permission too, are no programs.
+// True for a file that the caller may execute. Folders, which may have that permission too, are
+// excluded.
 inline bool is_program(const char *path)
 {
     return access(path, X_OK) == 0 && !is_folder(path);

@@ -1,4 +1,4 @@
-// The platform queries on Linux: uname for the version, the folders around the running program for
+// The platform queries on Linux: uname for the version, the folders near the running program for
 // the bundles, xdg-open for the desktop. See platform.h.
 #include "platform/platform.h"
 
@@ -20,18 +20,18 @@
 namespace quintral {
 namespace {
 
-constexpr std::int32_t nothing_there = -43; // the number that macOS has for it
+constexpr std::int32_t not_found = -43; // as on macOS
 constexpr std::int32_t no_reference = -1;
 
-// Addresses
+// URLs
 
-bool may_stand_in_scheme(char c)
+bool is_allowed_in_scheme(char c)
 {
     return ascii_is_letter_or_digit(c) || c == '+' || c == '-' || c == '.';
 }
 
 // RFC 3986, section 2: the unreserved and the reserved characters, and '%'.
-bool may_stand_in_address(char c)
+bool is_allowed_in_url(char c)
 {
     static const char others[] = {'-', '.', '_',  '~', ':', '/', '?', '#', '[', ']', '@', '!',
                                   '$', '&', '\'', '(', ')', '*', '+', ',', ';', '=', '%'};
@@ -39,27 +39,28 @@ bool may_stand_in_address(char c)
            std::find(std::begin(others), std::end(others), c) != std::end(others);
 }
 
-// A scheme as in RFC 3986, section 3.1, a ':' and what may follow. It begins with a letter, so that
-// xdg-open never takes an address for an option.
-bool is_address(const char *address, std::size_t count)
+// True for a scheme as in RFC 3986, section 3.1, a ':' and any allowed characters. A scheme begins
+// with a letter, so xdg-open never takes a URL for an option.
+bool is_url(const char *address, std::size_t count)
 {
     const char *end = address + count;
-    const char *colon = std::find_if_not(address, end, may_stand_in_scheme);
+    const char *colon = std::find_if_not(address, end, is_allowed_in_scheme);
     return colon != end && *colon == ':' && ascii_is_letter(*address) &&
-           std::all_of(colon, end, may_stand_in_address);
+           std::all_of(colon, end, is_allowed_in_url);
 }
 
 // Bundles
 
-// Three texts of at most PATH_MAX bytes, terminators included.
-struct ProgramPlace {
-    char path[PATH_MAX];   // the program
-    char folder[PATH_MAX]; // that holds it
+// Three paths of at most PATH_MAX bytes, terminators included.
+struct ProgramPaths {
+    char program[PATH_MAX];
+    char folder[PATH_MAX]; // contains the program
     char bundle[PATH_MAX]; // the main bundle
 };
 
-// The system marks the path of a program whose file was removed or replaced, as by an update, since
-// it started. Its bundle is still where it was. A file that has such a name of its own is there.
+// The system appends a mark to the path of a program whose file has been removed or replaced, as by
+// an update, since it started; its bundle is still in the same place. A file really named that way
+// still exists.
 void drop_removal_mark(char *path)
 {
     static const char mark[] = " (deleted)";
@@ -71,8 +72,8 @@ void drop_removal_mark(char *path)
         path[length - mark_length] = '\0';
 }
 
-// False where the system does not tell: without /proc, or where the path is too long for it or,
-// with large pages, for the buffer. Everything below relies on the path's slash.
+// Returns false if the path is not available: if there is no /proc, or if the path is too long for
+// it or, on systems with large pages, for the buffer. Everything below relies on the leading slash.
 bool find_running_program(char *path, std::size_t capacity)
 {
     const ssize_t length = readlink("/proc/self/exe", path, capacity);
@@ -83,7 +84,7 @@ bool find_running_program(char *path, std::size_t capacity)
     return true;
 }
 
-// The folder of an absolute path.
+// Copies the folder part of an absolute path.
 void copy_folder(const char *path, char *folder)
 {
     const char *slash = std::strrchr(path, '/');
@@ -91,27 +92,27 @@ void copy_folder(const char *path, char *folder)
     copy_string_bounded(folder, path, std::max<std::size_t>(length, 1) + 1);
 }
 
-// True with the path of PREFIX/share/NAME.resources where the program is PREFIX/bin/NAME and there
-// is such a folder.
-bool find_installed_bundle(const ProgramPlace &place, char *bundle, std::size_t capacity)
+// Returns true, with the path of PREFIX/share/NAME.resources, if the program is PREFIX/bin/NAME and
+// that folder exists.
+bool find_installed_bundle(const ProgramPaths &paths, char *bundle, std::size_t capacity)
 {
-    const char *last = std::strrchr(place.folder, '/');
+    const char *last = std::strrchr(paths.folder, '/');
     if (std::strcmp(last, "/bin") != 0)
         return false;
-    const auto prefix_length = static_cast<int>(last - place.folder);
-    const char *name = std::strrchr(place.path, '/') + 1;
+    const auto prefix_length = static_cast<int>(last - paths.folder);
+    const char *name = std::strrchr(paths.program, '/') + 1;
     const int length = std::snprintf(bundle, capacity, "%.*s/share/%s.resources", prefix_length,
-                                     place.folder, name);
+                                     paths.folder, name);
     return length >= 0 && static_cast<std::size_t>(length) < capacity && is_folder(bundle);
 }
 
-bool find_main_bundle(ProgramPlace *place)
+bool find_main_bundle(ProgramPaths *paths)
 {
-    if (!find_running_program(place->path, sizeof place->path))
+    if (!find_running_program(paths->program, sizeof paths->program))
         return false;
-    copy_folder(place->path, place->folder);
-    if (!find_installed_bundle(*place, place->bundle, sizeof place->bundle))
-        std::strcpy(place->bundle, place->folder);
+    copy_folder(paths->program, paths->folder);
+    if (!find_installed_bundle(*paths, paths->bundle, sizeof paths->bundle))
+        std::strcpy(paths->bundle, paths->folder);
     return true;
 }
 
@@ -121,7 +122,7 @@ bool copy_path(char *path, std::size_t capacity, const char *source)
     return true;
 }
 
-// True where a component of the name is "..".
+// True if a component of the name is "..".
 bool leads_up(const char *name)
 {
     for (;;) {
@@ -150,30 +151,30 @@ bool find_plugin_bundle(const char *main_bundle, const char *identifier, char *p
            join_path(path, capacity, main_bundle, name) && is_folder(path);
 }
 
-// The suite's own.
-bool find_suite_bundle(char *path, std::size_t capacity)
+// Finds the bundle of the Quintral plug-in.
+bool find_quintral_bundle(char *path, std::size_t capacity)
 {
-    ProgramPlace place;
-    return find_main_bundle(&place) &&
-           find_plugin_bundle(place.bundle, QUINTRAL_PLUGIN_IDENTIFIER, path, capacity);
+    ProgramPaths paths;
+    return find_main_bundle(&paths) &&
+           find_plugin_bundle(paths.bundle, QUINTRAL_PLUGIN_IDENTIFIER, path, capacity);
 }
 
-bool find_location(const ProgramPlace &place, unsigned location, const char *resource_name,
+bool find_location(const ProgramPaths &paths, unsigned location, const char *resource_name,
                    char *path, std::size_t capacity)
 {
     switch (location) {
     case MainExecutable:
-        return copy_path(path, capacity, place.path);
+        return copy_path(path, capacity, paths.program);
     case MainPlugIns:
-        return join_path(path, capacity, place.bundle, "PlugIns");
+        return join_path(path, capacity, paths.bundle, "PlugIns");
     case MainNamedResource:
-        return find_resource(place.bundle, resource_name, path, capacity);
+        return find_resource(paths.bundle, resource_name, path, capacity);
     case SecondProductBundle:
-        return find_plugin_bundle(place.bundle, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, path, capacity);
+        return find_plugin_bundle(paths.bundle, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, path, capacity);
     case ConfigFolder:
         return copy_path(path, capacity, QUINTRAL_CONFIG_FOLDER);
-    default: // support files and resources are in the bundle's own folder
-        return copy_path(path, capacity, place.bundle);
+    default: // support files and resources are in the bundle's folder itself
+        return copy_path(path, capacity, paths.bundle);
     }
 }
 
@@ -188,7 +189,7 @@ char *platform_os_version(char *buffer, std::size_t capacity)
 {
     utsname system = {};
     const bool known = uname(&system) == 0;
-    // Fills what the text leaves of the buffer with terminators, its last byte at any rate.
+    // Fills the rest of the buffer with NULs, so its last byte is always a terminator.
     return copy_string_bounded(buffer, known ? system.release : "unknown", capacity);
 }
 
@@ -196,7 +197,7 @@ std::int32_t platform_make_ref(const char *path, PlatformFileRef *ref)
 {
     *ref = {};
     if (access(path, F_OK) != 0)
-        return errno == ENOENT || errno == ENOTDIR ? nothing_there : no_reference;
+        return errno == ENOENT || errno == ENOTDIR ? not_found : no_reference;
     char folder[PATH_MAX] = "/";
     if (path[0] != '/' && getcwd(folder, sizeof folder) == nullptr)
         return no_reference;
@@ -211,8 +212,7 @@ std::int32_t platform_open_ref(PlatformFileRef ref)
     const bool terminated = std::memchr(ref.path, '\0', sizeof ref.path) != nullptr;
     if (!terminated || ref.path[0] != '/')
         return no_reference;
-    // xdg-open is a script whose shell takes these for the beginning of something else, and it
-    // would open another file or an address.
+    // xdg-open is a shell script that mangles these bytes: it would open another file or a URL.
     if (std::strpbrk(ref.path, "\\\n") != nullptr)
         return no_reference;
     return platform_xdg_open(ref.path);
@@ -227,7 +227,7 @@ std::int32_t platform_open_path(const char *path)
 
 std::int32_t platform_open_url(const char *address, std::size_t count)
 {
-    if (!is_address(address, count))
+    if (!is_url(address, count))
         return PlatformNoAddress;
     return platform_xdg_open(std::string(address, count).c_str());
 }
@@ -235,10 +235,10 @@ std::int32_t platform_open_url(const char *address, std::size_t count)
 char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location,
                            const char *resource_name)
 {
-    ProgramPlace place;
+    ProgramPaths paths;
     char path[PATH_MAX];
-    if (!find_main_bundle(&place) ||
-        !find_location(place, location, resource_name, path, sizeof path))
+    if (!find_main_bundle(&paths) ||
+        !find_location(paths, location, resource_name, path, sizeof path))
         return nullptr;
     return copy_string_bounded(buffer, path, capacity);
 }
@@ -246,7 +246,7 @@ char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location
 char *platform_plugin_bundle_path(char *buffer, std::size_t capacity)
 {
     char path[PATH_MAX];
-    if (!find_suite_bundle(path, sizeof path))
+    if (!find_quintral_bundle(path, sizeof path))
         return nullptr;
     return copy_string_bounded(buffer, path, capacity);
 }
@@ -255,7 +255,7 @@ int platform_plugin_resource_path(const char *resource_name, char *buffer, std::
 {
     char folder[PATH_MAX];
     char path[PATH_MAX];
-    if (find_suite_bundle(folder, sizeof folder) &&
+    if (find_quintral_bundle(folder, sizeof folder) &&
         find_resource(folder, resource_name, path, sizeof path))
         copy_string_bounded(buffer, path, capacity);
     return 0;

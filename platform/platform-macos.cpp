@@ -1,5 +1,5 @@
-// The queries over CoreFoundation and CoreServices. Whatever a Create or Copy call gives is owned
-// and released here; a bundle that a Get call gives stays the system's.
+// The platform queries on macOS, with CoreFoundation and CoreServices. Objects returned by Create
+// and Copy calls are owned and released here; bundles returned by Get calls belong to the system.
 #include "platform/platform.h"
 
 #include "support/c-utils/memory.h"
@@ -10,9 +10,9 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <CoreServices/CoreServices.h>
 
-// Gestalt and the file references are deprecated on later systems, though still there: the first
-// systems that the suite runs on have nothing else that tells the version, and its programs pass
-// file references.
+// Gestalt and file references are deprecated on later systems but still available. The oldest
+// supported systems have no other way to get the version, and existing programs pass file
+// references.
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 namespace quintral {
@@ -26,14 +26,14 @@ const UInt8 *as_bytes(const char *text)
     return reinterpret_cast<const UInt8 *>(text);
 }
 
-// Owned; null for bytes that are no text in the system's encoding.
+// Returns an owned object; null for bytes that are not valid in the system's encoding.
 CFStringRef make_string(const char *text)
 {
     return CFStringCreateWithCString(kCFAllocatorDefault, text, CFStringGetSystemEncoding());
 }
 
-// Owned; null where the bytes make no address.
-CFURLRef make_address(const char *bytes, std::size_t count)
+// Returns an owned object; null for bytes that are not a valid URL.
+CFURLRef make_url(const char *bytes, std::size_t count)
 {
     if (count > static_cast<std::size_t>(std::numeric_limits<CFIndex>::max()))
         return nullptr;
@@ -41,7 +41,7 @@ CFURLRef make_address(const char *bytes, std::size_t count)
                                 CFStringGetSystemEncoding(), nullptr);
 }
 
-// Not owned; null where no such bundle is loaded.
+// Returns an object that is not owned; null if no such bundle is loaded.
 CFBundleRef find_bundle(const char *identifier)
 {
     CFStringRef text = make_string(identifier);
@@ -52,7 +52,7 @@ CFBundleRef find_bundle(const char *identifier)
     return bundle;
 }
 
-// The addresses below are owned, and null where there is no such thing.
+// The URLs returned below are owned, and null if the item does not exist.
 
 CFURLRef copy_bundle_folder(const char *identifier)
 {
@@ -65,20 +65,20 @@ CFURLRef copy_resource(CFBundleRef bundle, const char *name)
     CFStringRef text = make_string(name);
     if (text == nullptr)
         return nullptr;
-    CFURLRef address = CFBundleCopyResourceURL(bundle, text, nullptr, nullptr);
+    CFURLRef url = CFBundleCopyResourceURL(bundle, text, nullptr, nullptr);
     CFRelease(text);
-    return address;
+    return url;
 }
 
-CFURLRef make_folder_address(const char *path)
+CFURLRef make_folder_url(const char *path)
 {
     CFStringRef text = make_string(path);
     if (text == nullptr)
         return nullptr;
-    CFURLRef address =
+    CFURLRef url =
         CFURLCreateWithFileSystemPath(kCFAllocatorDefault, text, kCFURLPOSIXPathStyle, true);
     CFRelease(text);
-    return address;
+    return url;
 }
 
 CFURLRef copy_location(CFBundleRef main_bundle, unsigned location, const char *resource_name)
@@ -97,23 +97,23 @@ CFURLRef copy_location(CFBundleRef main_bundle, unsigned location, const char *r
     case SecondProductBundle:
         return copy_bundle_folder(QUINTRAL_SECOND_PLUGIN_IDENTIFIER);
     case ConfigFolder:
-        return make_folder_address(QUINTRAL_CONFIG_FOLDER);
-    default: // MainBundle, and every number that names no location
+        return make_folder_url(QUINTRAL_CONFIG_FOLDER);
+    default: // MainBundle, and every value that is not a location
         return CFBundleCopyBundleURL(main_bundle);
     }
 }
 
-// Writes the path of an address and releases the address. Returns the buffer, or null with the
-// buffer untouched for a null address and for one without a path.
-char *take_path(CFURLRef address, char *buffer, std::size_t capacity)
+// Writes the path of a URL and releases the URL. Returns the buffer; or null, with the buffer
+// unchanged, if the URL is null or has no path.
+char *write_path(CFURLRef url, char *buffer, std::size_t capacity)
 {
-    if (address == nullptr)
+    if (url == nullptr)
         return nullptr;
-    CFStringRef path = CFURLCopyFileSystemPath(address, kCFURLPOSIXPathStyle);
-    CFRelease(address);
+    CFStringRef path = CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle);
+    CFRelease(url);
     if (path == nullptr)
         return nullptr;
-    // Deliberately not looked at: a path that does not fit is an answer all the same.
+    // The result is deliberately ignored: a path that does not fit is a success too.
     static_cast<void>(CFStringGetCString(path, buffer, static_cast<CFIndex>(capacity),
                                          CFStringGetSystemEncoding()));
     CFRelease(path);
@@ -133,7 +133,7 @@ char *platform_os_version(char *buffer, std::size_t capacity)
     if (Gestalt(system_version_selector, &version) == 0)
         return platform_format_system_version(static_cast<std::uint32_t>(version), buffer,
                                               capacity);
-    return copy_string_bounded(buffer, "unknown", capacity); // fills the rest with terminators
+    return copy_string_bounded(buffer, "unknown", capacity); // fills the rest with NULs
 }
 
 std::int32_t platform_make_ref(const char *path, PlatformFileRef *ref)
@@ -148,7 +148,7 @@ std::int32_t platform_open_ref(PlatformFileRef ref)
 
 std::int32_t platform_open_path(const char *path)
 {
-    // Where the path names nothing, the reference stays zero and the status is that of opening it.
+    // If the path does not exist, the reference stays zero, and the status is that of opening it.
     PlatformFileRef ref = {};
     static_cast<void>(platform_make_ref(path, &ref));
     return platform_open_ref(ref);
@@ -156,7 +156,7 @@ std::int32_t platform_open_path(const char *path)
 
 std::int32_t platform_open_url(const char *address, std::size_t count)
 {
-    CFURLRef url = make_address(address, count);
+    CFURLRef url = make_url(address, count);
     if (url == nullptr)
         return PlatformNoAddress;
     const std::int32_t status = LSOpenCFURLRef(url, nullptr);
@@ -167,24 +167,24 @@ std::int32_t platform_open_url(const char *address, std::size_t count)
 char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location,
                            const char *resource_name)
 {
-    // Asked for every location, also for those that have nothing to do with the main bundle:
-    // without one, no location has a path.
+    // Required for every location, even those outside the main bundle: without one, no location has
+    // a path.
     CFBundleRef main_bundle = CFBundleGetMainBundle();
     if (main_bundle == nullptr)
         return nullptr;
-    return take_path(copy_location(main_bundle, location, resource_name), buffer, capacity);
+    return write_path(copy_location(main_bundle, location, resource_name), buffer, capacity);
 }
 
 char *platform_plugin_bundle_path(char *buffer, std::size_t capacity)
 {
-    return take_path(copy_bundle_folder(QUINTRAL_PLUGIN_IDENTIFIER), buffer, capacity);
+    return write_path(copy_bundle_folder(QUINTRAL_PLUGIN_IDENTIFIER), buffer, capacity);
 }
 
 int platform_plugin_resource_path(const char *resource_name, char *buffer, std::size_t capacity)
 {
     CFBundleRef bundle = find_bundle(QUINTRAL_PLUGIN_IDENTIFIER);
     if (bundle != nullptr)
-        take_path(copy_resource(bundle, resource_name), buffer, capacity);
+        write_path(copy_resource(bundle, resource_name), buffer, capacity);
     return 0;
 }
 

@@ -1,9 +1,9 @@
-// Two processes stand between the caller and what it opens. The watcher, a child of the caller,
-// starts the opener, which becomes xdg-open; it reports through a pipe how the opener ended and
-// ends itself after a second at the latest. So the caller can always wait for its own child, an
-// opener that works on is nobody's zombie, and a host that has SIGCHLD ignored or waits for every
-// child itself takes no status away: the pipe has it. A watcher that does not come to its end, as
-// one that somebody has stopped, is ended by the caller.
+// Two processes are used. The watcher, a child of the caller, starts the opener, which becomes
+// xdg-open. The watcher reports through a pipe how the opener ended, and exits after one second at
+// the latest. So the caller can always wait for its own child, a long-running opener never becomes
+// a zombie, and the exit status is not lost if the host ignores SIGCHLD or reaps all children,
+// because it is sent through the pipe. A watcher that does not exit in time, for example because it
+// was stopped, is killed by the caller.
 #include "platform/xdg-open-linux.h"
 
 #include "platform/path-linux.h"
@@ -26,30 +26,31 @@
 namespace quintral {
 namespace {
 
-constexpr unsigned patience_seconds = 1;
-constexpr std::int64_t watcher_milliseconds = 1250; // for the second and for what starts the opener
+constexpr unsigned opener_seconds = 1;
+constexpr std::int64_t watcher_milliseconds = 1250; // the second, and the time to start the opener
 constexpr std::int32_t not_opened = -1;
-constexpr std::int32_t still_at_work = 0;
+constexpr std::int32_t still_running = 0;
 
-// Everything that the opener needs, found before the fork.
+// Everything that the opener needs, prepared before the fork.
 struct Launch {
     const char *program;
     char *const *arguments;
     char *const *environment;
 };
 
-// What the watcher tells the caller.
+// What the watcher sends to the caller.
 struct Report {
     std::int32_t status;
     std::int32_t is_last;
 };
 
-// From here to run_watcher: what runs in copies of a host that may have many threads, any of which
-// may have held a lock. Async-signal-safe calls only, and fork, whose handlers are the host's own.
+// The code from here to run_watcher runs in forked copies of a host that may have many threads, any
+// of which may have held a lock. It makes only async-signal-safe calls, and fork, whose handlers
+// are the host's responsibility.
 
-constexpr int report_descriptor = 3; // where the watcher keeps its end of the pipe
+constexpr int report_descriptor = 3; // the watcher's end of the pipe
 
-// A pipe takes a record of this size whole, and an empty one always has room for the three.
+// Writing a record of this size to a pipe is atomic, and an empty pipe can always hold all three.
 void send_report(const Report &report)
 {
     static_cast<void>(!write(report_descriptor, &report, sizeof report));
@@ -57,17 +58,17 @@ void send_report(const Report &report)
 
 void end_watcher(int)
 {
-    send_report({still_at_work, true});
+    send_report({still_running, true});
     _exit(0);
 }
 
-// Every signal is blocked at this time and stays so, save SIGALRM while the watcher waits.
-void settle_signals()
+// All signals are blocked here and stay blocked, except SIGALRM while the watcher waits.
+void reset_signals()
 {
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; ++number)
-        sigaction(number, &action, nullptr); // fails for SIGKILL and SIGSTOP, which is well
+        sigaction(number, &action, nullptr); // fails for SIGKILL and SIGSTOP, which is fine
     action.sa_handler = end_watcher;
     sigaction(SIGALRM, &action, nullptr);
 }
@@ -77,7 +78,8 @@ void set_blocked_signals(const sigset_t *signals)
     sigprocmask(SIG_SETMASK, signals, nullptr);
 }
 
-// The names are numbers, "." and ".." apart.
+// Closes the descriptor that an entry of /proc/self/fd names, if it is at least `first` and not the
+// list itself. "." and ".." read as 0.
 void close_listed(const char *name, int first, int list)
 {
     int number = 0;
@@ -95,10 +97,10 @@ bool close_by_list(int first)
     alignas(dirent64) char entries[2048];
     ssize_t size = getdents64(list, entries, sizeof entries);
     for (; size > 0; size = getdents64(list, entries, sizeof entries)) {
-        for (ssize_t at = 0; at < size;) {
-            const auto *entry = reinterpret_cast<const dirent64 *>(entries + at);
+        for (ssize_t offset = 0; offset < size;) {
+            const auto *entry = reinterpret_cast<const dirent64 *>(entries + offset);
             close_listed(entry->d_name, first, list);
-            at += entry->d_reclen;
+            offset += entry->d_reclen;
         }
     }
     close(list);
@@ -111,7 +113,7 @@ bool close_descriptors_from(int first)
     return syscall(SYS_close_range, first, ~0U, 0) == 0 || close_by_list(first);
 }
 
-bool take_report_end(int report)
+bool move_report_end(int report)
 {
     if (report == report_descriptor)
         return true;
@@ -135,15 +137,16 @@ bool detach_streams()
     return true;
 }
 
-// The host's other descriptors go before the new ones come: it may have used up its limit. It also
-// waits for the end of files that a watcher would hold open.
-bool settle_descriptors(int report)
+// Closes the host's other descriptors before it opens new ones, because the host may have reached
+// its limit. The host may also be waiting for the end of a file that the watcher would keep open.
+bool reset_descriptors(int report)
 {
-    return take_report_end(report) && close_descriptors_from(report_descriptor + 1) &&
+    return move_report_end(report) && close_descriptors_from(report_descriptor + 1) &&
            detach_streams();
 }
 
-// Becomes xdg-open. Where that fails the opener ends by a signal, which no exit status looks like.
+// Becomes xdg-open. If that fails, the opener kills itself, since any exit status could be that of
+// xdg-open.
 [[noreturn]] void run_opener(const Launch &launch)
 {
     close(report_descriptor);
@@ -155,10 +158,10 @@ bool settle_descriptors(int report)
     _exit(127);
 }
 
-// The alarm ends the wait, and the watcher with it, by end_watcher.
+// The alarm ends the wait, and with it the watcher, in end_watcher.
 void watch_opener(pid_t opener)
 {
-    send_report({still_at_work, false});
+    send_report({still_running, false});
     sigset_t all_but_alarm;
     sigfillset(&all_but_alarm);
     sigdelset(&all_but_alarm, SIGALRM);
@@ -171,9 +174,9 @@ void watch_opener(pid_t opener)
 [[noreturn]] void run_watcher(const Launch &launch, int report)
 {
     setsid();
-    settle_signals();
-    alarm(patience_seconds);
-    if (!settle_descriptors(report))
+    reset_signals();
+    alarm(opener_seconds);
+    if (!reset_descriptors(report))
         _exit(0);
     const pid_t opener = fork();
     if (opener == 0)
@@ -183,19 +186,19 @@ void watch_opener(pid_t opener)
     _exit(0);
 }
 
-// From here on: the caller.
+// The code from here on runs in the caller.
 
-// Signals are blocked over the fork, so that none of the host's handlers runs in the watcher.
+// Signals are blocked during the fork, so that none of the host's handlers runs in the watcher.
 pid_t start_watcher(const Launch &launch, int report)
 {
     sigset_t all;
-    sigset_t own;
+    sigset_t previous;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &own);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);
     const pid_t watcher = fork();
     if (watcher == 0)
         run_watcher(launch, report);
-    pthread_sigmask(SIG_SETMASK, &own, nullptr);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     return watcher;
 }
 
@@ -206,7 +209,7 @@ std::int64_t milliseconds_now()
     return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-// True when there may be something to read, false when the time is over.
+// Returns true if there may be something to read, false when the deadline has passed.
 bool wait_for_report(int descriptor, std::int64_t deadline)
 {
     for (;;) {
@@ -220,21 +223,21 @@ bool wait_for_report(int descriptor, std::int64_t deadline)
     }
 }
 
-// The status of the last report that comes. The end of the pipe alone would not do: a process that
-// another thread of the host forked at the same time may hold a copy of the writing end.
+// Returns the status of the last report. Waiting for the end of the pipe is not enough: a process
+// forked at the same time by another thread of the host may have a copy of the write end.
 std::int32_t await_status(int descriptor)
 {
     const std::int64_t deadline = milliseconds_now() + watcher_milliseconds;
     Report report = {not_opened, false};
     while (report.is_last == 0 && wait_for_report(descriptor, deadline)) {
         if (read(descriptor, &report, sizeof report) != sizeof report)
-            break; // the watcher is gone
+            break; // the watcher has exited
     }
     return report.status;
 }
 
-// A watcher that is no child of the host any more has been waited for by the host itself, and its
-// number may be another process's.
+// Kills the watcher only if it is still a child: otherwise the host itself has reaped it, and its
+// process id may belong to another process.
 void end_and_reap(pid_t watcher)
 {
     siginfo_t state = {};
@@ -244,7 +247,7 @@ void end_and_reap(pid_t watcher)
     }
 }
 
-// True with the program's path where the folder is absolute and holds it.
+// Returns true, with the program's path, if the folder is absolute and contains the program.
 bool find_in_folder(const char *folder, std::size_t length, char *program, std::size_t capacity)
 {
     if (folder[0] != '/' || length >= capacity)

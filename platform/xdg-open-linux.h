@@ -1,4 +1,4 @@
-// How the desktop is asked on Linux. Private to the platform library.
+// Opening something in the desktop on Linux. Private to the platform library.
 #ifndef QUINTRAL_PLATFORM_XDG_OPEN_LINUX_H
 #define QUINTRAL_PLATFORM_XDG_OPEN_LINUX_H
 
@@ -6,18 +6,18 @@
 
 namespace quintral {
 
-// Has xdg-open open the argument, which it gets as its only one, and waits for at most a second.
+// Runs xdg-open with the argument as its only one, and waits for it for at most one second.
 //
-// Returns the exit status where it ended by then, 0 where it is still at work; -1 where the folders
-// of PATH hold no xdg-open, it cannot be started or a signal ended it. Only absolute folders of
-// PATH count: the current folder never supplies the program.
+// Returns its exit status; 0 if it is still running; or -1 if no folder in PATH contains xdg-open,
+// if it cannot be started, or if it was killed by a signal. Only absolute folders in PATH are
+// searched, so the program is never taken from the current folder.
 //
-// xdg-open, and what it starts, has a session of its own, /dev/null for its standard streams, no
-// other descriptor, no blocked or ignored signal, and the caller's environment and working folder.
-// It is never the caller's child and leaves no zombie, unless the caller is the process that gets
-// the system's orphans. The caller gets one more SIGCHLD; its handlers and blocked signals stay as
-// they are, and they may do with that child as they like. Safe from several threads at a time.
-// Requires: the argument is a checked address or an absolute path, so that it is no option.
+// xdg-open, and what it starts, runs in its own session, with /dev/null as its standard streams, no
+// other descriptors, no blocked or ignored signals, and the caller's environment and working
+// folder. It is never a child of the caller and leaves no zombie, unless the caller is the process
+// that adopts orphans. The caller gets one additional SIGCHLD; its signal handlers and mask are not
+// changed, and its handlers may wait for that child. Safe to call from several threads at once.
+// Requires: argument is a validated URL or an absolute path, so that it is not taken for an option.
 std::int32_t platform_xdg_open(const char *argument);
 
 } // namespace quintral
