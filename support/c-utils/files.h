@@ -42,8 +42,8 @@ using FileCallback = int (*)(const char *path, void *user_value);
 // With OpenReport or OpenFatal, a failure is reported at level Error: as "Write of PATH failed at
 // open: REASON" if the mode begins with 'w', and as "Open of PATH failed: REASON" for every other
 // mode, including 'a'. OpenFatal then throws QuintralAbortException with code 1, file
-// "support/c-utils" and line 369 instead of returning null.
-// If the result is null and no failure was reported, errno is that of the open.
+// "support/c-utils" and line 369 instead of returning null. If the result is null and no failure
+// was reported, errno is that of the open.
 // Requires: path and mode are terminated; mode is valid for std::fopen.
 std::FILE *open_file(const char *path, const char *mode, unsigned flags);
 
