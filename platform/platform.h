@@ -45,10 +45,10 @@ char *platform_format_system_version(std::uint32_t system_version, char *buffer,
 //
 // A status of 0 means that the desktop accepted the request, not that anything is visible yet. On
 // macOS any other status comes from Launch Services. On Linux the request is passed to xdg-open,
-// which is awaited for at most one second: the status is its exit status, 0 if it is still running,
-// or -1 if it cannot be started or was killed by a signal. The launched program is never a child of
-// the caller and leaves no zombie; a process that adopts orphans (PID 1 in a container, a
-// subreaper) adopts this one too. The caller gets one SIGCHLD.
+// and the call waits at most one second: the status is the exit status of xdg-open, 0 if it is
+// still running, or -1 if it cannot be started or was killed by a signal. The launched program is
+// never a child of the caller and leaves no zombie; a process that adopts orphans (PID 1 in a
+// container, a subreaper) adopts this one too. The caller gets one SIGCHLD.
 
 // Status for input that is not a valid URL.
 constexpr std::int32_t PlatformNoAddress = -30773;
@@ -59,8 +59,8 @@ constexpr std::int32_t PlatformNoAddress = -30773;
 std::int32_t platform_make_ref(const char *path, PlatformFileRef *ref);
 
 // Opens a file with its application, or a folder in the file browser. Returns the status; on Linux
-// -1 for a path that contains a backslash or a line feed, because xdg-open would open a different
-// one.
+// -1 for a path that contains a backslash or a line feed, because xdg-open would open something
+// else.
 // Requires: ref was filled by platform_make_ref.
 std::int32_t platform_open_ref(PlatformFileRef ref);
 

@@ -7,6 +7,7 @@
 #include "platform/xdg-open-linux.h"
 
 #include "platform/path-linux.h"
+#include "support/ascii.h"
 
 #include <cerrno>
 #include <climits>
@@ -82,9 +83,7 @@ void set_blocked_signals(const sigset_t *signals)
 // list itself. "." and ".." read as 0.
 void close_listed(const char *name, int first, int list)
 {
-    int number = 0;
-    for (; *name >= '0' && *name <= '9'; ++name)
-        number = number * 10 + (*name - '0');
+    const int number = ascii_to_int(name);
     if (number >= first && number != list)
         close(number);
 }

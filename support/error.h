@@ -99,7 +99,7 @@ MessageHandler set_message_handler(MessageHandler handler);
 
 // Text
 
-// Shows a text of any length to the user: passes it to the message log, then to the print handler
+// Shows text of any length to the user: passes it to the message log, then to the print handler
 // with its tag. Does nothing for an empty text.
 // Requires: text and tag are terminated.
 void print_text(const char *text, const char *tag);
@@ -132,7 +132,7 @@ int log_message(const char *text);
 
 // Indented output
 
-// Writes a text, formatted as by printf, to the output stream and flushes the stream once. Returns
+// Writes text, formatted as by printf, to the output stream and flushes the stream once. Returns
 // the result of the flush, 0 or EOF. A result of 0 does not guarantee that everything was written:
 // an unbuffered stream, or one whose buffer the text fills, can fail before the flush. Check
 // std::ferror as well.

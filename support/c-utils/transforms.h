@@ -106,12 +106,12 @@ void replace_all(const char *find, const char *replacement, const char *source, 
 
 // Words
 
-// Copies word n of a text, counted from 0 (a negative n counts as 0). Words are separated by runs
-// of spaces, tabs, line feeds and backslashes. Returns the word's offset in the text in bytes; or
+// Copies word n of a string, counted from 0 (a negative n counts as 0). Words are separated by runs
+// of spaces, tabs, line feeds and backslashes. Returns the word's offset in the string in bytes; or
 // -1, with an empty destination, if there are fewer words.
 //
-// A text of 2048 bytes or more is a programming error and calls abort.
-// Requires: destination is large enough for the word and a terminator. It may be the text itself.
+// A string of 2048 bytes or more is a programming error and calls abort.
+// Requires: destination is large enough for the word and a terminator. It may be the string itself.
 std::int32_t nth_word(const char *text, std::int32_t n, char *destination);
 
 // Returns the number of bytes before the first white-space byte, or the length if there is none.
@@ -131,7 +131,7 @@ std::int32_t compare_words(const char *first, const char *second);
 
 // Plausibility and numbers
 
-// Returns 1 if a text may be an e-mail address: if, after leading white space, it is at least 6
+// Returns 1 if a string may be an e-mail address: if, after leading white space, it is at least 6
 // bytes long and contains an '@' and a '.' (anywhere). Also returns 1 if nothing follows the white
 // space, since an empty field counts as valid. Otherwise returns 0.
 int looks_like_email(const char *text);
