@@ -21,7 +21,7 @@ fi
 
 # probe PRESET TARGET: builds the probe as the preset builds the project; its output in probe.log.
 probe() {
-  cmake -S tests/macos-probe -B "build/$1/probe" -G Ninja \
+  cmake -S tests/macos-frameworks/probe -B "build/$1/probe" -G Ninja \
     --toolchain "$PWD/cmake/MacosCheck.cmake" -DQUINTRAL_MACOS_TARGET="$2" \
     -DQUINTRAL_MACOS_HEADERS="$PWD/$includes" \
     >"build/$1/probe.log" 2>&1 || { cat "build/$1/probe.log" && fail "cannot configure the probe"; }
