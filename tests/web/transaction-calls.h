@@ -28,6 +28,11 @@ using Text = std::optional<std::string>; // none for a null pointer
 
 inline const Text none;
 
+inline const char *const good_header = "HTTP/1.0 200 OK\r\nA: b\r\n\r";
+inline const std::string good_reply = std::string(good_header) + "\nbody";
+inline const char *const timeout_error = "Timeout waiting for web site";
+inline const char *const cancel_error = "User canceled web transaction";
+
 struct WebCall {
     std::string url;
     const char *method = "GET";
@@ -70,6 +75,19 @@ inline std::string call_web(const WebCall &call)
     return outcome(result, header_text, taken(body), web_last_error());
 }
 
+// web_exchange, which web_request is built on, with a peer.
+inline std::string call_exchange(const LoopbackPeer &peer, const char *method,
+                                 const std::string &extra_header, const std::string &body)
+{
+    char *header = nullptr;
+    char *body_out = nullptr;
+    const int result =
+        web_exchange("HTTP", "127.0.0.1", "/the path", peer.port(), method, extra_header, body,
+                     &header, &body_out, nullptr, 0, nullptr, nullptr);
+    const Text header_text = taken(header);
+    return outcome(result, header_text, taken(body_out), web_last_error());
+}
+
 inline std::string url_of(const LoopbackPeer &peer, const std::string &path = "/")
 {
     return "http://" + peer.address() + path;
@@ -81,9 +99,50 @@ inline std::string detail_of(int error)
     return "code " + std::to_string(error) + ": " + std::strerror(error);
 }
 
+// Scripts of a peer
+
+inline PeerScript answering(const std::string &reply)
+{
+    return {{PeerAct::ReadRequest}, {PeerAct::Send, reply}};
+}
+
+inline PeerScript answering_after(int milliseconds)
+{
+    return {
+        {PeerAct::ReadRequest}, {PeerAct::Pause, "", milliseconds}, {PeerAct::Send, good_reply}};
+}
+
+// Sends the reply, waits until it has been read and resets the connection.
+inline PeerScript resetting_after(const std::string &reply)
+{
+    return {{PeerAct::ReadRequest},
+            {PeerAct::Send, reply},
+            {PeerAct::Pause, "", 300},
+            {PeerAct::Reset}};
+}
+
+struct ReplyRow {
+    const char *name;
+    PeerScript script;
+    std::string expected;
+};
+
+inline void check_reply_row(const ReplyRow &row)
+{
+    SCOPED_TRACE(row.name);
+    LoopbackPeer peer({row.script});
+    EXPECT_EQ(call_web({url_of(peer)}), row.expected);
+}
+
 inline long long milliseconds_since(Clock::time_point start)
 {
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+// A receive that fails because the peer reset the connection.
+inline std::string reset_error()
+{
+    return "Error receiving data from web site: " + detail_of(ECONNRESET);
 }
 
 // Leaves the client as it was at the start of the process.
@@ -103,6 +162,11 @@ inline void count_call(void *counter)
 }
 
 inline void request_cancel(void * /*user_data*/)
+{
+    web_cancel_requested = 1;
+}
+
+inline void cancel_on_signal(int /*signal*/)
 {
     web_cancel_requested = 1;
 }

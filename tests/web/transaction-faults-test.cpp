@@ -414,8 +414,6 @@ void operator delete(void *block, std::size_t /*size*/) noexcept
 namespace quintral {
 namespace {
 
-const char *const timeout_error = "Timeout waiting for web site";
-const char *const cancel_error = "User canceled web transaction";
 const char *const web_url = "http://Web:81/p";
 
 const std::string header_wait = "select 1024 0 s 100000 us";

@@ -1,0 +1,137 @@
+// What a transaction leaves alone in its host program: signals, descriptors, the socket on exec.
+#include "tests/harness/child-process.h"
+#include "tests/harness/loopback-peer.h"
+#include "tests/web/transaction-calls.h"
+#include "web/transaction.h"
+
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace quintral {
+namespace {
+
+using namespace tests;
+
+volatile std::sig_atomic_t pipe_signals = 0;
+
+void count_pipe_signal(int /*signal*/)
+{
+    pipe_signals = pipe_signals + 1;
+}
+
+// In a child: an exchange that goes on sending after the peer's reset, under the given handling of
+// SIGPIPE. Returns 0, or a number that says what has been disturbed.
+int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
+{
+    struct sigaction set = {};
+    struct sigaction seen = {};
+    set.sa_handler = handler;
+    set.sa_flags = SA_NODEFER;
+    sigaction(SIGPIPE, &set, nullptr);
+    // More than the sockets hold: the reset comes while it is sent, and nine pieces follow.
+    const std::string path(30000000, 'p');
+    const std::string body(30000000, 'b');
+    char *header = nullptr;
+    char *body_out = nullptr;
+    web_exchange("HTTP", "127.0.0.1", path.c_str(), peer.port(), "POST", "A: b", body, &header,
+                 &body_out, nullptr, 0, nullptr, nullptr);
+    std::free(header);
+    std::free(body_out);
+    sigset_t pending;
+    sigset_t blocked;
+    sigpending(&pending);
+    sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    sigaction(SIGPIPE, nullptr, &seen);
+    if (seen.sa_handler != handler || (seen.sa_flags & SA_NODEFER) == 0)
+        return 1;
+    if (sigismember(&pending, SIGPIPE) == 1 || sigismember(&blocked, SIGPIPE) == 1)
+        return 2;
+    return pipe_signals == 0 ? 0 : 3;
+}
+
+TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndLeavesItsHandlingAlone)
+{
+    const struct {
+        const char *name;
+        void (*handler)(int);
+    } rows[] = {{"default", SIG_DFL}, {"ignored", SIG_IGN}, {"handled", count_pipe_signal}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        LoopbackPeer peer({{{PeerAct::Reset}}});
+        const ChildResult result =
+            run_child_function([&] { return send_into_broken_connection(peer, row.handler); });
+        EXPECT_EQ(result.signal, 0);
+        EXPECT_EQ(result.exit_status, 0);
+    }
+}
+
+struct DescriptorSighting {
+    std::uint16_t peer_port;
+    int connections;           // of this process to the peer
+    std::string listed_before; // what a started program finds open
+    std::string listed;
+};
+
+std::string descriptors_of_a_program()
+{
+    return run_child({"ls", "/dev/fd"}).output;
+}
+
+int connections_to(std::uint16_t port)
+{
+    int count = 0;
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        sockaddr_in address = {};
+        socklen_t size = sizeof address;
+        if (getpeername(descriptor, reinterpret_cast<sockaddr *>(&address), &size) == 0 &&
+            address.sin_family == AF_INET && ntohs(address.sin_port) == port)
+            ++count;
+    }
+    return count;
+}
+
+void look_at_descriptors(void *user_data)
+{
+    DescriptorSighting &sighting = *static_cast<DescriptorSighting *>(user_data);
+    sighting.connections = connections_to(sighting.peer_port);
+    sighting.listed = descriptors_of_a_program();
+    web_cancel_requested = 1;
+}
+
+TEST_F(WebTransaction, AProgramStartedMeanwhileDoesNotInheritTheSocket)
+{
+    LoopbackPeer peer({{{PeerAct::Hold}}});
+    DescriptorSighting sighting = {peer.port(), 0, descriptors_of_a_program(), ""};
+    web_set_idle_hook(look_at_descriptors, &sighting);
+    EXPECT_EQ(call_web({url_of(peer)}), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(sighting.connections, 1);
+    EXPECT_NE(sighting.listed, "");
+    EXPECT_EQ(sighting.listed, sighting.listed_before);
+}
+
+struct HookFault {};
+
+void throw_fault(void *)
+{
+    throw HookFault();
+}
+
+// A failed assertion of a plug-in throws out of its hook.
+TEST_F(WebTransaction, AHookThatThrowsLeavesNoSocketBehind)
+{
+    LoopbackPeer peer({{{PeerAct::Hold}}});
+    web_set_idle_hook(throw_fault, nullptr);
+    EXPECT_THROW(call_web({url_of(peer)}), HookFault);
+    EXPECT_EQ(connections_to(peer.port()), 0);
+}
+
+} // namespace
+} // namespace quintral

@@ -1,0 +1,211 @@
+// The idle hook, cancelling and the time limit, over real sockets. The cases that wait out the time
+// limit are tests of their own, so that they run side by side.
+#include "tests/harness/loopback-peer.h"
+#include "tests/web/transaction-calls.h"
+#include "web/transaction.h"
+
+#include <csignal>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <sys/time.h>
+
+namespace quintral {
+namespace {
+
+using namespace tests;
+
+const int cancel_at_start = web_cancel_requested;
+
+// The idle hook and the cancel flag
+
+TEST_F(WebTransaction, TheIdleHookIsCalledAboutTenTimesASecondInTheHeaderPhase)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    const auto start = Clock::now();
+    check_reply_row(
+        {"a second's thought", answering_after(1000), outcome(WebOk, good_header, "body", "")});
+    // Each call stands behind a wait of 100 ms; a machine under load makes fewer, never more.
+    EXPECT_GE(calls, 3);
+    EXPECT_LE(calls, milliseconds_since(start) / 100);
+}
+
+TEST_F(WebTransaction, TheIdleHookIsNotCalledInAShortSilenceOfTheBodyPhase)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    LoopbackPeer peer({{{PeerAct::Send, good_reply}, // before the request, so that nothing waits
+                        {PeerAct::ReadRequest},
+                        {PeerAct::Pause, "", 1500},
+                        {PeerAct::Send, " more"}}});
+    EXPECT_EQ(call_web({url_of(peer)}), outcome(WebOk, good_header, "body more", ""));
+    // A call or two may stand before the header's first byte; ten a second would make 15.
+    EXPECT_LT(calls, 8);
+}
+
+TEST_F(WebTransaction, TheIdleHookStaysForTheNextTransactionUntilReplaced)
+{
+    int first = 0;
+    int second = 0;
+    web_set_idle_hook(count_call, &first);
+    LoopbackPeer peer({answering_after(500)});
+    call_web({url_of(peer)});
+    const int after_one = first;
+    call_web({url_of(peer)});
+    const int after_two = first;
+    EXPECT_GT(after_one, 0);
+    EXPECT_GT(after_two, after_one);
+    web_set_idle_hook(count_call, &second);
+    call_web({url_of(peer)});
+    EXPECT_GT(second, 0);
+    const int second_calls = second;
+    web_set_idle_hook(nullptr, &second);
+    EXPECT_EQ(call_web({url_of(peer)}), outcome(WebOk, good_header, "body", ""));
+    EXPECT_EQ(first, after_two);
+    EXPECT_EQ(second, second_calls);
+}
+
+TEST_F(WebTransaction, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
+{
+    const ReplyRow rows[] = {
+        {"before any byte", {{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error)},
+        {"within the header",
+         {{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0 200 OK\r\n"}, {PeerAct::Hold}},
+         outcome(WebCancelled, none, none, cancel_error)},
+    };
+    for (const ReplyRow &row : rows) {
+        web_set_idle_hook(request_cancel, nullptr);
+        const auto start = Clock::now();
+        check_reply_row(row);
+        EXPECT_LT(milliseconds_since(start), 5000) << row.name;
+        EXPECT_EQ(web_cancel_requested, 0) << row.name;
+    }
+}
+
+TEST_F(WebTransaction, AFlagSetBeforehandCancelsAtTheFirstSilentWaitWithoutAskingTheHook)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    web_cancel_requested = 7;
+    check_reply_row({"silent", {{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error)});
+    EXPECT_EQ(calls, 0);
+    EXPECT_EQ(web_cancel_requested, 0);
+    check_reply_row(
+        {"the next one", answering(good_reply), outcome(WebOk, good_header, "body", "")});
+}
+
+TEST_F(WebTransaction, AFailureBeforeTheReplyLeavesTheFlagSet)
+{
+    web_cancel_requested = 1;
+    call_web({"https://127.0.0.1/"});
+    call_web({"http://127.0.0.1:" + std::to_string(refused_port()) + "/"});
+    EXPECT_EQ(web_cancel_requested, 1);
+}
+
+// A signal interrupts the long wait of the body phase, and the flag is seen then.
+TEST_F(WebTransaction, AFlagSetByASignalCancelsTheBodyPhase)
+{
+    struct sigaction action = {};
+    struct sigaction before = {};
+    action.sa_handler = cancel_on_signal;
+    action.sa_flags = SA_RESTART;
+    ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+    const itimerval in_a_second = {{0, 0}, {1, 0}};
+    const itimerval off = {};
+    ASSERT_EQ(setitimer(ITIMER_REAL, &in_a_second, nullptr), 0);
+    const auto start = Clock::now();
+    check_reply_row({"silent in the body",
+                     {{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
+                     outcome(WebCancelled, good_header, none, cancel_error)});
+    EXPECT_LT(milliseconds_since(start), 9000);
+    EXPECT_EQ(web_cancel_requested, 0);
+    setitimer(ITIMER_REAL, &off, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+}
+
+TEST_F(WebTransaction, TheCancelFlagIs0AtTheStartOfTheProcess)
+{
+    EXPECT_EQ(cancel_at_start, 0);
+}
+
+// The time limit: each of these tests takes ten seconds and more.
+
+void check_timeout(const PeerScript &script, const std::string &expected)
+{
+    const auto start = Clock::now();
+    check_reply_row({"silence", script, expected});
+    EXPECT_GE(milliseconds_since(start), 9990);
+    EXPECT_LT(milliseconds_since(start), 20000);
+}
+
+TEST_F(WebTransaction, SlowTimeoutBeforeTheFirstByteCallsTheHookAllTheWhile)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    check_timeout({{PeerAct::Hold}}, outcome(WebTimedOut, none, none, timeout_error));
+    EXPECT_GE(calls, 30);
+    EXPECT_LE(calls, 101);
+}
+
+TEST_F(WebTransaction, SlowTimeoutWithinTheHeaderDeliversNothing)
+{
+    check_timeout(
+        {{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0 200 OK\r\nA"}, {PeerAct::Hold}},
+        outcome(WebTimedOut, none, none, timeout_error));
+}
+
+Clock::time_point body_test_start;
+int late_calls = 0;
+
+// Leaves the short waits of the header phase alone.
+void cancel_late(void * /*user_data*/)
+{
+    if (milliseconds_since(body_test_start) < 5000)
+        return;
+    ++late_calls;
+    web_cancel_requested = 1;
+}
+
+// The wait of the body phase is as long as the limit: the hook is called once, and what it asks for
+// comes too late for this transaction and stops the next one.
+TEST_F(WebTransaction, SlowTimeoutInTheBodyDeliversTheHeaderAndCallsTheHookOnce)
+{
+    body_test_start = Clock::now();
+    late_calls = 0;
+    web_set_idle_hook(cancel_late, nullptr);
+    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
+                  outcome(WebTimedOut, good_header, none, timeout_error));
+    EXPECT_EQ(late_calls, 1);
+    EXPECT_NE(web_cancel_requested, 0);
+    check_reply_row(
+        {"the next one", {{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error)});
+}
+
+TEST_F(WebTransaction, SlowTimeoutBehindAHeaderWithoutBody)
+{
+    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, "A: b\r\n\r\n"}, {PeerAct::Hold}},
+                  outcome(WebTimedOut, "A: b\r\n\r", none, timeout_error));
+}
+
+TEST_F(WebTransaction, SlowEachByteOfTheHeaderStartsTheLimitAnew)
+{
+    check_reply_row({"four seconds a byte",
+                     {{PeerAct::ReadRequest}, {PeerAct::Trickle, "A\n\n", 4000}},
+                     outcome(WebOk, "A\n", "", "")});
+}
+
+TEST_F(WebTransaction, SlowEachChunkOfTheBodyStartsTheLimitAnew)
+{
+    check_reply_row({"six seconds a chunk",
+                     {{PeerAct::ReadRequest},
+                      {PeerAct::Send, "A\n\n"},
+                      {PeerAct::Pause, "", 6000},
+                      {PeerAct::Send, "x"},
+                      {PeerAct::Pause, "", 6000},
+                      {PeerAct::Send, "y"}},
+                     outcome(WebOk, "A\n", "xy", "")});
+}
+
+} // namespace
+} // namespace quintral
