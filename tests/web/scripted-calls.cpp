@@ -1,0 +1,307 @@
+#include "tests/web/scripted-calls.h"
+
+#include "tests/web/counted-memory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+extern "C" {
+hostent *__real_gethostbyname(const char *name);
+int __real_gettimeofday(timeval *now, void *zone);
+int __real_socket(int domain, int type, int protocol);
+int __real_connect(int descriptor, const sockaddr *address, socklen_t size);
+ssize_t __real_send(int descriptor, const void *bytes, size_t length, int flags);
+ssize_t __real_recv(int descriptor, void *bytes, size_t size, int flags);
+int __real_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout);
+int __real_poll(pollfd *entries, nfds_t count, int milliseconds);
+int __real_close(int descriptor);
+char *__real_strerror(int error);
+
+hostent *__wrap_gethostbyname(const char *name);
+int __wrap_gettimeofday(timeval *now, void *zone);
+int __wrap_socket(int domain, int type, int protocol);
+int __wrap_connect(int descriptor, const sockaddr *address, socklen_t size);
+ssize_t __wrap_send(int descriptor, const void *bytes, size_t length, int flags);
+ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags);
+int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout);
+int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds);
+int __wrap_close(int descriptor);
+char *__wrap_strerror(int error);
+}
+
+namespace quintral::tests {
+
+Stage stage;
+
+namespace {
+
+const pthread_t test_thread = pthread_self();
+
+// The thread comes first: other threads must not read a record that the test is changing.
+bool is_scripted()
+{
+    return pthread_equal(pthread_self(), test_thread) != 0 && stage.scripted;
+}
+
+// A client that goes on for ever would fill the memory before any time limit ends it.
+constexpr std::size_t most_calls = 1000000;
+
+void note(const std::string &call)
+{
+    stage.calls.push_back(call);
+    if (stage.calls.size() < most_calls)
+        return;
+    std::fputs("the exchange does not end\n", stderr);
+    std::abort();
+}
+
+int fail_with(int error)
+{
+    errno = error;
+    return -1;
+}
+
+hostent *scripted_host()
+{
+    static hostent host;
+    static std::vector<std::string> bytes;
+    static std::vector<char *> list;
+    static char name[] = "name";
+    bytes.clear();
+    list.clear();
+    for (const std::string &address : stage.host.addresses) {
+        std::string four(16, '\0'); // room for the longest length that a test gives
+        inet_pton(AF_INET, address.c_str(), four.data());
+        bytes.push_back(four);
+    }
+    for (std::string &four : bytes)
+        list.push_back(four.data());
+    list.push_back(nullptr);
+    host = {};
+    host.h_name = name;
+    host.h_addrtype = stage.host.family;
+    host.h_length = stage.host.length;
+    host.h_addr_list = list.data();
+    return &host;
+}
+
+// Lets the scripted time pass up to the next arrival, for at most the timeout. True when something
+// has arrived.
+bool scripted_wait(std::int64_t timeout)
+{
+    if (stage.arrivals.empty())
+        return true;
+    std::int64_t &silence = stage.arrivals.front().silence;
+    const std::int64_t passed = std::min(timeout, silence);
+    silence -= passed;
+    stage.now += passed;
+    if (silence == 0)
+        return true;
+    stage.now += stage.clock_jump;
+    stage.clock_jump = 0;
+    return false;
+}
+
+int scripted_wait_result(std::int64_t timeout)
+{
+    if (stage.wait_failures > 0) {
+        --stage.wait_failures;
+        return fail_with(EINTR);
+    }
+    return scripted_wait(timeout) ? 1 : 0;
+}
+
+ssize_t scripted_receive(void *bytes, std::size_t size)
+{
+    if (stage.arrivals.empty())
+        return 0;
+    Arrival &next = stage.arrivals.front();
+    const int error = next.error;
+    const std::size_t count = std::min(size, next.bytes.size());
+    std::copy_n(next.bytes.begin(), count, static_cast<char *>(bytes));
+    next.bytes.erase(0, count);
+    if (next.bytes.empty())
+        stage.arrivals.pop_front();
+    return error != 0 ? fail_with(error) : static_cast<ssize_t>(count);
+}
+
+} // namespace
+
+std::string call_scripted(const WebCall &call)
+{
+    stage.calls.clear();
+    stage.sent.clear();
+    return call_web(call);
+}
+
+long count_of_calls(const std::string &call)
+{
+    return std::count(stage.calls.begin(), stage.calls.end(), call);
+}
+
+CallList times(long count, const CallList &calls)
+{
+    CallList all;
+    for (long i = 0; i < count; ++i)
+        all.insert(all.end(), calls.begin(), calls.end());
+    return all;
+}
+
+CallList joined(const std::vector<CallList> &lists)
+{
+    CallList all;
+    for (const CallList &list : lists)
+        all.insert(all.end(), list.begin(), list.end());
+    return all;
+}
+
+void WebTransactionUnderFaults::SetUp()
+{
+    stage = {};
+    stage.scripted = true;
+}
+
+void WebTransactionUnderFaults::TearDown()
+{
+    stage = {};
+    memory_count = {};
+    WebTransaction::TearDown();
+}
+
+} // namespace quintral::tests
+
+using namespace quintral::tests;
+
+hostent *__wrap_gethostbyname(const char *name)
+{
+    if (!is_scripted())
+        return __real_gethostbyname(name);
+    const CountingPause pause;
+    note(std::string("look-up ") + name);
+    errno = ENOENT; // of files that a resolver has looked for
+    if (stage.host_error == 0)
+        return scripted_host();
+    h_errno = stage.host_error;
+    return nullptr;
+}
+
+int __wrap_gettimeofday(timeval *now, void *zone)
+{
+    if (!is_scripted())
+        return __real_gettimeofday(now, zone);
+    now->tv_sec = static_cast<time_t>(stage.now / second);
+    now->tv_usec = static_cast<suseconds_t>(stage.now % second);
+    return 0;
+}
+
+int __wrap_socket(int domain, int type, int protocol)
+{
+    if (!is_scripted())
+        return __real_socket(domain, type, protocol);
+    const CountingPause pause;
+    note("socket");
+    if (stage.socket_error != 0)
+        return fail_with(stage.socket_error);
+    const int made = __real_socket(domain, type, protocol);
+    if (stage.descriptor_at_least == 0)
+        return made;
+    const int moved = fcntl(made, F_DUPFD_CLOEXEC, stage.descriptor_at_least);
+    __real_close(made);
+    return moved;
+}
+
+int __wrap_connect(int descriptor, const sockaddr *address, socklen_t size)
+{
+    if (!is_scripted())
+        return __real_connect(descriptor, address, size);
+    const CountingPause pause;
+    sockaddr_in peer = {};
+    std::memcpy(&peer, address, std::min<std::size_t>(size, sizeof peer));
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
+    note("connect " + std::string(text) + ":" + std::to_string(ntohs(peer.sin_port)));
+    return stage.connect_error == 0 ? 0 : fail_with(stage.connect_error);
+}
+
+ssize_t __wrap_send(int descriptor, const void *bytes, size_t length, int flags)
+{
+    if (!is_scripted())
+        return __real_send(descriptor, bytes, length, flags);
+    const CountingPause pause;
+    // The flag against SIGPIPE stands for no flag.
+    note((flags & ~MSG_NOSIGNAL) == 0 ? "send" : "send with flags");
+    stage.sent.emplace_back(static_cast<const char *>(bytes), length);
+    return stage.send_error == 0 ? static_cast<ssize_t>(length) : fail_with(stage.send_error);
+}
+
+ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags)
+{
+    if (!is_scripted())
+        return __real_recv(descriptor, bytes, size, flags);
+    const CountingPause pause;
+    note("recv " + std::to_string(size));
+    return scripted_receive(bytes, size);
+}
+
+int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout)
+{
+    if (!is_scripted())
+        return __real_select(range, reading, writing, failing, timeout);
+    const CountingPause pause;
+    int in_set = 0;
+    for (int descriptor = 0; descriptor < static_cast<int>(FD_SETSIZE); ++descriptor)
+        in_set += FD_ISSET(descriptor, reading) ? 1 : 0;
+    note("select " + std::to_string(range) + " " + std::to_string(timeout->tv_sec) + " s " +
+         std::to_string(timeout->tv_usec) + " us");
+    if (in_set != 1 || writing != nullptr || failing != nullptr)
+        note("with another set");
+    const int result = scripted_wait_result(timeout->tv_sec * second + timeout->tv_usec);
+    if (result == 0 || stage.wait_lies)
+        FD_ZERO(reading);
+    return result;
+}
+
+int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
+{
+    if (!is_scripted())
+        return __real_poll(entries, count, milliseconds);
+    const CountingPause pause;
+    note("poll " + std::to_string(milliseconds));
+    if (count != 1 || entries->events != POLLIN)
+        note("for something else");
+    const int result = scripted_wait_result(milliseconds * millisecond);
+    entries->revents = result > 0 ? POLLIN : 0;
+    return result;
+}
+
+int __wrap_close(int descriptor)
+{
+    if (!is_scripted())
+        return __real_close(descriptor);
+    const CountingPause pause;
+    note("close");
+    const int result = __real_close(descriptor);
+    errno = ENODEV; // a client that asks for errno behind this shows the wrong one
+    return result;
+}
+
+char *__wrap_strerror(int error)
+{
+    const bool replaced = is_scripted() && !stage.error_text.empty();
+    return replaced ? stage.error_text.data() : __real_strerror(error);
+}

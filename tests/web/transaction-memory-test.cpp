@@ -1,0 +1,205 @@
+// What a transaction does when memory runs out, and that it releases everything it takes.
+#include "tests/web/counted-memory.h"
+#include "tests/web/scripted-calls.h"
+#include "web/transaction.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <deque>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quintral {
+namespace {
+
+using namespace tests;
+
+// Memory
+
+// Each way for an exchange to end, in turn, on the scripted connection.
+std::vector<std::deque<Arrival>> endings()
+{
+    return {
+        {{"HTTP/1.0 200 OK\r\nA long enough header: value\r\n\r\nA body of some length"}},
+        {{"A\n\n" + std::string(5000, 'x')}},
+        {{"HTTP/1.0 200 OK, which is to be repeated\r\n"}, {"", EIO}, {"body"}},
+        {{"A\n\n"}, {"", EIO}},
+        {{"A", 0, forever}},
+        {{"A\n\n"}, {"b", 0, forever}},
+    };
+}
+
+// Runs one transaction with the given allocation failing. True when it was reached; it must have
+// thrown then and left nothing behind but what it had delivered.
+bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
+{
+    char *header = nullptr;
+    char *body = nullptr;
+    bool thrown = false;
+    stage.arrivals = arrivals;
+    stage.calls.clear();
+    stage.sent.clear();
+    web_set_error("in place of the one before");
+    const std::size_t descriptors = open_descriptors();
+    const WebField fields[] = {{"a name", "a value"}, {"another name", "another value"}};
+    start_counting(fail_at);
+    try {
+        web_request("http://a-web-host-with-a-long-name:81/a-path", "POST", 2, fields, &header,
+                    &body, nullptr, 0, "a user of the proxy", "a password of the proxy");
+    } catch (const std::bad_alloc &) {
+        thrown = true;
+    }
+    memory_count.fail_at = 0;
+    std::free(header);
+    std::free(body);
+    web_set_error("in its place");
+    memory_count.on = false;
+    EXPECT_EQ(thrown, memory_count.failed);
+    // The error set before was released by the request; the one set behind it takes its place.
+    EXPECT_EQ(memory_count.live, 0);
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(count_of_calls("close"), count_of_calls("socket"));
+    EXPECT_TRUE(!thrown || body == nullptr);
+    return memory_count.failed;
+}
+
+TEST_F(WebTransactionUnderFaults, EachAllocationThatFailsThrowsAndLosesNothing)
+{
+    for (const auto &arrivals : endings()) {
+        std::int64_t fail_at = 1;
+        while (fails_cleanly(arrivals, fail_at) && !HasFailure())
+            ++fail_at;
+        // At the least the two copies: valgrind hides the operators new and delete from us.
+        EXPECT_GT(fail_at, 1) << "allocations are not counted";
+        EXPECT_FALSE(HasFailure()) << "with allocation " << fail_at << " failing";
+    }
+}
+
+TEST_F(WebTransactionUnderFaults, AReplyCopyThatCannotBeMadeThrowsWithTheSocketClosed)
+{
+    // Lengths that nothing else has.
+    const std::string header_text = std::string(4320, 'h') + "\n";
+    const std::string body_text(5432, 'b');
+    const struct {
+        const char *name;
+        std::size_t failing_size;
+        bool header_delivered;
+        long body_receives;
+    } rows[] = {
+        {"header", header_text.size() + 1, false, 0},
+        {"body", body_text.size() + 1, true, 7},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        char *header = nullptr;
+        char *body = nullptr;
+        stage.calls.clear();
+        stage.arrivals = {{header_text + "\n" + body_text}};
+        start_counting_with_failing_size(row.failing_size);
+        EXPECT_THROW(
+            web_request(web_url, "GET", 0, nullptr, &header, &body, nullptr, 0, nullptr, nullptr),
+            std::bad_alloc);
+        memory_count.on = false;
+        EXPECT_TRUE(memory_count.failed);
+        EXPECT_EQ(taken(header), row.header_delivered ? Text(header_text) : none);
+        EXPECT_EQ(taken(body), none);
+        EXPECT_EQ(count_of_calls("recv 1023"), row.body_receives);
+        EXPECT_EQ(count_of_calls("close"), 1);
+        EXPECT_STREQ(web_last_error(), "");
+    }
+}
+
+// An error that cannot be stored leaves the one before as it was.
+TEST_F(WebTransactionUnderFaults, AnErrorTextThatCannotBeAllocatedThrowsAndKeepsTheLast)
+{
+    const std::string text(6543, 'x');
+    web_set_error("the last");
+    start_counting_with_failing_size(text.size() + 1);
+    EXPECT_THROW(web_set_error("%s", text.c_str()), std::bad_alloc);
+    memory_count.on = false;
+    EXPECT_STREQ(web_last_error(), "the last");
+}
+
+// Hundreds of exchanges over real sockets
+
+struct MixedExchange {
+    const char *name;
+    PeerScript script; // empty where the exchange makes no connection
+    std::string host;  // "PEER" stands for the peer's address
+    bool through_proxy;
+    bool cancelled;
+    std::size_t limit; // of header and body
+};
+
+std::vector<MixedExchange> mixed_exchanges()
+{
+    const PeerStep read = {PeerAct::ReadRequest};
+    const PeerStep header = {PeerAct::Send, "HTTP/1.0 200 OK\r\nServer: of some name\r\n\r\n"};
+    const PeerStep body = {PeerAct::Send, std::string(3000, 'x')};
+    const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
+    return {
+        {"answered", {read, header, body}, "PEER", false, false, 9999},
+        {"through a proxy", {read, header, body}, "web", true, false, 9999},
+        {"closed at once", {read}, "PEER", false, false, 9999},
+        {"reset at once", {{PeerAct::Reset}}, "PEER", false, false, 9999},
+        {"reset in the body", {read, header, body, {PeerAct::Reset}}, "PEER", false, false, 9999},
+        {"closed in mid-line", {read, {PeerAct::Send, "HTTP"}}, "PEER", false, false, 500},
+        {"too long a body", {read, header, body}, "PEER", false, false, 1000},
+        {"cancelled", {{PeerAct::Hold}}, "PEER", false, true, 9999},
+        {"refused", {}, refused, false, false, 9999},
+        {"not found", {}, "a..b", false, false, 9999},
+    };
+}
+
+void run_mixed_exchange(const MixedExchange &exchange, const LoopbackPeer &peer)
+{
+    const WebField fields[] = {{"a name", "a value"}};
+    const std::string host = exchange.host == "PEER" ? peer.address() : exchange.host;
+    char *header = nullptr;
+    char *body = nullptr;
+    web_set_reply_limits(exchange.limit, exchange.limit);
+    web_cancel_requested = exchange.cancelled ? 1 : 0;
+    web_request(("http://" + host + "/path").c_str(), "POST", 1, fields, &header, &body,
+                exchange.through_proxy ? "127.0.0.1" : nullptr, peer.port(), "a user",
+                "a password");
+    std::free(header);
+    std::free(body);
+}
+
+TEST_F(WebTransactionUnderFaults, HundredsOfMixedExchangesLeaveNoDescriptorAndNoMemory)
+{
+    constexpr int rounds = 40;
+    stage.scripted = false;
+    const std::vector<MixedExchange> exchanges = mixed_exchanges();
+    std::vector<PeerScript> scripts;
+    for (int round = 0; round < rounds; ++round) {
+        for (const MixedExchange &exchange : exchanges) {
+            if (!exchange.script.empty())
+                scripts.push_back(exchange.script);
+        }
+    }
+    const std::size_t descriptors = open_descriptors();
+    {
+        LoopbackPeer peer(scripts);
+        web_set_error("in place of the one before");
+        start_counting();
+        for (int round = 0; round < rounds; ++round) {
+            for (const MixedExchange &exchange : exchanges)
+                run_mixed_exchange(exchange, peer);
+        }
+        web_set_error("in its place");
+        memory_count.on = false;
+        peer.received(static_cast<int>(scripts.size()) - 1);
+        EXPECT_EQ(peer.connection_count(), static_cast<int>(scripts.size()));
+    }
+    EXPECT_GT(memory_count.allocations, 3 * rounds) << "allocations are not counted";
+    EXPECT_EQ(memory_count.live, 0);
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+} // namespace
+} // namespace quintral

@@ -1,0 +1,192 @@
+// How a transaction waits for data: its selects and polls, and its deadline at any time of the clock.
+#include "tests/web/scripted-calls.h"
+#include "web/transaction.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+
+namespace quintral {
+namespace {
+
+using namespace tests;
+
+// Waiting
+
+TEST_F(WebTransactionUnderFaults, AWaitThatReportsAnotherDescriptorIsATimeout)
+{
+    stage.wait_lies = true;
+    stage.arrivals = {{"A\n\nb"}};
+    EXPECT_EQ(call_scripted(), outcome(WebTimedOut, none, none, timeout_error));
+    EXPECT_EQ(count_of_calls("recv 1"), 0);
+    EXPECT_EQ(count_of_calls("close"), 1);
+}
+
+TEST_F(WebTransactionUnderFaults, AWaitThatFailsCallsTheHookAndWaitsAgain)
+{
+    int calls = 0;
+    web_set_idle_hook(count_call, &calls);
+    stage.wait_failures = 3;
+    stage.arrivals = {{"A\n\nb"}};
+    EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+    EXPECT_EQ(calls, 3);
+
+    stage.wait_failures = 3;
+    stage.arrivals = {{"A\n\nb"}};
+    web_cancel_requested = 1;
+    EXPECT_EQ(call_scripted(), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(calls, 3);
+    EXPECT_EQ(count_of_calls(header_wait), 1);
+    EXPECT_EQ(web_cancel_requested, 0);
+}
+
+TEST_F(WebTransactionUnderFaults, AFlagIsNotLookedAtWhileDataFlows)
+{
+    stage.arrivals = {{"A\n\nb"}};
+    web_cancel_requested = 1;
+    EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+    EXPECT_EQ(web_cancel_requested, 1);
+    stage.arrivals = {{"A\n\nb", 0, 100 * millisecond + 1}};
+    EXPECT_EQ(call_scripted(), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(web_cancel_requested, 0);
+}
+
+TEST_F(WebTransactionUnderFaults, CancelFromTheHookIsSeenBehindTheNextSilentWait)
+{
+    web_set_idle_hook(request_cancel, nullptr);
+    stage.arrivals = {{"A\n\nb", 0, forever}};
+    EXPECT_EQ(call_scripted(), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(count_of_calls(header_wait), 2);
+    EXPECT_EQ(stage.now - usual_time, 200 * millisecond);
+    EXPECT_EQ(web_cancel_requested, 0);
+}
+
+// Where the socket's descriptor fits into no fd_set, poll stands in with the same waits.
+TEST_F(WebTransactionUnderFaults, ADescriptorThatNoSetCanHoldIsWaitedForWithPoll)
+{
+    constexpr int first_too_large = static_cast<int>(FD_SETSIZE);
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_GT(limit.rlim_max, FD_SETSIZE)
+        << "the hard limit of open files is too low for this test (ulimit -Hn)";
+    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 1);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    const struct {
+        int descriptor;
+        std::string header_wait;
+        std::string body_wait;
+    } rows[] = {
+        {first_too_large - 1, header_wait, body_wait},
+        {first_too_large, "poll 100", "poll 10000"},
+    };
+    for (const auto &row : rows) {
+        int hook_calls = 0;
+        web_set_idle_hook(count_call, &hook_calls);
+        stage.descriptor_at_least = row.descriptor;
+        stage.wait_failures = 1;
+        stage.arrivals = {
+            {"A\n\n", 0, 150 * millisecond}, {"b", 0, 9999 * millisecond}, {"c", 0, forever}};
+        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, "A\n", none, timeout_error));
+        EXPECT_EQ(hook_calls, 3);
+        const auto first = std::find(stage.calls.begin(), stage.calls.end(), row.header_wait);
+        EXPECT_EQ(std::vector<std::string>(first, stage.calls.end()),
+                  joined({times(2, {row.header_wait}),
+                          times(3, {row.header_wait, "recv 1"}),
+                          {row.body_wait, "recv 1023", row.body_wait, "close"}}))
+            << "descriptor " << row.descriptor;
+    }
+}
+
+// The clock: milliseconds since 1050000000 in 32 bits, which wrap every 49.7 days.
+
+struct ClockRow {
+    const char *name;
+    std::int64_t start; // microseconds since 1970
+};
+
+std::vector<ClockRow> clock_rows()
+{
+    const std::int64_t epoch = 1050000000 * second;
+    const std::int64_t half = (std::int64_t{1} << 31) * millisecond;
+    const std::int64_t whole = 2 * half;
+    return {
+        {"any time", usual_time},
+        {"the clock's own zero", epoch},
+        {"three seconds before it", epoch - 3 * second},
+        {"1970", 0},
+        {"three seconds before the sign changes", epoch + half - 3 * second},
+        {"the deadline is the change of sign", epoch + half - 10 * second},
+        {"the sign has changed", epoch + half},
+        {"one microsecond before", epoch + half - 1},
+        {"three seconds before the first wrap", epoch + whole - 3 * second},
+        {"the deadline is the first wrap", epoch + whole - 10 * second},
+        {"the first wrap", epoch + whole},
+        {"three seconds before a late change of sign", epoch + 150 * whole + half - 3 * second},
+        {"three seconds before a late wrap", epoch + 166 * whole - 3 * second},
+        {"the end of 32-bit time", (std::int64_t{1} << 31) * second - 60 * second},
+    };
+}
+
+TEST_F(WebTransactionUnderFaults, TheTimeLimitIsTenSecondsAtAnyTimeOfTheClock)
+{
+    for (const ClockRow &row : clock_rows()) {
+        SCOPED_TRACE(row.name);
+        int calls = 0;
+        web_set_idle_hook(count_call, &calls);
+        stage.now = row.start;
+        stage.arrivals = {{"A", 0, forever}};
+        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, none, none, timeout_error));
+        EXPECT_EQ(stage.now - row.start, 10 * second);
+        EXPECT_EQ(count_of_calls(header_wait), 100);
+        EXPECT_EQ(calls, 100);
+
+        stage.now = row.start;
+        stage.arrivals = {{"A\n\nb"}, {"c", 0, forever}};
+        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, "A\n", none, timeout_error));
+        EXPECT_EQ(stage.now - row.start, 10 * second);
+        EXPECT_EQ(count_of_calls(body_wait), 2);
+        EXPECT_EQ(calls, 101);
+    }
+}
+
+TEST_F(WebTransactionUnderFaults, ASilenceShorterThanTheLimitPassesAtAnyTimeOfTheClock)
+{
+    for (const ClockRow &row : clock_rows()) {
+        SCOPED_TRACE(row.name);
+        stage.now = row.start;
+        stage.arrivals = {{"A", 0, 9999 * millisecond},
+                          {"\n\n", 0, 9999 * millisecond},
+                          {"b", 0, 9999 * millisecond},
+                          {"c", 0, 9999 * millisecond}};
+        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "bc", ""));
+    }
+}
+
+TEST_F(WebTransactionUnderFaults, AClockThatIsSetBackOrForwardMovesTheDeadlineAndNothingElse)
+{
+    const struct {
+        std::int64_t jump;
+        long waits; // of the header phase until its time is over
+    } rows[] = {
+        {-5 * second, 150}, {-1 * millisecond, 101}, {-3600 * second, 36100},
+        {5 * second, 50},   {10 * second, 1},        {3600 * second, 1},
+    };
+    for (const auto &row : rows) {
+        stage.clock_jump = row.jump;
+        stage.arrivals = {{"A", 0, forever}};
+        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, none, none, timeout_error));
+        EXPECT_EQ(count_of_calls(header_wait), row.waits) << row.jump;
+
+        stage.clock_jump = row.jump;
+        stage.arrivals = {{"A\n\n"}, {"b", 0, 2 * second}};
+        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", "")) << row.jump;
+    }
+}
+
+} // namespace
+} // namespace quintral
