@@ -1,0 +1,52 @@
+// The operations of the macOS sources over the recording frameworks, each with its answer as a
+// string: what was returned, and the buffer, which is filled with '#' before the call. In a shown
+// buffer '$' is a zero byte and the '#'s at the end are left out, so an untouched buffer is empty.
+//
+//     set_up_machine();
+//     EXPECT_EQ(plugin_bundle_path(), "buffer /Library/First.plugin$");
+//     expect_all_released();
+#ifndef QUINTRAL_TESTS_PLATFORM_MACOS_OPERATIONS_H
+#define QUINTRAL_TESTS_PLATFORM_MACOS_OPERATIONS_H
+
+#include "tests/macos-frameworks/recording.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace quintral::tests {
+
+constexpr std::size_t buffer_size = 80; // of every operation's buffer, whatever capacity it is told
+
+// A machine on which everything works: three bundles and a proxy.
+void set_up_machine();
+
+// Removes a loaded bundle by its identifier, the main one by "".
+void unload(const std::string &identifier);
+
+// No fault was recorded and every object was released.
+void expect_all_released();
+
+// Entries of the proxy dictionary.
+ProxyEntry text_entry(const std::string &text);
+ProxyEntry number_entry(int number);
+ProxyEntry unreadable_entry(int number);
+
+// Strings joined with ", ".
+std::string joined(const std::vector<std::string> &texts);
+
+std::string shown(std::string buffer);
+
+std::string os_version(std::size_t capacity);
+std::string bundle_path(unsigned location, const char *name, std::size_t capacity = buffer_size);
+std::string plugin_bundle_path(std::size_t capacity = buffer_size);
+std::string plugin_resource_path(const char *name, std::size_t capacity = buffer_size);
+std::string open_path(const char *path);
+std::string open_url(const char *address, std::size_t count);
+std::string open_document(const char *text);
+std::string make_and_open_ref(const char *path);
+std::string http_proxy(std::size_t size = buffer_size);
+
+} // namespace quintral::tests
+
+#endif
