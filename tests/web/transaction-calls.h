@@ -56,6 +56,44 @@ inline std::string outcome(int result, const Text &header, const Text &body,
            shown(body) + "\nerror " + testing::PrintToString(error);
 }
 
+// Outcomes by their usual shapes
+
+inline std::string delivered(const Text &header, const Text &body)
+{
+    return outcome(WebOk, header, body, "");
+}
+
+inline std::string good_outcome()
+{
+    return delivered(good_header, "body");
+}
+
+inline std::string failed(const std::string &error, const Text &header = none)
+{
+    return outcome(WebFailed, header, none, error);
+}
+
+inline std::string timed_out(const Text &header = none)
+{
+    return outcome(WebTimedOut, header, none, timeout_error);
+}
+
+inline std::string cancelled(const Text &header = none)
+{
+    return outcome(WebCancelled, header, none, cancel_error);
+}
+
+inline std::string header_too_long(std::size_t limit)
+{
+    return failed("Reply header from web site is longer than " + std::to_string(limit) + " bytes");
+}
+
+inline std::string body_too_long(const Text &header, std::size_t limit)
+{
+    return failed("Reply body from web site is longer than " + std::to_string(limit) + " bytes",
+                  header);
+}
+
 // A text that the client allocated: copied and released.
 inline Text taken(char *text)
 {
@@ -99,26 +137,66 @@ inline std::string detail_of(int error)
     return "code " + std::to_string(error) + ": " + std::strerror(error);
 }
 
-// Scripts of a peer
+// The bytes of a whole request, with `lines` between the fixed header lines and the empty line.
+inline std::string request_text(const std::string &request_line, const std::string &lines,
+                                const std::string &body = "")
+{
+    return request_line +
+           " HTTP/1.0\r\n"
+           "Accept: image/gif, image/x-xbitmap, image/jpeg, image/pjpeg, */*\r\n"
+           "Accept-Language: en-us\r\n"
+           "User-Agent: Velmora_Auto1\r\n"
+           "Referer: " QUINTRAL_WEB_DOMAIN "\r\n" +
+           lines + "\r\n" + body;
+}
+
+inline std::string form_lines(std::size_t body_length)
+{
+    return "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
+           std::to_string(body_length) + "\r\n";
+}
+
+// What a peer does
+
+inline const PeerStep reading = {PeerAct::ReadRequest};
+inline const PeerStep resetting = {PeerAct::Reset};
+inline const PeerStep holding = {PeerAct::Hold};
+
+inline PeerStep sending(const std::string &bytes)
+{
+    return {PeerAct::Send, bytes};
+}
+
+inline PeerStep pausing(int milliseconds)
+{
+    return {PeerAct::Pause, "", milliseconds};
+}
+
+inline PeerStep trickling(const std::string &bytes, int milliseconds)
+{
+    return {PeerAct::Trickle, bytes, milliseconds};
+}
 
 inline PeerScript answering(const std::string &reply)
 {
-    return {{PeerAct::ReadRequest}, {PeerAct::Send, reply}};
+    return {reading, sending(reply)};
 }
 
 inline PeerScript answering_after(int milliseconds)
 {
-    return {
-        {PeerAct::ReadRequest}, {PeerAct::Pause, "", milliseconds}, {PeerAct::Send, good_reply}};
+    return {reading, pausing(milliseconds), sending(good_reply)};
+}
+
+// Sends the reply and leaves the connection open.
+inline PeerScript holding_after(const std::string &reply)
+{
+    return {reading, sending(reply), holding};
 }
 
 // Sends the reply, waits until it has been read and resets the connection.
 inline PeerScript resetting_after(const std::string &reply)
 {
-    return {{PeerAct::ReadRequest},
-            {PeerAct::Send, reply},
-            {PeerAct::Pause, "", 300},
-            {PeerAct::Reset}};
+    return {reading, sending(reply), pausing(300), resetting};
 }
 
 struct ReplyRow {
@@ -139,10 +217,15 @@ inline long long milliseconds_since(Clock::time_point start)
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-// A receive that fails because the peer reset the connection.
+inline std::string receive_error(int error)
+{
+    return "Error receiving data from web site: " + detail_of(error);
+}
+
+// The error of a receive after the peer has reset the connection.
 inline std::string reset_error()
 {
-    return "Error receiving data from web site: " + detail_of(ECONNRESET);
+    return receive_error(ECONNRESET);
 }
 
 // Leaves the client as it was at the start of the process.

@@ -35,8 +35,7 @@ TEST_F(WebTransaction, ASchemeOtherThanHttpIsRefusedBeforeAnySocket)
         {long_scheme + "://h/", long_scheme},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(call_web({row.url}),
-                  outcome(WebFailed, none, none, "Protocol should be HTTP, not " + row.scheme));
+        EXPECT_EQ(call_web({row.url}), failed("Protocol should be HTTP, not " + row.scheme));
 }
 
 TEST_F(WebTransaction, AnExchangeTakesTheSchemeHttpInUpperCaseOnly)
@@ -60,30 +59,26 @@ TEST_F(WebTransaction, ANameThatIsNotFoundIsReportedWithTheResolversText)
     ASSERT_EQ(gethostbyname("A..B"), nullptr);
     const std::string reason = hstrerror(h_errno);
     ASSERT_NE(h_errno, 0);
-    EXPECT_EQ(call_web({"http://a..b/"}),
-              outcome(WebFailed, none, none, "Can't find web server 'A..B': " + reason));
+    EXPECT_EQ(call_web({"http://a..b/"}), failed("Can't find web server 'A..B': " + reason));
 
     WebCall through_proxy = {"http://the-server:81/"};
     through_proxy.proxy_host = "a..b";
     through_proxy.proxy_port = refused_port();
-    EXPECT_EQ(call_web(through_proxy),
-              outcome(WebFailed, none, none, "Can't find web server 'THE-SERVER': " + reason));
+    EXPECT_EQ(call_web(through_proxy), failed("Can't find web server 'THE-SERVER': " + reason));
 }
 
 TEST_F(WebTransaction, ARefusedConnectionIsReportedWithTheSystemsText)
 {
     const std::string port = std::to_string(refused_port());
     const std::string refused = detail_of(ECONNREFUSED);
-    EXPECT_EQ(
-        call_web({"http://127.0.0.1:" + port + "/"}),
-        outcome(WebFailed, none, none, "Can't connect to web server '127.0.0.1': " + refused));
+    EXPECT_EQ(call_web({"http://127.0.0.1:" + port + "/"}),
+              failed("Can't connect to web server '127.0.0.1': " + refused));
 
     WebCall through_proxy = {"http://the-server:81/"};
     through_proxy.proxy_host = "127.0.0.1";
     through_proxy.proxy_port = refused_port();
-    EXPECT_EQ(
-        call_web(through_proxy),
-        outcome(WebFailed, none, none, "Can't connect to web server 'THE-SERVER': " + refused));
+    EXPECT_EQ(call_web(through_proxy),
+              failed("Can't connect to web server 'THE-SERVER': " + refused));
 }
 
 // The last error
@@ -117,18 +112,16 @@ TEST_F(WebTransaction, ARequestDiscardsTheLastErrorAtItsStart)
     std::string meanwhile = "not looked at";
     web_set_error("old");
     web_set_idle_hook(copy_last_error, &meanwhile);
-    check_reply_row({"discarded", answering_after(500), outcome(WebOk, good_header, "body", "")});
+    check_reply_row({"discarded", answering_after(500), good_outcome()});
     EXPECT_EQ(meanwhile, "");
 }
 
 TEST_F(WebTransaction, TheErrorOfTheNextFailureReplacesTheLast)
 {
-    EXPECT_EQ(call_web({"one://h/"}),
-              outcome(WebFailed, none, none, "Protocol should be HTTP, not ONE"));
-    EXPECT_EQ(call_web({"two://h/"}),
-              outcome(WebFailed, none, none, "Protocol should be HTTP, not TWO"));
+    EXPECT_EQ(call_web({"one://h/"}), failed("Protocol should be HTTP, not ONE"));
+    EXPECT_EQ(call_web({"two://h/"}), failed("Protocol should be HTTP, not TWO"));
     check_reply_row({"recorded", resetting_after("A\n"), outcome(WebOk, "A\n", "", reset_error())});
-    check_reply_row({"none", answering("A\n\n"), outcome(WebOk, "A\n", "", "")});
+    check_reply_row({"none", answering("A\n\n"), delivered("A\n", "")});
 }
 
 TEST_F(WebTransaction, AnExchangeOfItsOwnDoesNotDiscardTheLastError)

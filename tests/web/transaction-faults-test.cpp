@@ -21,7 +21,7 @@ using namespace tests;
 TEST_F(WebTransactionUnderFaults, AnExchangeMakesTheseCallsInThisOrder)
 {
     stage.arrivals = {{"A\n\nb"}};
-    EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+    EXPECT_EQ(call_scripted(), delivered("A\n", "b"));
     EXPECT_EQ(stage.calls, joined({{"socket", "look-up WEB", "connect 127.0.0.1:81"},
                                    times(10, {"send"}),
                                    times(3, {header_wait, "recv 1"}),
@@ -35,7 +35,7 @@ TEST_F(WebTransactionUnderFaults, EachPieceOfTheRequestIsOneSend)
     WebCall call = {web_url, "POST", {{"a", "b"}}};
     call.proxy_user = "user";
     call.proxy_password = "pass";
-    EXPECT_EQ(call_scripted(call), outcome(WebOk, "A\n", "", ""));
+    EXPECT_EQ(call_scripted(call), delivered("A\n", ""));
     const std::vector<std::string> expected = {
         "POST ",
         "http://Web:81/p",
@@ -58,25 +58,23 @@ TEST_F(WebTransactionUnderFaults, SendsThatFailAreNotLookedAt)
     for (int error : {EPIPE, ECONNRESET, EINTR}) {
         stage.send_error = error;
         stage.arrivals = {{"A\n\nb"}};
-        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+        EXPECT_EQ(call_scripted(), delivered("A\n", "b"));
         EXPECT_EQ(count_of_calls("send"), 10) << error;
     }
 }
 
 TEST_F(WebTransactionUnderFaults, ASchemeOtherThanHttpMakesNoCallAtAll)
 {
-    EXPECT_EQ(call_scripted({"https://web/"}),
-              outcome(WebFailed, none, none, "Protocol should be HTTP, not HTTPS"));
-    EXPECT_EQ(stage.calls, std::vector<std::string>());
+    EXPECT_EQ(call_scripted({"https://web/"}), failed("Protocol should be HTTP, not HTTPS"));
+    EXPECT_EQ(stage.calls, CallList());
 }
 
 TEST_F(WebTransactionUnderFaults, ASocketThatCannotBeMadeFailsBeforeTheLookUp)
 {
     for (int error : {EMFILE, ENFILE, ENOBUFS, EACCES}) {
         stage.socket_error = error;
-        EXPECT_EQ(call_scripted(),
-                  outcome(WebFailed, none, none, "Can't create web socket, " + detail_of(error)));
-        EXPECT_EQ(stage.calls, std::vector<std::string>({"socket"}));
+        EXPECT_EQ(call_scripted(), failed("Can't create web socket, " + detail_of(error)));
+        EXPECT_EQ(stage.calls, CallList({"socket"}));
     }
     stage.socket_error = EMFILE;
     call_scripted();
@@ -100,16 +98,14 @@ TEST_F(WebTransactionUnderFaults, EachFailureOfTheResolverIsReportedWithItsText)
     for (const auto &row : rows) {
         const std::string text = row.text;
         stage.host_error = row.error;
-        EXPECT_EQ(call_scripted(),
-                  outcome(WebFailed, none, none, "Can't find web server 'WEB': " + text));
-        EXPECT_EQ(stage.calls, std::vector<std::string>({"socket", "look-up WEB", "close"}));
+        EXPECT_EQ(call_scripted(), failed("Can't find web server 'WEB': " + text));
+        EXPECT_EQ(stage.calls, CallList({"socket", "look-up WEB", "close"}));
 
         WebCall through_proxy = {web_url};
         through_proxy.proxy_host = "The-Proxy";
         through_proxy.proxy_port = 3128;
-        EXPECT_EQ(call_scripted(through_proxy),
-                  outcome(WebFailed, none, none, "Can't find web server 'WEB': " + text));
-        EXPECT_EQ(stage.calls, std::vector<std::string>({"socket", "look-up The-Proxy", "close"}));
+        EXPECT_EQ(call_scripted(through_proxy), failed("Can't find web server 'WEB': " + text));
+        EXPECT_EQ(stage.calls, CallList({"socket", "look-up The-Proxy", "close"}));
     }
 }
 
@@ -128,11 +124,9 @@ TEST_F(WebTransactionUnderFaults, AnAnswerWithoutAnIPv4AddressIsNoAddress)
     for (const auto &row : rows) {
         stage.host = row.host;
         EXPECT_EQ(call_scripted(),
-                  outcome(WebFailed, none, none,
-                          "Can't find web server 'WEB': No address associated with name"))
+                  failed("Can't find web server 'WEB': No address associated with name"))
             << row.name;
-        EXPECT_EQ(stage.calls, std::vector<std::string>({"socket", "look-up WEB", "close"}))
-            << row.name;
+        EXPECT_EQ(stage.calls, CallList({"socket", "look-up WEB", "close"})) << row.name;
     }
 }
 
@@ -157,7 +151,7 @@ TEST_F(WebTransactionUnderFaults, TheHostIsLookedUpInUpperCaseAndTheProxyAsItIs)
         stage.arrivals = {{"A\n\n"}};
         WebCall call = {row.url};
         call.proxy_host = row.proxy;
-        EXPECT_EQ(call_scripted(call), outcome(WebOk, "A\n", "", ""));
+        EXPECT_EQ(call_scripted(call), delivered("A\n", ""));
         ASSERT_GE(stage.calls.size(), 2u);
         EXPECT_EQ(stage.calls[1], "look-up " + row.expected);
     }
@@ -168,16 +162,13 @@ TEST_F(WebTransactionUnderFaults, AHostOfAnyLengthIsNamedWholeWhenItFails)
     const std::string host(100000, 'h');
     const std::string upper(100000, 'H');
     stage.host_error = HOST_NOT_FOUND;
-    EXPECT_EQ(
-        call_scripted({"http://" + host + "/"}),
-        outcome(WebFailed, none, none, "Can't find web server '" + upper + "': Unknown host"));
-    EXPECT_EQ(call_scripted({"http:/x"}),
-              outcome(WebFailed, none, none, "Can't find web server '': Unknown host"));
+    EXPECT_EQ(call_scripted({"http://" + host + "/"}),
+              failed("Can't find web server '" + upper + "': Unknown host"));
+    EXPECT_EQ(call_scripted({"http:/x"}), failed("Can't find web server '': Unknown host"));
     stage.host_error = 0;
     stage.connect_error = ECONNREFUSED;
     EXPECT_EQ(call_scripted({"http://" + host + "/"}),
-              outcome(WebFailed, none, none,
-                      "Can't connect to web server '" + upper + "': " + detail_of(ECONNREFUSED)));
+              failed("Can't connect to web server '" + upper + "': " + detail_of(ECONNREFUSED)));
 }
 
 // The connection
@@ -209,8 +200,7 @@ TEST_F(WebTransactionUnderFaults, OnlyTheFirstAddressIsTriedAtThePeersPort)
         call.proxy_host = row.proxy;
         call.proxy_port = row.proxy_port;
         EXPECT_EQ(call_scripted(call),
-                  outcome(WebFailed, none, none,
-                          "Can't connect to web server 'WEB': " + detail_of(ECONNREFUSED)));
+                  failed("Can't connect to web server 'WEB': " + detail_of(ECONNREFUSED)));
         ASSERT_EQ(stage.calls.size(), 4u) << row.url;
         EXPECT_EQ(stage.calls[2], row.expected) << row.url;
         EXPECT_EQ(stage.calls[3], "close") << row.url;
@@ -222,8 +212,7 @@ TEST_F(WebTransactionUnderFaults, EachFailureOfConnectShowsItsOwnError)
     for (int error : {ECONNREFUSED, ENETUNREACH, EHOSTUNREACH, ETIMEDOUT, EINTR}) {
         stage.connect_error = error;
         EXPECT_EQ(call_scripted(),
-                  outcome(WebFailed, none, none,
-                          "Can't connect to web server 'WEB': " + detail_of(error)));
+                  failed("Can't connect to web server 'WEB': " + detail_of(error)));
     }
 }
 
@@ -233,9 +222,9 @@ TEST_F(WebTransactionUnderFaults, APassingErrorInTheHeaderReceivesAgainAtOnce)
 {
     for (int error : {EAGAIN, EINTR}) {
         stage.arrivals = {{"A"}, {"", error}, {"", error}, {"\n"}, {"", error}, {"\nb"}};
-        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+        EXPECT_EQ(call_scripted(), delivered("A\n", "b"));
         const auto first = std::find(stage.calls.begin(), stage.calls.end(), header_wait);
-        EXPECT_EQ(std::vector<std::string>(first, stage.calls.end()),
+        EXPECT_EQ(CallList(first, stage.calls.end()),
                   joined({{header_wait, "recv 1"},
                           {header_wait, "recv 1", "recv 1", "recv 1"},
                           {header_wait, "recv 1", "recv 1"},
@@ -249,9 +238,9 @@ TEST_F(WebTransactionUnderFaults, APassingErrorInTheBodyEndsTheBody)
 {
     for (int error : {EAGAIN, EINTR}) {
         stage.arrivals = {{"A\n\n"}, {"", error}, {"lost"}};
-        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "", ""));
+        EXPECT_EQ(call_scripted(), delivered("A\n", ""));
         stage.arrivals = {{"A\n\n"}, {"one "}, {"two"}, {"", error}, {"lost"}};
-        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "one two", ""));
+        EXPECT_EQ(call_scripted(), delivered("A\n", "one two"));
         EXPECT_EQ(count_of_calls("close"), 1);
     }
 }
@@ -260,48 +249,38 @@ TEST_F(WebTransactionUnderFaults, AnyOtherErrorInTheBodyFailsWithTheHeaderDelive
 {
     for (int error : {ECONNRESET, ETIMEDOUT, EIO, EBADF, ENOTCONN}) {
         stage.arrivals = {{"A\n\n"}, {"some"}, {"", error}, {"more"}};
-        EXPECT_EQ(call_scripted(),
-                  outcome(WebFailed, "A\n", none,
-                          "Error receiving data from web site: " + detail_of(error)));
+        EXPECT_EQ(call_scripted(), failed(receive_error(error), "A\n"));
         EXPECT_EQ(count_of_calls("close"), 1);
     }
 }
 
 TEST_F(WebTransactionUnderFaults, BehindAnErrorInTheHeaderTheBodyPhaseDecides)
 {
-    const std::string first = "Error receiving data from web site: " + detail_of(EIO);
-    const std::string later = "Error receiving data from web site: " + detail_of(EPIPE);
+    const std::string later = receive_error(EPIPE);
+    const auto recorded = [](const char *header, const char *body) {
+        return outcome(WebOk, header, body, receive_error(EIO));
+    };
+    const Arrival late = {"late", 0, forever};
     const struct {
         const char *name;
-        std::deque<Arrival> arrivals;
-        bool cancelling;
+        std::string header;
+        std::deque<Arrival> arrivals; // after the error
         std::string expected;
+        bool cancelling = false;
     } rows[] = {
-        {"closed", {{"A: b"}, {"", EIO}}, false, outcome(WebOk, "A: b", "", first)},
-        {"before any byte", {{"", EIO}}, false, outcome(WebOk, "", "", first)},
-        {"data, then closed",
-         {{"A: b\n"}, {"", EIO}, {"C: d\n\nrest"}},
-         false,
-         outcome(WebOk, "A: b\n", "C: d\n\nrest", first)},
-        {"a passing error",
-         {{"A"}, {"", EIO}, {"", EAGAIN}},
-         false,
-         outcome(WebOk, "A", "", first)},
-        {"another error",
-         {{"A"}, {"", EIO}, {"some"}, {"", EPIPE}},
-         false,
-         outcome(WebFailed, "A", none, later)},
-        {"silence",
-         {{"A"}, {"", EIO}, {"late", 0, forever}},
-         false,
-         outcome(WebTimedOut, "A", none, timeout_error)},
-        {"cancelled in silence",
-         {{"A"}, {"", EIO}, {"late", 0, forever}},
-         true,
-         outcome(WebCancelled, "A", none, cancel_error)},
+        {"closed", "A: b", {}, recorded("A: b", "")},
+        {"before any byte", "", {}, recorded("", "")},
+        {"data, then closed", "A: b\n", {{"C: d\n\nrest"}}, recorded("A: b\n", "C: d\n\nrest")},
+        {"a transient error", "A", {{"", EAGAIN}}, recorded("A", "")},
+        {"another error", "A", {{"some"}, {"", EPIPE}}, failed(later, "A")},
+        {"silence", "A", {late}, timed_out("A")},
+        {"cancelled in silence", "A", {late}, cancelled("A"), true},
     };
     for (const auto &row : rows) {
         stage.arrivals = row.arrivals;
+        stage.arrivals.push_front({"", EIO});
+        if (!row.header.empty())
+            stage.arrivals.push_front({row.header});
         web_cancel_requested = row.cancelling ? 1 : 0;
         EXPECT_EQ(call_scripted(), row.expected) << row.name;
         EXPECT_EQ(web_cancel_requested, 0) << row.name;

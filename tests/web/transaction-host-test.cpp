@@ -65,7 +65,7 @@ TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndLeavesItsHandlingAlone)
     } rows[] = {{"default", SIG_DFL}, {"ignored", SIG_IGN}, {"handled", count_pipe_signal}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
-        LoopbackPeer peer({{{PeerAct::Reset}}});
+        LoopbackPeer peer({{resetting}});
         const ChildResult result =
             run_child_function([&] { return send_into_broken_connection(peer, row.handler); });
         EXPECT_EQ(result.signal, 0);
@@ -108,10 +108,10 @@ void look_at_descriptors(void *user_data)
 
 TEST_F(WebTransaction, AProgramStartedMeanwhileDoesNotInheritTheSocket)
 {
-    LoopbackPeer peer({{{PeerAct::Hold}}});
+    LoopbackPeer peer({{holding}});
     DescriptorSighting sighting = {peer.port(), 0, descriptors_of_a_program(), ""};
     web_set_idle_hook(look_at_descriptors, &sighting);
-    EXPECT_EQ(call_web({url_of(peer)}), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(call_web({url_of(peer)}), cancelled());
     EXPECT_EQ(sighting.connections, 1);
     EXPECT_NE(sighting.listed, "");
     EXPECT_EQ(sighting.listed, sighting.listed_before);
@@ -127,7 +127,7 @@ void throw_fault(void *)
 // A failed assertion of a plug-in throws out of its hook.
 TEST_F(WebTransaction, AHookThatThrowsLeavesNoSocketBehind)
 {
-    LoopbackPeer peer({{{PeerAct::Hold}}});
+    LoopbackPeer peer({{holding}});
     web_set_idle_hook(throw_fault, nullptr);
     EXPECT_THROW(call_web({url_of(peer)}), HookFault);
     EXPECT_EQ(connections_to(peer.port()), 0);

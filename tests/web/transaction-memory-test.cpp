@@ -137,19 +137,18 @@ struct MixedExchange {
 
 std::vector<MixedExchange> mixed_exchanges()
 {
-    const PeerStep read = {PeerAct::ReadRequest};
-    const PeerStep header = {PeerAct::Send, "HTTP/1.0 200 OK\r\nServer: of some name\r\n\r\n"};
-    const PeerStep body = {PeerAct::Send, std::string(3000, 'x')};
+    const PeerStep header = sending("HTTP/1.0 200 OK\r\nServer: of some name\r\n\r\n");
+    const PeerStep body = sending(std::string(3000, 'x'));
     const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
     return {
-        {"answered", {read, header, body}, "PEER", false, false, 9999},
-        {"through a proxy", {read, header, body}, "web", true, false, 9999},
-        {"closed at once", {read}, "PEER", false, false, 9999},
-        {"reset at once", {{PeerAct::Reset}}, "PEER", false, false, 9999},
-        {"reset in the body", {read, header, body, {PeerAct::Reset}}, "PEER", false, false, 9999},
-        {"closed in mid-line", {read, {PeerAct::Send, "HTTP"}}, "PEER", false, false, 500},
-        {"too long a body", {read, header, body}, "PEER", false, false, 1000},
-        {"cancelled", {{PeerAct::Hold}}, "PEER", false, true, 9999},
+        {"answered", {reading, header, body}, "PEER", false, false, 9999},
+        {"through a proxy", {reading, header, body}, "web", true, false, 9999},
+        {"closed at once", {reading}, "PEER", false, false, 9999},
+        {"reset at once", {resetting}, "PEER", false, false, 9999},
+        {"reset in the body", {reading, header, body, resetting}, "PEER", false, false, 9999},
+        {"closed in mid-line", {reading, sending("HTTP")}, "PEER", false, false, 500},
+        {"too long a body", {reading, header, body}, "PEER", false, false, 1000},
+        {"cancelled", {holding}, "PEER", false, true, 9999},
         {"refused", {}, refused, false, false, 9999},
         {"not found", {}, "a..b", false, false, 9999},
     };

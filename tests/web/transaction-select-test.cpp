@@ -62,25 +62,16 @@ void check(const PeerScript &script, const std::string &expected)
 
 TEST_F(WebTransactionWithManyFiles, AReplyArrivesWhole)
 {
-    check({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}},
-          outcome(WebOk, good_header, "body", ""));
-    check({{PeerAct::ReadRequest}, {PeerAct::Trickle, good_reply, 20}},
-          outcome(WebOk, good_header, "body", ""));
+    check(answering(good_reply), good_outcome());
+    check({reading, trickling(good_reply, 20)}, good_outcome());
     const std::string body(300000, 'x');
-    check({{PeerAct::ReadRequest}, {PeerAct::Send, "A\n\n" + body}},
-          outcome(WebOk, "A\n", body, ""));
+    check(answering("A\n\n" + body), delivered("A\n", body));
 }
 
 TEST_F(WebTransactionWithManyFiles, AReceiveErrorIsReported)
 {
-    const std::string error = "Error receiving data from web site: " + detail_of(ECONNRESET);
-    check({{PeerAct::ReadRequest}, {PeerAct::Pause, "", 300}, {PeerAct::Reset}},
-          outcome(WebOk, "", "", error));
-    check({{PeerAct::ReadRequest},
-           {PeerAct::Send, good_reply},
-           {PeerAct::Pause, "", 300},
-           {PeerAct::Reset}},
-          outcome(WebFailed, good_header, none, error));
+    check({reading, pausing(300), resetting}, outcome(WebOk, "", "", reset_error()));
+    check(resetting_after(good_reply), failed(reset_error(), good_header));
 }
 
 TEST_F(WebTransactionWithManyFiles, TheIdleHookIsCalledAboutTenTimesASecond)
@@ -88,8 +79,7 @@ TEST_F(WebTransactionWithManyFiles, TheIdleHookIsCalledAboutTenTimesASecond)
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
     const auto start = Clock::now();
-    check({{PeerAct::ReadRequest}, {PeerAct::Pause, "", 1000}, {PeerAct::Send, good_reply}},
-          outcome(WebOk, good_header, "body", ""));
+    check(answering_after(1000), good_outcome());
     EXPECT_GE(calls, 3);
     EXPECT_LE(calls, milliseconds_since(start) / 100);
 }
@@ -98,7 +88,7 @@ TEST_F(WebTransactionWithManyFiles, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
 {
     web_set_idle_hook(request_cancel, nullptr);
     const auto start = Clock::now();
-    check({{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error));
+    check({holding}, cancelled());
     EXPECT_LT(milliseconds_since(start), 5000);
     EXPECT_EQ(web_cancel_requested, 0);
 }
@@ -112,8 +102,7 @@ TEST_F(WebTransactionWithManyFiles, AFlagSetByASignalCancelsTheBodyPhase)
     const itimerval in_a_second = {{0, 0}, {1, 0}};
     ASSERT_EQ(setitimer(ITIMER_REAL, &in_a_second, nullptr), 0);
     const auto start = Clock::now();
-    check({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
-          outcome(WebCancelled, good_header, none, cancel_error));
+    check(holding_after(good_reply), cancelled(good_header));
     EXPECT_LT(milliseconds_since(start), 9000);
     sigaction(SIGALRM, &before, nullptr);
 }
@@ -121,8 +110,7 @@ TEST_F(WebTransactionWithManyFiles, AFlagSetByASignalCancelsTheBodyPhase)
 TEST_F(WebTransactionWithManyFiles, ALimitEndsTheExchange)
 {
     web_set_reply_limits(0, 3);
-    check({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
-          outcome(WebFailed, good_header, none, "Reply body from web site is longer than 3 bytes"));
+    check(holding_after(good_reply), body_too_long(good_header, 3));
 }
 
 // The time limit: each of these tests takes ten seconds.
@@ -139,16 +127,14 @@ TEST_F(WebTransactionWithManyFiles, SlowTimeoutInTheHeader)
 {
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
-    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0"}, {PeerAct::Hold}},
-                  outcome(WebTimedOut, none, none, timeout_error));
+    check_timeout(holding_after("HTTP/1.0"), timed_out());
     EXPECT_GE(calls, 30);
     EXPECT_LE(calls, 101);
 }
 
 TEST_F(WebTransactionWithManyFiles, SlowTimeoutInTheBody)
 {
-    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
-                  outcome(WebTimedOut, good_header, none, timeout_error));
+    check_timeout(holding_after(good_reply), timed_out(good_header));
 }
 
 } // namespace

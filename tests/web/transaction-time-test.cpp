@@ -24,8 +24,7 @@ TEST_F(WebTransaction, TheIdleHookIsCalledAboutTenTimesASecondInTheHeaderPhase)
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
     const auto start = Clock::now();
-    check_reply_row(
-        {"a second's thought", answering_after(1000), outcome(WebOk, good_header, "body", "")});
+    check_reply_row({"a second's thought", answering_after(1000), good_outcome()});
     // Each call stands behind a wait of 100 ms; a machine under load makes fewer, never more.
     EXPECT_GE(calls, 3);
     EXPECT_LE(calls, milliseconds_since(start) / 100);
@@ -35,11 +34,9 @@ TEST_F(WebTransaction, TheIdleHookIsNotCalledInAShortSilenceOfTheBodyPhase)
 {
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
-    LoopbackPeer peer({{{PeerAct::Send, good_reply}, // before the request, so that nothing waits
-                        {PeerAct::ReadRequest},
-                        {PeerAct::Pause, "", 1500},
-                        {PeerAct::Send, " more"}}});
-    EXPECT_EQ(call_web({url_of(peer)}), outcome(WebOk, good_header, "body more", ""));
+    LoopbackPeer peer({{sending(good_reply), // before the request, so that nothing waits
+                        reading, pausing(1500), sending(" more")}});
+    EXPECT_EQ(call_web({url_of(peer)}), delivered(good_header, "body more"));
     // A call or two may stand before the header's first byte; ten a second would make 15.
     EXPECT_LT(calls, 8);
 }
@@ -61,7 +58,7 @@ TEST_F(WebTransaction, TheIdleHookStaysForTheNextTransactionUntilReplaced)
     EXPECT_GT(second, 0);
     const int second_calls = second;
     web_set_idle_hook(nullptr, &second);
-    EXPECT_EQ(call_web({url_of(peer)}), outcome(WebOk, good_header, "body", ""));
+    EXPECT_EQ(call_web({url_of(peer)}), good_outcome());
     EXPECT_EQ(first, after_two);
     EXPECT_EQ(second, second_calls);
 }
@@ -69,10 +66,8 @@ TEST_F(WebTransaction, TheIdleHookStaysForTheNextTransactionUntilReplaced)
 TEST_F(WebTransaction, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
 {
     const ReplyRow rows[] = {
-        {"before any byte", {{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error)},
-        {"within the header",
-         {{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0 200 OK\r\n"}, {PeerAct::Hold}},
-         outcome(WebCancelled, none, none, cancel_error)},
+        {"before any byte", {holding}, cancelled()},
+        {"within the header", holding_after("HTTP/1.0 200 OK\r\n"), cancelled()},
     };
     for (const ReplyRow &row : rows) {
         web_set_idle_hook(request_cancel, nullptr);
@@ -88,11 +83,10 @@ TEST_F(WebTransaction, AFlagSetBeforehandCancelsAtTheFirstSilentWaitWithoutAskin
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
     web_cancel_requested = 7;
-    check_reply_row({"silent", {{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error)});
+    check_reply_row({"silent", {holding}, cancelled()});
     EXPECT_EQ(calls, 0);
     EXPECT_EQ(web_cancel_requested, 0);
-    check_reply_row(
-        {"the next one", answering(good_reply), outcome(WebOk, good_header, "body", "")});
+    check_reply_row({"the next one", answering(good_reply), good_outcome()});
 }
 
 TEST_F(WebTransaction, AFailureBeforeTheReplyLeavesTheFlagSet)
@@ -115,9 +109,7 @@ TEST_F(WebTransaction, AFlagSetByASignalCancelsTheBodyPhase)
     const itimerval off = {};
     ASSERT_EQ(setitimer(ITIMER_REAL, &in_a_second, nullptr), 0);
     const auto start = Clock::now();
-    check_reply_row({"silent in the body",
-                     {{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
-                     outcome(WebCancelled, good_header, none, cancel_error)});
+    check_reply_row({"silent in the body", holding_after(good_reply), cancelled(good_header)});
     EXPECT_LT(milliseconds_since(start), 9000);
     EXPECT_EQ(web_cancel_requested, 0);
     setitimer(ITIMER_REAL, &off, nullptr);
@@ -143,16 +135,14 @@ TEST_F(WebTransaction, SlowTimeoutBeforeTheFirstByteCallsTheHookAllTheWhile)
 {
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
-    check_timeout({{PeerAct::Hold}}, outcome(WebTimedOut, none, none, timeout_error));
+    check_timeout({holding}, timed_out());
     EXPECT_GE(calls, 30);
     EXPECT_LE(calls, 101);
 }
 
 TEST_F(WebTransaction, SlowTimeoutWithinTheHeaderDeliversNothing)
 {
-    check_timeout(
-        {{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0 200 OK\r\nA"}, {PeerAct::Hold}},
-        outcome(WebTimedOut, none, none, timeout_error));
+    check_timeout(holding_after("HTTP/1.0 200 OK\r\nA"), timed_out());
 }
 
 Clock::time_point body_test_start;
@@ -174,37 +164,27 @@ TEST_F(WebTransaction, SlowTimeoutInTheBodyDeliversTheHeaderAndCallsTheHookOnce)
     body_test_start = Clock::now();
     late_calls = 0;
     web_set_idle_hook(cancel_late, nullptr);
-    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, good_reply}, {PeerAct::Hold}},
-                  outcome(WebTimedOut, good_header, none, timeout_error));
+    check_timeout(holding_after(good_reply), timed_out(good_header));
     EXPECT_EQ(late_calls, 1);
     EXPECT_NE(web_cancel_requested, 0);
-    check_reply_row(
-        {"the next one", {{PeerAct::Hold}}, outcome(WebCancelled, none, none, cancel_error)});
+    check_reply_row({"the next one", {holding}, cancelled()});
 }
 
 TEST_F(WebTransaction, SlowTimeoutBehindAHeaderWithoutBody)
 {
-    check_timeout({{PeerAct::ReadRequest}, {PeerAct::Send, "A: b\r\n\r\n"}, {PeerAct::Hold}},
-                  outcome(WebTimedOut, "A: b\r\n\r", none, timeout_error));
+    check_timeout(holding_after("A: b\r\n\r\n"), timed_out("A: b\r\n\r"));
 }
 
 TEST_F(WebTransaction, SlowEachByteOfTheHeaderStartsTheLimitAnew)
 {
-    check_reply_row({"four seconds a byte",
-                     {{PeerAct::ReadRequest}, {PeerAct::Trickle, "A\n\n", 4000}},
-                     outcome(WebOk, "A\n", "", "")});
+    check_reply_row({"4 s a byte", {reading, trickling("A\n\n", 4000)}, delivered("A\n", "")});
 }
 
 TEST_F(WebTransaction, SlowEachChunkOfTheBodyStartsTheLimitAnew)
 {
-    check_reply_row({"six seconds a chunk",
-                     {{PeerAct::ReadRequest},
-                      {PeerAct::Send, "A\n\n"},
-                      {PeerAct::Pause, "", 6000},
-                      {PeerAct::Send, "x"},
-                      {PeerAct::Pause, "", 6000},
-                      {PeerAct::Send, "y"}},
-                     outcome(WebOk, "A\n", "xy", "")});
+    const PeerScript script = {reading,      sending("A\n\n"), pausing(6000),
+                               sending("x"), pausing(6000),    sending("y")};
+    check_reply_row({"6 s a chunk", script, delivered("A\n", "xy")});
 }
 
 } // namespace

@@ -22,7 +22,7 @@ TEST_F(WebTransactionUnderFaults, AWaitThatReportsAnotherDescriptorIsATimeout)
 {
     stage.wait_lies = true;
     stage.arrivals = {{"A\n\nb"}};
-    EXPECT_EQ(call_scripted(), outcome(WebTimedOut, none, none, timeout_error));
+    EXPECT_EQ(call_scripted(), timed_out());
     EXPECT_EQ(count_of_calls("recv 1"), 0);
     EXPECT_EQ(count_of_calls("close"), 1);
 }
@@ -33,13 +33,13 @@ TEST_F(WebTransactionUnderFaults, AWaitThatFailsCallsTheHookAndWaitsAgain)
     web_set_idle_hook(count_call, &calls);
     stage.wait_failures = 3;
     stage.arrivals = {{"A\n\nb"}};
-    EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+    EXPECT_EQ(call_scripted(), delivered("A\n", "b"));
     EXPECT_EQ(calls, 3);
 
     stage.wait_failures = 3;
     stage.arrivals = {{"A\n\nb"}};
     web_cancel_requested = 1;
-    EXPECT_EQ(call_scripted(), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(call_scripted(), cancelled());
     EXPECT_EQ(calls, 3);
     EXPECT_EQ(count_of_calls(header_wait), 1);
     EXPECT_EQ(web_cancel_requested, 0);
@@ -49,10 +49,10 @@ TEST_F(WebTransactionUnderFaults, AFlagIsNotLookedAtWhileDataFlows)
 {
     stage.arrivals = {{"A\n\nb"}};
     web_cancel_requested = 1;
-    EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", ""));
+    EXPECT_EQ(call_scripted(), delivered("A\n", "b"));
     EXPECT_EQ(web_cancel_requested, 1);
     stage.arrivals = {{"A\n\nb", 0, 100 * millisecond + 1}};
-    EXPECT_EQ(call_scripted(), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(call_scripted(), cancelled());
     EXPECT_EQ(web_cancel_requested, 0);
 }
 
@@ -60,7 +60,7 @@ TEST_F(WebTransactionUnderFaults, CancelFromTheHookIsSeenBehindTheNextSilentWait
 {
     web_set_idle_hook(request_cancel, nullptr);
     stage.arrivals = {{"A\n\nb", 0, forever}};
-    EXPECT_EQ(call_scripted(), outcome(WebCancelled, none, none, cancel_error));
+    EXPECT_EQ(call_scripted(), cancelled());
     EXPECT_EQ(count_of_calls(header_wait), 2);
     EXPECT_EQ(stage.now - usual_time, 200 * millisecond);
     EXPECT_EQ(web_cancel_requested, 0);
@@ -91,10 +91,10 @@ TEST_F(WebTransactionUnderFaults, ADescriptorThatNoSetCanHoldIsWaitedForWithPoll
         stage.wait_failures = 1;
         stage.arrivals = {
             {"A\n\n", 0, 150 * millisecond}, {"b", 0, 9999 * millisecond}, {"c", 0, forever}};
-        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, "A\n", none, timeout_error));
+        EXPECT_EQ(call_scripted(), timed_out("A\n"));
         EXPECT_EQ(hook_calls, 3);
         const auto first = std::find(stage.calls.begin(), stage.calls.end(), row.header_wait);
-        EXPECT_EQ(std::vector<std::string>(first, stage.calls.end()),
+        EXPECT_EQ(CallList(first, stage.calls.end()),
                   joined({times(2, {row.header_wait}),
                           times(3, {row.header_wait, "recv 1"}),
                           {row.body_wait, "recv 1023", row.body_wait, "close"}}))
@@ -140,14 +140,14 @@ TEST_F(WebTransactionUnderFaults, TheTimeLimitIsTenSecondsAtAnyTimeOfTheClock)
         web_set_idle_hook(count_call, &calls);
         stage.now = row.start;
         stage.arrivals = {{"A", 0, forever}};
-        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, none, none, timeout_error));
+        EXPECT_EQ(call_scripted(), timed_out());
         EXPECT_EQ(stage.now - row.start, 10 * second);
         EXPECT_EQ(count_of_calls(header_wait), 100);
         EXPECT_EQ(calls, 100);
 
         stage.now = row.start;
         stage.arrivals = {{"A\n\nb"}, {"c", 0, forever}};
-        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, "A\n", none, timeout_error));
+        EXPECT_EQ(call_scripted(), timed_out("A\n"));
         EXPECT_EQ(stage.now - row.start, 10 * second);
         EXPECT_EQ(count_of_calls(body_wait), 2);
         EXPECT_EQ(calls, 101);
@@ -163,7 +163,7 @@ TEST_F(WebTransactionUnderFaults, ASilenceShorterThanTheLimitPassesAtAnyTimeOfTh
                           {"\n\n", 0, 9999 * millisecond},
                           {"b", 0, 9999 * millisecond},
                           {"c", 0, 9999 * millisecond}};
-        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "bc", ""));
+        EXPECT_EQ(call_scripted(), delivered("A\n", "bc"));
     }
 }
 
@@ -179,12 +179,12 @@ TEST_F(WebTransactionUnderFaults, AClockThatIsSetBackOrForwardMovesTheDeadlineAn
     for (const auto &row : rows) {
         stage.clock_jump = row.jump;
         stage.arrivals = {{"A", 0, forever}};
-        EXPECT_EQ(call_scripted(), outcome(WebTimedOut, none, none, timeout_error));
+        EXPECT_EQ(call_scripted(), timed_out());
         EXPECT_EQ(count_of_calls(header_wait), row.waits) << row.jump;
 
         stage.clock_jump = row.jump;
         stage.arrivals = {{"A\n\n"}, {"b", 0, 2 * second}};
-        EXPECT_EQ(call_scripted(), outcome(WebOk, "A\n", "b", "")) << row.jump;
+        EXPECT_EQ(call_scripted(), delivered("A\n", "b")) << row.jump;
     }
 }
 

@@ -105,19 +105,12 @@ inline void expect_failure(const Answer &answer, int result, const std::string &
     expect_values(answer, untouched, untouched, untouched, untouched);
 }
 
-// The bytes of a request; `credentials` is its Authorization line or empty.
+// The bytes of a query; `credentials` is its Authorization line or empty.
 inline std::string request(const std::string &service, const std::string &host,
                            const std::string &body, const std::string &credentials = "")
 {
-    return "POST http://" + service +
-           "/version-update.php HTTP/1.0\r\n"
-           "Accept: image/gif, image/x-xbitmap, image/jpeg, image/pjpeg, */*\r\n"
-           "Accept-Language: en-us\r\n"
-           "User-Agent: Velmora_Auto1\r\n"
-           "Referer: " QUINTRAL_WEB_DOMAIN "\r\n"
-           "Content-Type: application/x-www-form-urlencoded\r\n"
-           "Content-Length: " +
-           std::to_string(body.size()) + "\r\nHost: " + host + "\r\n" + credentials + "\r\n" + body;
+    return request_text("POST http://" + service + "/version-update.php",
+                        form_lines(body.size()) + "Host: " + host + "\r\n" + credentials, body);
 }
 
 inline const char sample_body[] =

@@ -30,9 +30,7 @@ std::int64_t blocks_kept_by(const LoopbackPeer &peer, Answer *answer)
 // The header was delivered before, and nobody but the query can release it.
 TEST(WebVersionUpdateBlocks, ATimeOutBehindTheHeaderReleasesIt)
 {
-    const LoopbackPeer peer({{{PeerAct::ReadRequest},
-                              {PeerAct::Send, std::string(accepted) + "Version: 6\n"},
-                              {PeerAct::Hold}}});
+    const LoopbackPeer peer({holding_after(std::string(accepted) + "Version: 6\n")});
     Answer answer;
     EXPECT_EQ(blocks_kept_by(peer, &answer), 0);
     expect_failure(answer, 1, timeout_error);

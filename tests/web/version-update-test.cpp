@@ -215,7 +215,7 @@ TEST(WebVersionUpdateReply, ShowsAtMost127BytesOfAReason)
 
 TEST(WebVersionUpdateReply, ThatIsEmptyIsNoHttp)
 {
-    const LoopbackPeer peer({{{PeerAct::ReadRequest}}});
+    const LoopbackPeer peer({{reading}});
     expect_failure(ask(peer), -1, "Invalid non-HTTP header string returned from web site");
 }
 
@@ -285,7 +285,7 @@ TEST(WebVersionUpdateFailure, PassesOnALookUpThatFails)
 
 TEST(WebVersionUpdateFailure, PassesOnACancellation)
 {
-    const LoopbackPeer peer({{{PeerAct::ReadRequest}, {PeerAct::Hold}}});
+    const LoopbackPeer peer({{reading, holding}});
     web_set_idle_hook([](void *) { web_cancel_requested = 1; }, nullptr);
     const Answer answer = ask(peer);
     web_set_idle_hook(nullptr, nullptr);
@@ -294,7 +294,7 @@ TEST(WebVersionUpdateFailure, PassesOnACancellation)
 
 TEST(WebVersionUpdateFailure, PassesOnATimeOut)
 {
-    const LoopbackPeer peer({{{PeerAct::ReadRequest}, {PeerAct::Hold}}});
+    const LoopbackPeer peer({{reading, holding}});
     expect_failure(ask(peer), 1, timeout_error);
 }
 
