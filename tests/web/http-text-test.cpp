@@ -4,6 +4,7 @@
 #include "web/http-text.h"
 
 #include "tests/harness/each-locale.h"
+#include "tests/harness/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -17,6 +18,8 @@
 
 namespace quintral {
 namespace {
+
+using tests::repeated;
 
 class HttpText : public tests::InEachLocale {};
 
@@ -70,9 +73,7 @@ TEST_P(HttpText, AUrlIsSplitIntoSchemeHostAndPort)
         {"http://web host", "HTTP|WEB|80"},
         {"http://web#host", "HTTP|WEB|80"},
         {"http://[::1]/", "HTTP||80"},
-        {"http://w\xe4"
-         "b/",
-         "HTTP|W|80"},
+        {"http://w\344b/", "HTTP|W|80"},
         {"http://-.-/", "HTTP|-.-|80"},
         {"http://?", "HTTP||80"},
         // the port is atoi's reading of what stands behind the run's first ':'
@@ -138,23 +139,13 @@ TEST_P(HttpText, UrlsOfAnyLengthAreTakenWhole)
     }
 }
 
-// What a test says about a request; the rest is the same in all of them.
-struct RequestRow {
-    const char *name;
-    const char *method;
-    std::string extra_header;
-    std::string body;
-    const char *user;
-    const char *password;
-    std::vector<std::string> expected;
-};
-
-std::vector<std::string> pieces_of(const RequestRow &row)
+std::vector<std::string> pieces_of(const char *method, const std::string &extra_header,
+                                   const std::string &body, const char *user = nullptr,
+                                   const char *password = nullptr)
 {
     std::vector<std::string> pieces = {"left over"};
-    web_compose_request({row.method, "http://Web/p", "WEB", row.extra_header.data(),
-                         row.extra_header.size(), row.body.data(), row.body.size(), row.user,
-                         row.password},
+    web_compose_request({method, "http://Web/p", "WEB", extra_header.data(), extra_header.size(),
+                         body.data(), body.size(), user, password},
                         &pieces);
     return pieces;
 }
@@ -175,51 +166,76 @@ std::vector<std::string> with_fixed_lines(const std::string &method,
     return pieces;
 }
 
+const std::string host_line = "Host: WEB\r\n";
+
 TEST_P(HttpText, ARequestIsComposedPieceByPieceInAFixedOrder)
 {
-    const std::string nul(1, '\0');
-    const std::string host = "Host: WEB\r\n";
-    const std::string end = "\r\n";
-    const std::vector<RequestRow> rows = {
-        {"GET alone", "GET", "", "", nullptr, nullptr, with_fixed_lines("GET ", {host, end})},
-        {"GET announces a body and does not send it", "GET", "A: b\r\nC: 4", "body", nullptr,
-         nullptr, with_fixed_lines("GET ", {"A: b\r\nC: 4\r\n", host, end})},
-        {"POST sends the body", "POST", "A: b", "body", nullptr, nullptr,
-         with_fixed_lines("POST ", {"A: b\r\n", host, end, "body"})},
-        {"the body goes out with its full length", "POST", "", "a" + nul + "b", nullptr, nullptr,
-         with_fixed_lines("POST ", {host, end, "a" + nul + "b"})},
-        {"the extra header too", "GET", "A" + nul + "b", "", nullptr, nullptr,
-         with_fixed_lines("GET ", {"A" + nul + "b\r\n", host, end})},
-        {"post is not POST", "post", "", "body", nullptr, nullptr,
-         with_fixed_lines("GET ", {host, end})},
-        {"POSTS is not POST", "POSTS", "", "body", nullptr, nullptr,
-         with_fixed_lines("GET ", {host, end})},
-        {"no method is a GET", "", "", "body", nullptr, nullptr,
-         with_fixed_lines("GET ", {host, end})},
-        {"credentials stand behind the host", "POST", "A: b", "body", "user", "pass",
-         with_fixed_lines(
-             "POST ", {"A: b\r\n", host, "Authorization: Basic dXNlcjpwYXNz\r\n", end, "body"})},
-        {"a user alone is not enough", "GET", "", "", "user", nullptr,
-         with_fixed_lines("GET ", {host, end})},
-        {"a password alone is not enough", "GET", "", "", nullptr, "pass",
-         with_fixed_lines("GET ", {host, end})},
-        {"empty credentials are a lone colon", "GET", "", "", "", "",
-         with_fixed_lines("GET ", {host, "Authorization: Basic Og==\r\n", end})},
-        {"an empty user", "GET", "", "", "", "pw",
-         with_fixed_lines("GET ", {host, "Authorization: Basic OnB3\r\n", end})},
-        {"an empty password", "GET", "", "", "u", "",
-         with_fixed_lines("GET ", {host, "Authorization: Basic dTo=\r\n", end})},
-        {"credentials may hold any byte", "GET", "", "", "a:b%s", "\xff\n",
-         with_fixed_lines("GET ", {host, "Authorization: Basic YTpiJXM6/wo=\r\n", end})},
+    const std::string nul = std::string("a\0b", 3);
+    const std::string nul_line = nul + "\r\n";
+    const struct {
+        const char *rule;
+        const char *method;
+        std::string extra_header;
+        std::string body;
+        const char *sent_method;
+        std::string sent_header; // an empty piece is left out
+        std::string sent_body;
+    } rows[] = {
+        {"GET", "GET", "", "", "GET ", "", ""},
+        {"a GET only announces", "GET", "A: b\r\nC: 4", "body", "GET ", "A: b\r\nC: 4\r\n", ""},
+        {"a POST sends its body", "POST", "A: b", "body", "POST ", "A: b\r\n", "body"},
+        {"the body is sent in full", "POST", "", nul, "POST ", "", nul},
+        {"the extra header too", "GET", nul, "", "GET ", nul_line, ""},
+        {"post is not POST", "post", "", "body", "GET ", "", ""},
+        {"POSTS is not POST", "POSTS", "", "body", "GET ", "", ""},
+        {"no method is a GET", "", "", "body", "GET ", "", ""},
     };
-    for (const RequestRow &row : rows)
-        EXPECT_EQ(pieces_of(row), row.expected) << row.name;
+    for (const auto &row : rows) {
+        std::vector<std::string> rest = {host_line, "\r\n"};
+        if (!row.sent_header.empty())
+            rest.insert(rest.begin(), row.sent_header);
+        if (!row.sent_body.empty())
+            rest.push_back(row.sent_body);
+        EXPECT_EQ(pieces_of(row.method, row.extra_header, row.body),
+                  with_fixed_lines(row.sent_method, rest))
+            << row.rule;
+    }
+}
+
+TEST_P(HttpText, CredentialsFollowTheHostIfBothAreGiven)
+{
+    const struct {
+        const char *rule;
+        const char *user;
+        const char *password;
+        const char *line; // empty if none is sent
+    } rows[] = {
+        {"both", "user", "pass", "Authorization: Basic dXNlcjpwYXNz\r\n"},
+        {"only a user", "user", nullptr, ""},
+        {"only a password", nullptr, "pass", ""},
+        {"empty credentials are a colon", "", "", "Authorization: Basic Og==\r\n"},
+        {"an empty user", "", "pw", "Authorization: Basic OnB3\r\n"},
+        {"an empty password", "u", "", "Authorization: Basic dTo=\r\n"},
+        {"any byte", "a:b%s", "\xff\n", "Authorization: Basic YTpiJXM6/wo=\r\n"},
+    };
+    for (const auto &row : rows) {
+        std::vector<std::string> rest = {host_line, "\r\n"};
+        if (*row.line != '\0')
+            rest.insert(rest.begin() + 1, row.line);
+        EXPECT_EQ(pieces_of("GET", "", "", row.user, row.password), with_fixed_lines("GET ", rest))
+            << row.rule;
+        rest.insert(rest.begin(), "A: b\r\n");
+        rest.push_back("body");
+        EXPECT_EQ(pieces_of("POST", "A: b", "body", row.user, row.password),
+                  with_fixed_lines("POST ", rest))
+            << row.rule;
+    }
 }
 
 TEST_P(HttpText, APostWithoutBodyEndsWithTheEmptyLine)
 {
     std::string joined;
-    for (const std::string &piece : pieces_of({"", "POST", "", "", nullptr, nullptr, {}}))
+    for (const std::string &piece : pieces_of("POST", "", ""))
         joined += piece;
     std::string expected;
     for (const std::string &piece : with_fixed_lines("POST ", {"Host: WEB\r\n", "\r\n"}))
@@ -230,19 +246,13 @@ TEST_P(HttpText, APostWithoutBodyEndsWithTheEmptyLine)
 TEST_P(HttpText, CredentialsOfAnyLengthAreEncodedWithoutALineBreak)
 {
     // "uuu" and "ppp" in base64, around a group that holds the colon.
-    const auto repeated = [](const char *text, int count) {
-        std::string all;
-        for (int i = 0; i < count; ++i)
-            all += text;
-        return all;
-    };
-    for (int groups : {1, 18, 19, 255, 256, 257, 33000}) {
-        const std::string user(static_cast<std::size_t>(3 * groups), 'u');
-        const std::string password(static_cast<std::size_t>(3 * groups + 2), 'p');
-        const auto pieces = pieces_of({"", "GET", "", "", user.c_str(), password.c_str(), {}});
+    for (std::size_t groups : {1u, 18u, 19u, 255u, 256u, 257u, 33000u}) {
+        const std::string user(3 * groups, 'u');
+        const std::string password(3 * groups + 2, 'p');
+        const auto pieces = pieces_of("GET", "", "", user.c_str(), password.c_str());
         ASSERT_EQ(pieces.size(), 10u) << groups;
-        EXPECT_EQ(pieces[8], "Authorization: Basic " + repeated("dXV1", groups) + "OnBw" +
-                                 repeated("cHBw", groups) + "\r\n")
+        EXPECT_EQ(pieces[8], "Authorization: Basic " + repeated(groups, "dXV1") + "OnBw" +
+                                 repeated(groups, "cHBw") + "\r\n")
             << groups;
     }
 }

@@ -94,6 +94,20 @@ inline std::string body_too_long(const Text &header, std::size_t limit)
                   header);
 }
 
+// Errors of the reply check
+
+inline const char *const no_http_error = "Invalid non-HTTP header string returned from web site";
+
+inline std::string bad_status(int status, const std::string &reason)
+{
+    return "Bad HTTP status " + std::to_string(status) + " from web site: " + reason;
+}
+
+inline std::string unreadable_status(const std::string &rest)
+{
+    return "Invalid HTTP return status (can't parse header HTTP/" + rest + ")";
+}
+
 // A text that the client allocated: copied and released.
 inline Text taken(char *text)
 {

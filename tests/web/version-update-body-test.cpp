@@ -24,12 +24,11 @@ using namespace tests;
 struct BodyRow {
     const char *rule;
     const char *body;
-    unsigned capacity;
-    int result;
-    const char *message;
-    const char *version;
-    const char *url;
-    const char *button;
+    const char *message; // untouched if the body has no Message line
+    const char *version = untouched;
+    const char *url = untouched;
+    const char *button = untouched;
+    unsigned capacity = room; // of each buffer; 0 keeps them all untouched
 };
 
 void expect_buffer(const Buffer &buffer, const char *value, const BodyRow &row, const char *name)
@@ -54,7 +53,7 @@ void expect_body_row(const BodyRow &row, unsigned wanted, const std::string &beh
     const WebUpdateBuffers buffers = {
         row.capacity, message.bytes, (wanted & 1) != 0 ? version.bytes : nullptr,
         (wanted & 2) != 0 ? url.bytes : nullptr, (wanted & 4) != 0 ? button.bytes : nullptr};
-    EXPECT_EQ(web_read_update_body(body.get(), &buffers), row.result)
+    EXPECT_EQ(web_read_update_body(body.get(), &buffers), row.message != untouched ? 0 : -1)
         << row.rule << ", buffers " << wanted << ": " << row.body;
     expect_buffer(message, row.message, row, "message");
     expect_buffer(version, (wanted & 1) != 0 ? row.version : untouched, row, "version");
@@ -72,108 +71,93 @@ void expect_body_rows(const std::vector<BodyRow> &rows)
     }
 }
 
-const char *const none = untouched;
-
 TEST(WebReadUpdateBody, TakesTheFourValuesInAnyOrderAndTheMessageToTheEnd)
 {
+    const char *const in_order = "Version: 5.1\nURL: http://a/\nButton: Get\nMessage: New.\n";
+    const char *const not_in_order = "Button: Get\nVersion: 5.1\nURL: http://a/\nMessage: New.\n";
+    const char *const message_first = "Message: one\n\ntwo\nVersion: 9\nURL: x\n";
+    const char *const its_rest = "one\n\ntwo\nVersion: 9\nURL: x\n";
     expect_body_rows({
-        {"four lines", "Version: 5.1\nURL: http://a/\nButton: Get\nMessage: New.\n", room, 0,
-         "New.\n", "5.1", "http://a/", "Get"},
-        {"other order", "Button: Get\nVersion: 5.1\nURL: http://a/\nMessage: New.\n", room, 0,
-         "New.\n", "5.1", "http://a/", "Get"},
-        {"message alone, no line feed", "Message: New.", room, 0, "New.", none, none, none},
-        {"one optional line", "URL: u\nMessage: m", room, 0, "m", none, "u", none},
-        {"the message takes the rest", "Message: one\n\ntwo\nVersion: 9\nURL: x\n", room, 0,
-         "one\n\ntwo\nVersion: 9\nURL: x\n", none, none, none},
-        {"a second message line belongs to the first", "Message: a\nMessage: b\n", room, 0,
-         "a\nMessage: b\n", none, none, none},
-        {"a value keeps its own colons", "URL: http://a:8/b:c\nMessage: m: n", room, 0, "m: n",
-         none, "http://a:8/b:c", none},
-        {"other keys are skipped", "X: 1\nVersion: 2\n: 3\nMessages: 4\nMessage: m", room, 0, "m",
-         "2", none, none},
+        {"four lines", in_order, "New.\n", "5.1", "http://a/", "Get"},
+        {"other order", not_in_order, "New.\n", "5.1", "http://a/", "Get"},
+        {"the message takes the rest", message_first, its_rest},
+        {"only a message, no line feed", "Message: New.", "New."},
+        {"one optional line", "URL: u\nMessage: m", "m", untouched, "u"},
+        {"a second Message belongs to the first", "Message: a\nMessage: b\n", "a\nMessage: b\n"},
+        {"colons", "URL: http://a:8/b:c\nMessage: m: n", "m: n", untouched, "http://a:8/b:c"},
+        {"other keys are skipped", "X: 1\nVersion: 2\n: 3\nMessages: 4\nMessage: m", "m", "2"},
     });
 }
 
 TEST(WebReadUpdateBody, TakesAValueFromTheSecondCharacterBehindTheColon)
 {
+    const char *const with_returns = "Version: 5.1\r\nURL: u\r\nButton: b\r\nMessage: m\r\n";
     expect_body_rows({
-        {"no blank loses a character", "Version:5.1\nMessage:New", room, 0, "ew", ".1", none, none},
-        {"the first character may be any", "Version:\t5.1\nMessage:xNew", room, 0, "New", "5.1",
-         none, none},
-        {"a second blank belongs to the value", "Version:  5.1 \nMessage:  m ", room, 0, " m ",
-         " 5.1 ", none, none},
-        {"a colon is skipped like any other", "Version::5.1\nMessage::m", room, 0, "m", "5.1", none,
-         none},
-        {"empty values", "Version: \nURL: \nButton: \nMessage: ", room, 0, "", "", "", ""},
-        {"a carriage return stays", "Version: 5.1\r\nURL: u\r\nButton: b\r\nMessage: m\r\n", room,
-         0, "m\r\n", "5.1\r", "u\r", "b\r"},
-        {"a carriage return right behind the colon is skipped", "Version:\r\nMessage: m", room, 0,
-         "m", "", none, none},
-        {"a line feed right behind the colon is skipped", "Version:\nURL: u\nMessage: m", room, 0,
-         "m", "URL: u", none, none},
-        {"so is one behind Message", "Message:\nNew.\n", room, 0, "New.\n", none, none, none},
-        {"and one that hides the Message line", "Version:\nMessage: m\n", room, -1, none,
-         "Message: m", none, none},
+        {"without a space a character is lost", "Version:5.1\nMessage:New", "ew", ".1"},
+        {"the first character may be any", "Version:\t5.1\nMessage:xNew", "New", "5.1"},
+        {"a second space belongs to the value", "Version:  5.1 \nMessage:  m ", " m ", " 5.1 "},
+        {"a colon is skipped like any other", "Version::5.1\nMessage::m", "m", "5.1"},
+        {"empty values", "Version: \nURL: \nButton: \nMessage: ", "", "", "", ""},
+        {"a final carriage return stays", with_returns, "m\r\n", "5.1\r", "u\r", "b\r"},
+        {"a carriage return is skipped", "Version:\r\nMessage: m", "m", ""},
+        {"a line feed is skipped", "Version:\nURL: u\nMessage: m", "m", "URL: u"},
+        {"so is one after Message", "Message:\nNew.\n", "New.\n"},
+        {"even if that hides the Message line", "Version:\nMessage: m\n", untouched, "Message: m"},
     });
 }
 
 TEST(WebReadUpdateBody, AValueThatWouldBeginBehindTheEndIsEmpty)
 {
     expect_body_rows({
-        {"message", "Message:", room, 0, "", none, none, none},
-        {"message behind a line", "Version: 1\nMessage:", room, 0, "", "1", none, none},
-        {"message of the skipped character alone", "Message:x", room, 0, "", none, none, none},
-        {"version, which no line feed ends", "Version:", room, -1, none, none, none, none},
-        {"version of the skipped character alone", "Version: ", room, -1, none, none, none, none},
-        {"version of a line feed that is skipped", "Version:\n", room, -1, none, none, none, none},
-        {"other key", "X:", room, -1, none, none, none, none},
-        {"a colon alone", ":", room, -1, none, none, none, none},
+        {"message", "Message:", ""},
+        {"message after a line", "Version: 1\nMessage:", "", "1"},
+        {"only the skipped character: message", "Message:x", ""},
+        {"version without a line feed", "Version:", untouched},
+        {"only the skipped character: version", "Version: ", untouched},
+        {"version of a skipped line feed", "Version:\n", untouched},
+        {"other key", "X:", untouched},
+        {"only a colon", ":", untouched},
     });
 }
 
 TEST(WebReadUpdateBody, WithoutAMessageLineFailsAndKeepsWhatItHasRead)
 {
     expect_body_rows({
-        {"empty body", "", room, -1, none, none, none, none},
-        {"version alone", "Version: 5.1\n", room, -1, none, "5.1", none, none},
-        {"three lines", "Version: 5.1\nURL: u\nButton: b\n", room, -1, none, "5.1", "u", "b"},
-        {"last line without a line feed is not stored", "Version: 5.1", room, -1, none, none, none,
-         none},
-        {"the line before it is", "URL: u\nVersion: 5.1", room, -1, none, none, "u", none},
-        {"no colon", "Message", room, -1, none, none, none, none},
-        {"no colon in many lines", "a\nb\n\n", room, -1, none, none, none, none},
-        {"no colon behind a line", "Button: b\nsome text\n", room, -1, none, none, none, "b"},
-        {"a line feed alone", "\n", room, -1, none, none, none, none},
+        {"empty body", "", untouched},
+        {"only a version", "Version: 5.1\n", untouched, "5.1"},
+        {"three lines", "Version: 5.1\nURL: u\nButton: b\n", untouched, "5.1", "u", "b"},
+        {"an unfinished last line is not stored", "Version: 5.1", untouched},
+        {"the line before it is", "URL: u\nVersion: 5.1", untouched, untouched, "u"},
+        {"no colon", "Message", untouched},
+        {"no colon in many lines", "a\nb\n\n", untouched},
+        {"no colon after a line", "Button: b\nsome text\n", untouched, untouched, untouched, "b"},
+        {"only a line feed", "\n", untouched},
     });
 }
 
 TEST(WebReadUpdateBody, ComparesKeysExactlyFromTheLineStartToTheColon)
 {
     expect_body_rows({
-        {"other case", "version: 1\nurl: 2\nBUTTON: 3\nmessage: 4\n", room, -1, none, none, none,
-         none},
-        {"other case is skipped", "VERSION: 1\nUrl: 2\nMessage: m", room, 0, "m", none, none, none},
-        {"blank before the colon", "Version : 1\nMessage : m\n", room, -1, none, none, none, none},
-        {"blank before the key", " Version: 1\nMessage: m", room, 0, "m", none, none, none},
-        {"longer and shorter keys", "Versions: 1\nVersio: 2\nUR: 3\nButto: 4\nMessage: m", room, 0,
-         "m", none, none, none},
-        {"a line without a colon hides the next key", "Hello\nVersion: 1\nMessage: m", room, 0, "m",
-         none, none, none},
-        {"it hides a Message as well", "Hello\nMessage: m\n", room, -1, none, none, none, none},
-        {"and so does an empty line", "\nVersion: 1\nURL: u\nMessage: m", room, 0, "m", none, "u",
-         none},
-        {"a byte above 0x7F", "Version\xe4: 1\nMessage: m", room, 0, "m", none, none, none},
+        {"other case", "version: 1\nurl: 2\nBUTTON: 3\nmessage: 4\n", untouched},
+        {"other case is skipped", "VERSION: 1\nUrl: 2\nMessage: m", "m"},
+        {"space before the colon", "Version : 1\nMessage : m\n", untouched},
+        {"space before the key", " Version: 1\nMessage: m", "m"},
+        {"longer and shorter keys", "Versions: 1\nVersio: 2\nUR: 3\nButto: 4\nMessage: m", "m"},
+        {"a line without a colon hides the next key", "Hello\nVersion: 1\nMessage: m", "m"},
+        {"even a Message", "Hello\nMessage: m\n", untouched},
+        {"so does an empty line", "\nVersion: 1\nURL: u\nMessage: m", "m", untouched, "u"},
+        {"a byte above 0x7F", "Version\xe4: 1\nMessage: m", "m"},
     });
 }
 
 TEST(WebReadUpdateBody, OfAKeyThatOccursTwiceTheLaterValueWins)
 {
     expect_body_rows({
-        {"later", "Version: 1\nVersion: 2\nMessage: m", room, 0, "m", "2", none, none},
-        {"shorter", "URL: a long one\nURL: b\nMessage: m", room, 0, "m", none, "b", none},
-        {"empty", "Button: b\nButton: \nMessage: m", room, 0, "m", none, none, ""},
-        {"without a message", "Version: 1\nURL: u\nVersion: 2\n", room, -1, none, "2", "u", none},
-        {"the last one breaks off", "Version: 1\nVersion: 2", room, -1, none, "1", none, none},
+        {"later", "Version: 1\nVersion: 2\nMessage: m", "m", "2"},
+        {"shorter", "URL: a long one\nURL: b\nMessage: m", "m", untouched, "b"},
+        {"empty", "Button: b\nButton: \nMessage: m", "m", untouched, untouched, ""},
+        {"without a message", "Version: 1\nURL: u\nVersion: 2\n", untouched, "2", "u"},
+        {"the last one is unfinished", "Version: 1\nVersion: 2", untouched, "1"},
     });
 }
 
@@ -181,15 +165,15 @@ TEST(WebReadUpdateBody, CutsEachValueToTheCapacity)
 {
     const char *const body = "Version: 12345\nURL: abcde\nButton: fghij\nMessage: klmno";
     expect_body_rows({
-        {"nothing is stored", body, 0, 0, none, none, none, none},
-        {"room for the terminator", body, 1, 0, "", "", "", ""},
-        {"one byte", body, 2, 0, "k", "1", "a", "f"},
-        {"one byte too little", body, 5, 0, "klmn", "1234", "abcd", "fghi"},
-        {"just enough", body, 6, 0, "klmno", "12345", "abcde", "fghij"},
-        {"one byte more", body, 7, 0, "klmno", "12345", "abcde", "fghij"},
-        {"all of the buffer", body, room, 0, "klmno", "12345", "abcde", "fghij"},
-        {"nothing is stored without a message", "Version: 1\n", 0, -1, none, none, none, none},
-        {"a message is cut at a line feed", "Message: a\nb", 3, 0, "a\n", none, none, none},
+        {"nothing is stored", body, "", "", "", "", 0},
+        {"only the terminator", body, "", "", "", "", 1},
+        {"one byte", body, "k", "1", "a", "f", 2},
+        {"one byte too little", body, "klmn", "1234", "abcd", "fghi", 5},
+        {"exactly enough", body, "klmno", "12345", "abcde", "fghij", 6},
+        {"one byte more", body, "klmno", "12345", "abcde", "fghij", 7},
+        {"the whole buffer", body, "klmno", "12345", "abcde", "fghij"},
+        {"nothing is stored without a message", "Version: 1\n", untouched, "", "", "", 0},
+        {"cut after a line feed", "Message: a\nb", "a\n", untouched, untouched, untouched, 3},
     });
 }
 
