@@ -48,65 +48,88 @@ CFStringRef released_string()
     return string;
 }
 
-struct MisuseRow {
-    const char *fault;
-    void (*misuse)();
-};
+void release_twice()
+{
+    CFRelease(released_string());
+}
+
+void use_released_string()
+{
+    CFBundleGetBundleWithIdentifier(released_string());
+}
+
+void use_entry_of_released_dictionary()
+{
+    CFDictionaryRef proxies = SCDynamicStoreCopyProxies(nullptr);
+    const void *host = CFDictionaryGetValue(proxies, kSCPropNetProxiesHTTPProxy);
+    CFRelease(proxies);
+    CFGetTypeID(host);
+}
+
+void use_address_as_string()
+{
+    CFURLRef address = CFBundleCopyBundleURL(CFBundleGetMainBundle());
+    CFBundleGetBundleWithIdentifier(reinterpret_cast<CFStringRef>(address));
+    CFRelease(address);
+}
+
+void make_string_in_other_encoding()
+{
+    CFRelease(CFStringCreateWithCString(kCFAllocatorDefault, "text", 0));
+}
+
+void get_string_into_no_space()
+{
+    char byte = '#';
+    CFStringRef string = new_string("");
+    CFStringGetCString(string, &byte, 0, recorded_system_encoding);
+    CFRelease(string);
+}
+
+void make_path_that_is_no_folder()
+{
+    CFStringRef path = new_string("/folder");
+    CFRelease(
+        CFURLCreateWithFileSystemPath(kCFAllocatorDefault, path, kCFURLPOSIXPathStyle, false));
+    CFRelease(path);
+}
+
+void open_garbage()
+{
+    FSRef ref;
+    std::memset(&ref, 0xa5, sizeof ref);
+    platform_open_ref(ref);
+}
+
+void open_reference_with_last_byte_set()
+{
+    FSRef ref = {};
+    ref.hidden[sizeof ref.hidden - 1] = 1;
+    platform_open_ref(ref);
+}
 
 TEST(RecordingFrameworks, NoteEveryMisuse)
 {
-    const MisuseRow rows[] = {
+    const struct {
+        const char *fault;
+        void (*misuse)();
+    } rows[] = {
         {"CFRelease: null", [] { CFRelease(nullptr); }},
         {"CFRelease: no object", [] { CFRelease("text"); }},
         {"CFRelease: borrowed object", [] { CFRelease(CFBundleGetMainBundle()); }},
-        {"CFRelease: released object", [] { CFRelease(released_string()); }},
-        {"CFBundleGetBundleWithIdentifier: released object",
-         [] { CFBundleGetBundleWithIdentifier(released_string()); }},
-        {"CFGetTypeID: released object",
-         [] {
-             CFDictionaryRef proxies = SCDynamicStoreCopyProxies(nullptr);
-             const void *host = CFDictionaryGetValue(proxies, kSCPropNetProxiesHTTPProxy);
-             CFRelease(proxies);
-             CFGetTypeID(host);
-         }},
+        {"CFRelease: released object", release_twice},
+        {"CFBundleGetBundleWithIdentifier: released object", use_released_string},
+        {"CFGetTypeID: released object", use_entry_of_released_dictionary},
         {"CFBundleCopyBundleURL: null", [] { CFBundleCopyBundleURL(nullptr); }},
-        {"CFBundleGetBundleWithIdentifier: object of another type",
-         [] {
-             CFURLRef address = CFBundleCopyBundleURL(CFBundleGetMainBundle());
-             CFBundleGetBundleWithIdentifier(reinterpret_cast<CFStringRef>(address));
-             CFRelease(address);
-         }},
+        {"CFBundleGetBundleWithIdentifier: object of another type", use_address_as_string},
         {"CFStringCreateWithCString: null", [] { new_string(nullptr); }},
-        {"CFStringCreateWithCString: unexpected encoding",
-         [] { CFRelease(CFStringCreateWithCString(kCFAllocatorDefault, "text", 0)); }},
-        {"CFStringGetCString: no room",
-         [] {
-             char byte = '#';
-             CFStringRef string = new_string("");
-             CFStringGetCString(string, &byte, 0, recorded_system_encoding);
-             CFRelease(string);
-         }},
-        {"CFURLCreateWithFileSystemPath: not marked as a folder",
-         [] {
-             CFStringRef path = new_string("/folder");
-             CFRelease(CFURLCreateWithFileSystemPath(kCFAllocatorDefault, path,
-                                                     kCFURLPOSIXPathStyle, false));
-             CFRelease(path);
-         }},
-        {"LSOpenFSRef: reference that nobody filled",
-         [] {
-             FSRef ref;
-             std::memset(&ref, 0xa5, sizeof ref);
-             platform_open_ref(ref);
-         }},
-        {"LSOpenFSRef: reference that nobody filled",
-         [] {
-             FSRef ref = {};
-             ref.hidden[sizeof ref.hidden - 1] = 1;
-             platform_open_ref(ref);
-         }},
+        {"CFStringCreateWithCString: unexpected encoding", make_string_in_other_encoding},
+        {"CFStringGetCString: no room", get_string_into_no_space},
+        {"CFURLCreateWithFileSystemPath: not marked as a folder", make_path_that_is_no_folder},
+        {"LSOpenFSRef: reference that nobody filled", open_garbage},
+        {"LSOpenFSRef: reference that nobody filled", open_reference_with_last_byte_set},
     };
-    for (const MisuseRow &row : rows) {
+    for (const auto &row : rows) {
         set_up_machine();
         row.misuse();
         EXPECT_EQ(joined(frameworks.faults), row.fault);

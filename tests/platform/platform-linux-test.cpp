@@ -205,7 +205,11 @@ TEST(PlatformMakeRef, TakesTheLongestPathThatTheSystemHasAndNoLonger)
         std::size_t name_length;
         const char *output;
     } rows[] = {
-        {4000, 94, "0 4095\n"}, {4000, 95, "-1 0\n"}, {4094, 1, "-1 0\n"}, {6000, 1, "-1 0\n"}};
+        {4000, 94, "0 4095\n"},
+        {4000, 95, "-1 0\n"},
+        {4094, 1, "-1 0\n"},
+        {6000, 1, "-1 0\n"},
+    };
     for (const auto &row : rows) {
         const TempFolder folder;
         const ChildResult result = run_child_function([&] {

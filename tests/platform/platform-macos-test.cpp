@@ -166,27 +166,27 @@ TEST(PlatformMacosOpenDocument, FailsForAPathThatNamesNothing)
 
 TEST(PlatformMacosBundlePath, IsWhatTheSystemGivesForEachLocation)
 {
+    const std::string app = "buffer /Applications/Caf\xc3\xa9.app";
+    const std::string resources = app + "/Contents/Resources/";
     const struct {
         unsigned location;
         const char *name;
-        const char *answer;
+        std::string answer;
     } rows[] = {
-        {MainBundle, nullptr, "buffer /Applications/Caf\xc3\xa9.app$"},
-        {MainExecutable, nullptr, "buffer /Applications/Caf\xc3\xa9.app/Contents/MacOS/program$"},
+        {MainBundle, nullptr, app + "$"},
+        {MainExecutable, nullptr, app + "/Contents/MacOS/program$"},
         {MainSupportFiles, nullptr, "buffer Contents$"},
         {MainResources, nullptr, "buffer Contents/Resources$"},
         {MainPlugIns, nullptr, "buffer Contents/PlugIns$"},
-        {MainNamedResource, "welcome.txt",
-         "buffer /Applications/Caf\xc3\xa9.app/Contents/Resources/welcome.txt$"},
-        {MainNamedResource, "caf\xc3\xa9.txt",
-         "buffer /Applications/Caf\xc3\xa9.app/Contents/Resources/caf\xc3\xa9.txt$"},
+        {MainNamedResource, "welcome.txt", resources + "welcome.txt$"},
+        {MainNamedResource, "caf\xc3\xa9.txt", resources + "caf\xc3\xa9.txt$"},
         {MainNamedResource, "missing.txt", "null "},
         {MainNamedResource, "\xff", "null "},
         {SecondProductBundle, nullptr, "buffer /Library/Second.plugin$"},
         {ConfigFolder, nullptr, "buffer " QUINTRAL_CONFIG_FOLDER "$"},
-        {ConfigFolder + 1, nullptr, "buffer /Applications/Caf\xc3\xa9.app$"},
-        {9, nullptr, "buffer /Applications/Caf\xc3\xa9.app$"},
-        {std::numeric_limits<unsigned>::max(), nullptr, "buffer /Applications/Caf\xc3\xa9.app$"},
+        {ConfigFolder + 1, nullptr, app + "$"},
+        {9, nullptr, app + "$"},
+        {std::numeric_limits<unsigned>::max(), nullptr, app + "$"},
     };
     for (const auto &row : rows) {
         set_up_machine();

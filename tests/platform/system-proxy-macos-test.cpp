@@ -16,58 +16,53 @@ using namespace tests;
 
 using Entries = std::map<std::string, ProxyEntry>;
 
-// The system's proxy
+const Entries complete_entries = {{"HTTPEnable", number_entry(1)},
+                                  {"HTTPProxy", text_entry("cache")},
+                                  {"HTTPPort", number_entry(3128)}};
 
-struct ProxyRow {
-    const char *rule;
-    Entries entries;
-    const char *answer;
-};
+// The complete entries with one of them replaced or missing.
+Entries with(const std::string &key, const ProxyEntry &entry)
+{
+    Entries entries = complete_entries;
+    entries[key] = entry;
+    return entries;
+}
+
+Entries without(const std::string &key)
+{
+    Entries entries = complete_entries;
+    entries.erase(key);
+    return entries;
+}
 
 TEST(SystemProxyMacos, NeedsEachOfTheThreeEntries)
 {
-    const ProxyEntry on = number_entry(1);
-    const ProxyEntry host = text_entry("cache");
-    const ProxyEntry port = number_entry(3128);
-    const char *none = "false $ 0";
-    const char *emptied = "false $ache$ 0"; // the host had been copied
-    const ProxyRow rows[] = {
-        {"complete",
-         {{"HTTPEnable", on}, {"HTTPProxy", host}, {"HTTPPort", port}},
-         "true cache$ 3128"},
-        {"enabled by any number but 0",
-         {{"HTTPEnable", number_entry(-2)}, {"HTTPProxy", host}, {"HTTPPort", port}},
-         "true cache$ 3128"},
-        {"empty", {}, none},
-        {"enable missing", {{"HTTPProxy", host}, {"HTTPPort", port}}, none},
-        {"enable a text",
-         {{"HTTPEnable", text_entry("1")}, {"HTTPProxy", host}, {"HTTPPort", port}},
-         none},
-        {"enable unreadable",
-         {{"HTTPEnable", unreadable_entry(1)}, {"HTTPProxy", host}, {"HTTPPort", port}},
-         none},
-        {"disabled",
-         {{"HTTPEnable", number_entry(0)}, {"HTTPProxy", host}, {"HTTPPort", port}},
-         none},
-        {"host missing", {{"HTTPEnable", on}, {"HTTPPort", port}}, none},
-        {"host a number",
-         {{"HTTPEnable", on}, {"HTTPProxy", number_entry(1)}, {"HTTPPort", port}},
-         none},
-        {"host not ASCII",
-         {{"HTTPEnable", on}, {"HTTPProxy", text_entry("caf\xc3\xa9")}, {"HTTPPort", port}},
-         none},
-        {"port missing", {{"HTTPEnable", on}, {"HTTPProxy", host}}, emptied},
-        {"port a text",
-         {{"HTTPEnable", on}, {"HTTPProxy", host}, {"HTTPPort", text_entry("3128")}},
-         emptied},
-        {"port unreadable",
-         {{"HTTPEnable", on}, {"HTTPProxy", host}, {"HTTPPort", unreadable_entry(3128)}},
-         emptied},
-        {"other protocols alone",
-         {{"HTTPSEnable", on}, {"HTTPSProxy", host}, {"HTTPSPort", port}, {"SOCKSEnable", on}},
-         none},
+    const char *const no_proxy = "false $ 0";
+    const char *const emptied = "false $ache$ 0"; // the host had been copied
+    Entries other_protocols = {{"SOCKSEnable", number_entry(1)}};
+    for (const auto &[key, entry] : complete_entries)
+        other_protocols["HTTPS" + key.substr(4)] = entry;
+    const struct {
+        const char *rule;
+        Entries entries;
+        const char *answer;
+    } rows[] = {
+        {"complete", complete_entries, "true cache$ 3128"},
+        {"enabled by any number but 0", with("HTTPEnable", number_entry(-2)), "true cache$ 3128"},
+        {"empty", {}, no_proxy},
+        {"enable missing", without("HTTPEnable"), no_proxy},
+        {"enable a text", with("HTTPEnable", text_entry("1")), no_proxy},
+        {"enable unreadable", with("HTTPEnable", unreadable_entry(1)), no_proxy},
+        {"disabled", with("HTTPEnable", number_entry(0)), no_proxy},
+        {"host missing", without("HTTPProxy"), no_proxy},
+        {"host a number", with("HTTPProxy", number_entry(1)), no_proxy},
+        {"host not ASCII", with("HTTPProxy", text_entry("caf\xc3\xa9")), no_proxy},
+        {"port missing", without("HTTPPort"), emptied},
+        {"port a text", with("HTTPPort", text_entry("3128")), emptied},
+        {"port unreadable", with("HTTPPort", unreadable_entry(3128)), emptied},
+        {"only other protocols", other_protocols, no_proxy},
     };
-    for (const ProxyRow &row : rows) {
+    for (const auto &row : rows) {
         set_up_machine();
         frameworks.proxies = row.entries;
         EXPECT_EQ(http_proxy(), row.answer) << row.rule;

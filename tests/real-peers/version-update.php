@@ -4,7 +4,7 @@
 // as PHP decoded it.
 
 const NEWEST = [
-    'Quintral Shapes' => ['5.200', 'http://www.quintral.example/shapes', 'Get it now'],
+    'Quintral Shapes' => ['5.200', 'http://www.quintral.example/shapes', 'Get it'],
     'Quintral Frames' => ['12', '', ''],
 ];
 
