@@ -23,22 +23,28 @@
 extern "C" {
 hostent *__real_gethostbyname(const char *name);
 int __real_gettimeofday(timeval *now, void *zone);
+int __real___gettimeofday64(timeval *now, void *zone);
 int __real_socket(int domain, int type, int protocol);
 int __real_connect(int descriptor, const sockaddr *address, socklen_t size);
 ssize_t __real_send(int descriptor, const void *bytes, size_t length, int flags);
 ssize_t __real_recv(int descriptor, void *bytes, size_t size, int flags);
 int __real_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout);
+int __real___select64(int range, fd_set *reading, fd_set *writing, fd_set *failing,
+                      timeval *timeout);
 int __real_poll(pollfd *entries, nfds_t count, int milliseconds);
 int __real_close(int descriptor);
 char *__real_strerror(int error);
 
 hostent *__wrap_gethostbyname(const char *name);
 int __wrap_gettimeofday(timeval *now, void *zone);
+int __wrap___gettimeofday64(timeval *now, void *zone);
 int __wrap_socket(int domain, int type, int protocol);
 int __wrap_connect(int descriptor, const sockaddr *address, socklen_t size);
 ssize_t __wrap_send(int descriptor, const void *bytes, size_t length, int flags);
 ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags);
 int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout);
+int __wrap___select64(int range, fd_set *reading, fd_set *writing, fd_set *failing,
+                      timeval *timeout);
 int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds);
 int __wrap_close(int descriptor);
 char *__wrap_strerror(int error);
@@ -51,6 +57,10 @@ Stage stage;
 namespace {
 
 const pthread_t test_thread = pthread_self();
+
+// A 32-bit program with 64-bit times (_TIME_BITS=64) calls select and gettimeofday by other names.
+// Both names are replaced, in every build; only the one that the C library has can be called.
+constexpr bool has_other_names = sizeof(time_t) > sizeof(long);
 
 // The thread comes first: other threads must not read a record that the test is changing.
 bool is_scripted()
@@ -124,6 +134,22 @@ int scripted_wait_result(std::int64_t timeout)
         return fail_with(EINTR);
     }
     return scripted_wait(timeout) ? 1 : 0;
+}
+
+int real_gettimeofday(timeval *now, void *zone)
+{
+    if constexpr (has_other_names)
+        return __real___gettimeofday64(now, zone);
+    else
+        return __real_gettimeofday(now, zone);
+}
+
+int real_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout)
+{
+    if constexpr (has_other_names)
+        return __real___select64(range, reading, writing, failing, timeout);
+    else
+        return __real_select(range, reading, writing, failing, timeout);
 }
 
 ssize_t scripted_receive(void *bytes, std::size_t size)
@@ -203,10 +229,15 @@ hostent *__wrap_gethostbyname(const char *name)
 int __wrap_gettimeofday(timeval *now, void *zone)
 {
     if (!is_scripted())
-        return __real_gettimeofday(now, zone);
+        return real_gettimeofday(now, zone);
     now->tv_sec = static_cast<time_t>(stage.now / second);
     now->tv_usec = static_cast<suseconds_t>(stage.now % second);
     return 0;
+}
+
+int __wrap___gettimeofday64(timeval *now, void *zone)
+{
+    return __wrap_gettimeofday(now, zone);
 }
 
 int __wrap_socket(int domain, int type, int protocol)
@@ -261,7 +292,7 @@ ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags)
 int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout)
 {
     if (!is_scripted())
-        return __real_select(range, reading, writing, failing, timeout);
+        return real_select(range, reading, writing, failing, timeout);
     const CountingPause pause;
     int in_set = 0;
     for (int descriptor = 0; descriptor < static_cast<int>(FD_SETSIZE); ++descriptor)
@@ -274,6 +305,12 @@ int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, 
     if (result == 0 || stage.wait_lies)
         FD_ZERO(reading);
     return result;
+}
+
+int __wrap___select64(int range, fd_set *reading, fd_set *writing, fd_set *failing,
+                      timeval *timeout)
+{
+    return __wrap_select(range, reading, writing, failing, timeout);
 }
 
 int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
