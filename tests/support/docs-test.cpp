@@ -1,14 +1,14 @@
-// The page docs/strings-dates-clocks.md against the routines themselves: every row of its tables is
-// an example, which is run, and every routine that the headers declare has one. What the page says
-// in a form that can't be read here is a failure, so that nothing on it goes stale unseen.
+// The examples of docs/strings-dates-clocks.md. The build turns the rows of the page into EXAMPLE
+// macros (examples-of-page.sed); this file defines what they do, and how each routine is called.
+// Results are compared as strings such as `0, "hello world"`.
 #include "support/c-utils/transforms.h"
 #include "support/clocks.h"
 #include "support/dates.h"
 #include "support/time-source.h"
 
-#include "tests/harness/captured-output.h"
-#include "tests/harness/child-process.h"
 #include "tests/harness/each-locale.h"
+#include "tests/harness/exact-buffer.h"
+#include "tests/support/transform-calls.h"
 
 #include <cmath>
 #include <csignal>
@@ -17,10 +17,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
-#include <limits>
-#include <locale>
-#include <sstream>
+#include <regex>
+#include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <sys/time.h>
@@ -30,503 +30,238 @@
 namespace quintral {
 namespace {
 
-// Values, as the page writes them and as the routines give them
+using namespace tests;
 
-enum class Kind { Text, Integer, Float, Double, NullPointer, Abort };
+// Values as strings. Different values give different strings: 9 digits identify a float, 17 a
+// double, and only integers have no point.
 
-struct Value {
-    Kind kind = Kind::NullPointer;
-    std::string text;
-    std::int64_t integer = 0;
-    double number = 0; // of a Float too, which it holds exactly
-};
-
-using Values = std::vector<Value>;
-
-Value value_of(const std::string &text)
-{
-    return {Kind::Text, text, 0, 0};
-}
-
-Value value_of(std::int64_t integer)
-{
-    return {Kind::Integer, "", integer, 0};
-}
-
-Value value_of(float number)
-{
-    return {Kind::Float, "", 0, static_cast<double>(number)};
-}
-
-Value value_of(double number)
-{
-    return {Kind::Double, "", 0, number};
-}
-
-bool same_number(double a, double b)
-{
-    return (std::isnan(a) && std::isnan(b)) || (a == b && std::signbit(a) == std::signbit(b));
-}
-
-bool operator==(const Value &a, const Value &b)
-{
-    return a.kind == b.kind && a.text == b.text && a.integer == b.integer &&
-           same_number(a.number, b.number);
-}
-
-std::string shown(const Value &value)
+std::string shown_number(double number, const char *format)
 {
     char text[40];
-    switch (value.kind) {
-    case Kind::Text:
-        return testing::PrintToString(value.text);
-    case Kind::Integer:
-        return std::to_string(value.integer);
-    case Kind::Float:
-        std::snprintf(text, sizeof text, "%.9gf", value.number);
-        return text;
-    case Kind::Double:
-        std::snprintf(text, sizeof text, "%.17g", value.number);
-        return text;
-    case Kind::NullPointer:
+    std::snprintf(text, sizeof text, format, number);
+    return std::isnan(number) ? "NAN" : text;
+}
+
+template <typename Value> std::string shown(const Value &value)
+{
+    if constexpr (std::is_null_pointer_v<Value>)
         return "nullptr";
-    case Kind::Abort:
-        break;
-    }
-    return "SIGABRT";
-}
-
-std::string shown(const Values &values)
-{
-    std::string list;
-    for (const Value &value : values)
-        list += (list.empty() ? "" : ", ") + shown(value);
-    return list;
-}
-
-// Reading values. Each reader takes its part off the front of the cell and returns false, with
-// nothing promised about its outputs, where that is not what it reads.
-
-bool take(std::string *cell, const std::string &word)
-{
-    if (cell->compare(0, word.size(), word) != 0)
-        return false;
-    cell->erase(0, word.size());
-    return true;
-}
-
-int digit_value(char c, int base)
-{
-    const std::string all = "0123456789abcdef";
-    const std::size_t value = all.find(c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c);
-    return value < static_cast<std::size_t>(base) ? static_cast<int>(value) : -1;
-}
-
-// What stands behind the backslash: a letter, or up to three octal digits.
-bool take_escape(std::string *cell, char *c)
-{
-    static const std::string letters = "ntvfr\\\"'", bytes = "\n\t\v\f\r\\\"'";
-    if (cell->empty())
-        return false;
-    const std::size_t letter = letters.find(cell->front());
-    if (letter != std::string::npos) {
-        *c = bytes[letter];
-        cell->erase(0, 1);
-        return true;
-    }
-    int byte = 0, count = 0;
-    for (; count < 3 && !cell->empty() && digit_value(cell->front(), 8) >= 0; ++count) {
-        byte = byte * 8 + digit_value(cell->front(), 8);
-        cell->erase(0, 1);
-    }
-    *c = static_cast<char>(byte);
-    return count > 0 && byte < 256;
-}
-
-bool take_text(std::string *cell, Value *value)
-{
-    *value = value_of(std::string());
-    if (!take(cell, "\""))
-        return false;
-    while (!cell->empty()) {
-        if (take(cell, "\""))
-            return true;
-        char c = cell->front();
-        cell->erase(0, 1);
-        if (c == '\\' && !take_escape(cell, &c))
-            return false;
-        value->text += c;
-    }
-    return false; // no closing quotation mark
-}
-
-// std::string(count, 'c')
-bool take_repetition(std::string *cell, Value *value)
-{
-    int count = 0, end = 0;
-    char c = 0;
-    if (std::sscanf(cell->c_str(), "std::string(%d, '%c')%n", &count, &c, &end) != 2 || end == 0)
-        return false;
-    *value = value_of(std::string(static_cast<std::size_t>(count), c));
-    cell->erase(0, static_cast<std::size_t>(end));
-    return true;
-}
-
-// A whole word as a decimal or hexadecimal integer.
-bool read_integer(std::string word, Value *value)
-{
-    const bool negative = take(&word, "-");
-    const int base = take(&word, "0x") ? 16 : 10;
-    constexpr std::size_t most_digits = 15; // of either base: more than any routine here takes
-    if (word.empty() || word.size() > most_digits)
-        return false;
-    std::int64_t integer = 0;
-    for (const char c : word) {
-        const int digit = digit_value(c, base);
-        if (digit < 0)
-            return false;
-        integer = integer * base + digit;
-    }
-    *value = value_of(negative ? -integer : integer);
-    return true;
-}
-
-// A whole word as a number, to its nearest value in Number whatever the locale.
-template <typename Number> bool read_number(const std::string &word, Value *value)
-{
-    std::istringstream stream(word);
-    stream.imbue(std::locale::classic());
-    Number number = 0;
-    stream >> number;
-    *value = value_of(number);
-    return !stream.fail() && stream.peek() == std::char_traits<char>::eof();
-}
-
-bool read_word(const std::string &word, Value *value)
-{
-    constexpr float infinity = std::numeric_limits<float>::infinity();
-    if (word == "nullptr")
-        *value = {};
-    else if (word == "SIGABRT")
-        *value = {Kind::Abort, "", 0, 0};
-    else if (word == "NAN")
-        *value = value_of(std::numeric_limits<float>::quiet_NaN());
-    else if (word == "INFINITY" || word == "-INFINITY")
-        *value = value_of(word[0] == '-' ? -infinity : infinity);
-    else if (word.find('.') == std::string::npos)
-        return read_integer(word, value);
-    else if (word.back() == 'f')
-        return read_number<float>(word.substr(0, word.size() - 1), value);
+    else if constexpr (std::is_integral_v<Value>)
+        return std::to_string(value);
+    else if constexpr (std::is_same_v<Value, float>)
+        return shown_number(static_cast<double>(value), "%#.9gf");
+    else if constexpr (std::is_same_v<Value, double>)
+        return shown_number(value, "%#.17g");
     else
-        return read_number<double>(word, value);
-    return true;
+        return testing::PrintToString(std::string(value));
 }
 
-bool take_value(std::string *cell, Value *value)
+template <typename First, typename... Others>
+std::string shown(const First &first, const Others &...others)
 {
-    if (cell->compare(0, 1, "\"") == 0)
-        return take_text(cell, value);
-    if (take_repetition(cell, value))
-        return true;
-    const std::string word = cell->substr(0, cell->find(','));
-    cell->erase(0, word.size());
-    return !word.empty() && read_word(word, value);
+    return shown(first) + ", " + shown(others...);
 }
 
-// A cell with values apart by ", " between backquotes.
-bool read_values(std::string cell, Values *values)
+// Strings
+
+std::string show_copy(Copy copy, const std::string &source)
 {
-    if (!take(&cell, "`") || cell.empty() || cell.back() != '`')
-        return false;
-    cell.pop_back();
-    do {
-        Value value;
-        if (!take_value(&cell, &value))
-            return false;
-        values->push_back(value);
-    } while (take(&cell, ", "));
-    return cell.empty();
+    const std::string result = copied(copy, source);
+    EXPECT_EQ(copied_in_place(copy, source), result) << "in place";
+    return shown(result);
 }
 
-// The page
-
-struct Example {
-    int line = 0;
-    std::string routine;
-    Values input;
-    Values result;
-};
-
-struct Page {
-    std::vector<Example> examples;
-    std::vector<std::string> problems;
-};
-
-std::string trimmed(const std::string &text)
+template <Copy copy> std::string show_copy(const std::string &source)
 {
-    const std::size_t begin = text.find_first_not_of(' ');
-    if (begin == std::string::npos)
-        return "";
-    return text.substr(begin, text.find_last_not_of(' ') - begin + 1);
+    return show_copy(copy, source);
 }
 
-// The cells of a table's line, which begins and ends in '|'.
-std::vector<std::string> cells_of(const std::string &line)
+const auto show_copy_upper_case = show_copy<copy_upper_case>;
+const auto show_copy_without_spaces_and_underscores =
+    show_copy<copy_without_spaces_and_underscores>;
+const auto show_copy_without_full_stops = show_copy<copy_without_full_stops>;
+const auto show_copy_without_spaces = show_copy<copy_without_spaces>;
+const auto show_line_breaks_to_spaces = show_copy<line_breaks_to_spaces>;
+const auto show_collapse_spaces = show_copy<collapse_spaces>;
+const auto show_underscores_to_spaces = show_copy<underscores_to_spaces>;
+const auto show_spaces_to_underscores = show_copy<spaces_to_underscores>;
+const auto show_snake_to_camel = show_copy<snake_to_camel>;
+const auto show_copy_identifier_chars = show_copy<copy_identifier_chars>;
+const auto show_cut_at_word_break = show_copy<cut_at_word_break>;
+
+std::string show_copy_lower_case(const std::string &source)
 {
-    std::vector<std::string> cells;
-    std::size_t begin = 1;
-    for (std::size_t end = line.find('|', 1); end != std::string::npos;
-         end = line.find('|', begin)) {
-        cells.push_back(trimmed(line.substr(begin, end - begin)));
-        begin = end + 1;
-    }
-    return cells;
+    return shown(0) + ", " + show_copy(copy_lower_case_returning_0, source);
 }
 
-bool read_routine(const std::string &cell, std::string *routine)
+std::string show_double_percents(const std::string &source)
 {
-    if (cell.size() < 3 || cell.front() != '`' || cell.back() != '`')
-        return false;
-    *routine = cell.substr(1, cell.size() - 2);
-    return true;
+    return shown(copied(double_percents, source, 2));
 }
 
-bool read_example(const std::vector<std::string> &cells, Example *example)
+// A reader sees the result up to its first NUL.
+std::string show_url_escape(const std::string &source)
 {
-    return cells.size() == 4 && read_routine(cells[0], &example->routine) &&
-           read_values(cells[1], &example->input) && read_values(cells[2], &example->result);
+    return shown(copied(url_escape, source, 3).c_str());
 }
 
-// A row about an epoch is the example that the clock is at 0 then.
-bool read_epoch(const std::vector<std::string> &cells, Example *example)
+std::string show_copy_length_prefixed(const std::string &source)
 {
-    if (cells.size() != 3 || !read_routine(cells[0], &example->routine))
-        return false;
-    int year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0, end = 0;
-    std::sscanf(cells[2].c_str(), "%d-%d-%d %d:%d:%d UTC%n", &year, &month, &day, &hour, &minute,
-                &second, &end);
-    constexpr std::int32_t day_1970 = 2440588;
-    const std::int64_t days = date_to_day_number(year, month, day) - day_1970;
-    example->input = {value_of(days * 86400 + hour * 3600 + minute * 60 + second),
-                      value_of(std::int64_t{0})};
-    const bool is_double = cells[1].find("double") != std::string::npos;
-    example->result = {is_double ? value_of(0.0) : value_of(std::int64_t{0})};
-    return end > 0 && static_cast<std::size_t>(end) == cells[2].size();
-}
-
-using RowReader = bool (*)(const std::vector<std::string> &cells, Example *example);
-
-const char example_header[] = "| routine | input | result | what surprises |";
-const char epoch_header[] = "| routine | unit | counts from |";
-
-RowReader reader_of_table(const std::string &header)
-{
-    if (header == example_header)
-        return read_example;
-    return header == epoch_header ? read_epoch : nullptr;
-}
-
-bool is_rule(const std::string &line)
-{
-    return line.find_first_not_of("|-") == std::string::npos;
-}
-
-void add_problem(Page *page, int line, const std::string &text)
-{
-    page->problems.push_back("line " + std::to_string(line) + ": " + text);
-}
-
-// Every line that begins in '|' belongs to a table, and every line of a table is its header, the
-// rule below that, or an example.
-Page read_page(std::istream &stream)
-{
-    Page page;
-    std::string line;
-    RowReader reader = nullptr;
-    bool in_table = false;
-    for (int number = 1; std::getline(stream, line); ++number) {
-        const bool begins = !in_table;
-        in_table = line.compare(0, 1, "|") == 0;
-        const std::size_t start = line.find_first_not_of(" \t>");
-        if (start != 0 && start != std::string::npos && line[start] == '|')
-            add_problem(&page, number, "a table must not be indented: " + line);
-        if (!in_table || (is_rule(line) && !begins))
-            continue;
-        Example example;
-        example.line = number;
-        if (begins) {
-            reader = reader_of_table(line);
-            if (reader == nullptr)
-                add_problem(&page, number, "no table that can be read: " + line);
-        } else if (reader != nullptr && reader(cells_of(line), &example)) {
-            page.examples.push_back(example);
-        } else {
-            add_problem(&page, number, "can't be read: " + line);
-        }
-    }
-    return page;
-}
-
-Page the_page()
-{
-    std::ifstream stream(QUINTRAL_DOCS_PAGE);
-    EXPECT_TRUE(stream.is_open()) << QUINTRAL_DOCS_PAGE;
-    return read_page(stream);
-}
-
-// Running the routines. Each runner gets input of the kinds that its row of the table tells, and
-// gives back what the routine returned and wrote, as the page shows it.
-
-// The room for a result; every routine here needs far less.
-std::vector<char> room(const Values &input)
-{
-    std::size_t size = 64;
-    for (const Value &value : input)
-        size += 8 * value.text.size();
-    return std::vector<char>(size, '#');
-}
-
-const char *text_of(const Value &value)
-{
-    return value.text.c_str();
-}
-
-std::int32_t int_of(const Value &value)
-{
-    return static_cast<std::int32_t>(value.integer);
-}
-
-float float_of(const Value &value)
-{
-    return static_cast<float>(value.number);
-}
-
-template <char *(*copy)(const char *source, char *destination)> Values run_copy(const Values &input)
-{
-    std::vector<char> destination = room(input);
-    EXPECT_EQ(static_cast<void *>(copy(text_of(input[0]), destination.data())),
-              static_cast<void *>(destination.data()))
-        << "the result is the destination";
-    return {value_of(std::string(destination.data()))};
-}
-
-Values run_copy_lower_case(const Values &input)
-{
-    std::vector<char> destination = room(input);
-    const int returned = copy_lower_case(text_of(input[0]), destination.data());
-    return {value_of(std::int64_t{returned}), value_of(std::string(destination.data()))};
-}
-
-// What was written is shown up to the room that was not.
-Values run_copy_length_prefixed(const Values &input)
-{
-    std::vector<char> destination = room(input);
-    if (static_cast<unsigned char>(text_of(input[0])[0]) >= input[0].text.size())
-        return {}; // the source is too short
-    copy_length_prefixed(destination.data(), text_of(input[0]));
-    const std::string all(destination.begin(), destination.end());
-    return {value_of(all.substr(0, all.find('#')))};
-}
-
-Values run_normalise_spaces(const Values &input)
-{
-    std::string text = input[0].text;
-    normalise_spaces(text.data());
-    return {value_of(std::string(text.c_str()))};
-}
-
-Values run_insert(const Values &input)
-{
-    std::vector<char> into = room(input);
-    std::snprintf(into.data(), into.size(), "%s", text_of(input[1]));
-    std::int32_t returned = 0;
-    const std::string printed = tests::captured_output([&] {
-        returned = insert_string_into_string(text_of(input[0]), into.data(), int_of(input[2]));
+    const std::size_t size = 1 + std::size_t{static_cast<unsigned char>(source.at(0))};
+    const std::vector<char> block(source.begin(), source.begin() + static_cast<long>(size));
+    const std::string result = written(room_for(size + 1), [&](char *destination) {
+        copy_length_prefixed(destination, block.data());
     });
-    return {value_of(std::int64_t{returned}), value_of(std::string(into.data())),
-            value_of(printed)};
+    EXPECT_EQ(result.back(), unwritten) << "no terminator is written";
+    return shown(result.substr(0, size));
 }
 
-Values run_replace_all(const Values &input)
+std::string show_normalise_spaces(const std::string &text)
 {
-    std::vector<char> destination = room(input);
-    replace_all(text_of(input[0]), text_of(input[1]), text_of(input[2]), destination.data());
-    return {value_of(std::string(destination.data()))};
+    return shown(normalised(text));
 }
 
-Values run_nth_word(const Values &input)
+std::string show_insert_string_into_string(const std::string &insert, const std::string &into,
+                                           std::int32_t location)
 {
-    std::vector<char> destination = room(input);
-    const std::int32_t offset = nth_word(text_of(input[0]), int_of(input[1]), destination.data());
-    return {value_of(std::int64_t{offset}), value_of(std::string(destination.data()))};
+    const Insertion result = inserted(insert, into, location);
+    return shown(result.returned, result.text, result.printed);
 }
 
-Values run_word_length(const Values &input)
+std::string show_replace_all(const std::string &find, const std::string &replacement,
+                             const std::string &source)
 {
-    return {value_of(static_cast<std::int64_t>(word_length(text_of(input[0]))))};
+    const std::string result = replaced(find, replacement, source, 1000);
+    EXPECT_EQ(replaced(find, replacement, source, result.size() + 1), result);
+    if (replacement.size() <= find.size()) {
+        EXPECT_EQ(replaced_in_place(find, replacement, source), result) << "in place";
+    }
+    return shown(result);
 }
 
-Values run_find_ignoring_case(const Values &input)
+std::string show_nth_word(const std::string &text, std::int32_t n)
 {
-    const char *found = find_ignoring_case(text_of(input[0]), text_of(input[1]));
-    return {found == nullptr ? Value{} : value_of(std::string(found))};
+    const FoundWord found = found_word(text, n, text.size() + 1);
+    EXPECT_EQ(found_word(text, n, found.word.size() + 1).word, found.word);
+    const FoundWord in_place = found_word_in_place(text, n);
+    EXPECT_EQ(shown(in_place.offset, in_place.word), shown(found.offset, found.word)) << "in place";
+    return shown(found.offset, found.word);
 }
 
-Values run_compare_words(const Values &input)
+std::string show_word_length(const std::string &text)
 {
-    return {value_of(std::int64_t{compare_words(text_of(input[0]), text_of(input[1]))})};
+    return shown(word_length(exact_copy(text).data()));
 }
 
-Values run_looks_like_email(const Values &input)
+std::string show_find_ignoring_case(const std::string &text, const std::string &pattern)
 {
-    return {value_of(std::int64_t{looks_like_email(text_of(input[0]))})};
+    const std::vector<char> block = exact_copy(text);
+    const char *found = find_ignoring_case(block.data(), exact_copy(pattern).data());
+    return found == nullptr ? shown(nullptr) : shown(found);
 }
 
-Values run_parse_float(const Values &input)
+std::string show_compare_words(const std::string &first, const std::string &second)
 {
-    float number = -77.25F;
-    const int returned = parse_float(text_of(input[0]), &number);
-    if (returned == 0 && number == -77.25F) // untouched
-        return {value_of(std::int64_t{0})};
-    return {value_of(std::int64_t{returned}), value_of(number)};
+    return shown(compare_words(exact_copy(first).data(), exact_copy(second).data()));
 }
 
-Values run_pack_rgb(const Values &input)
+std::string show_looks_like_email(const std::string &text)
 {
-    return {value_of(
-        std::int64_t{pack_rgb(float_of(input[0]), float_of(input[1]), float_of(input[2]))})};
+    return shown(looks_like_email(exact_copy(text).data()));
 }
 
-Values run_unpack_rgb(const Values &input)
+// Numbers and colours
+
+std::string show_parse_float(const std::string &text)
+{
+    const float untouched = -77.25F;
+    float number = untouched;
+    const int returned = parse_float(exact_copy(text).data(), &number);
+    return number == untouched ? shown(returned) : shown(returned, number);
+}
+
+std::string show_pack_rgb(float red, float green, float blue)
+{
+    return shown(pack_rgb(red, green, blue));
+}
+
+std::string show_unpack_rgb(std::uint32_t value)
 {
     float red = -1, green = -1, blue = -1;
-    unpack_rgb(static_cast<std::uint32_t>(input[0].integer), &red, &green, &blue);
-    return {value_of(red), value_of(green), value_of(blue)};
+    unpack_rgb(value, &red, &green, &blue);
+    return shown(red, green, blue);
 }
 
-Values run_map_clamped(const Values &input)
+std::string show_map_clamped(float x, float from_low, float from_high, float to_low, float to_high)
 {
-    return {value_of(map_clamped(float_of(input[0]), float_of(input[1]), float_of(input[2]),
-                                 float_of(input[3]), float_of(input[4])))};
+    return shown(map_clamped(x, from_low, from_high, to_low, to_high));
 }
 
-// Dates and clocks, with the time frozen
+// Dates
 
-std::vector<std::int64_t> frozen_times; // what the next looks at the time see; the last one stays
-timeval frozen_time_of_day;
-std::vector<timespec> sleeps;
-
-std::time_t next_frozen_time()
+std::string show_month_names(std::size_t index)
 {
-    const std::int64_t now = frozen_times.front();
-    if (frozen_times.size() > 1)
-        frozen_times.erase(frozen_times.begin());
-    return static_cast<std::time_t>(now);
+    return shown(month_names[index]);
 }
 
-timeval time_of_day_frozen()
+std::string show_date_to_day_number(std::int32_t year, std::int32_t month, std::int32_t day)
 {
-    return frozen_time_of_day;
+    return shown(date_to_day_number(year, month, day));
+}
+
+std::string show_day_number_to_date(std::int32_t day_number)
+{
+    std::int32_t year = 0, month = 0, day = 0;
+    day_number_to_date(day_number, &year, &month, &day);
+    return shown(year, month, day);
+}
+
+using DateFormat = char *(*)(std::int32_t day_number, char *buffer);
+
+template <DateFormat format> std::string show_date(std::int32_t day_number)
+{
+    return shown(string_in(written(room_for(date_text_size), [&](char *buffer) {
+        EXPECT_EQ(static_cast<void *>(format(day_number, buffer)), static_cast<void *>(buffer))
+            << "the result is the buffer";
+    })));
+}
+
+const auto show_format_date_long = show_date<format_date_long>;
+const auto show_format_date_compact = show_date<format_date_compact>;
+
+std::string show_parse_date_compact(const std::string &text)
+{
+    const std::int32_t untouched = -77;
+    std::int32_t day_number = untouched;
+    const int returned = parse_date_compact(exact_copy(text).data(), &day_number);
+    return day_number == untouched ? shown(returned) : shown(returned, day_number);
+}
+
+std::string show_month_from_name(const std::string &name)
+{
+    int month = 0;
+    const std::string left =
+        written(with_terminator(name), [&](char *text) { month = month_from_name(text); });
+    return shown(month, left.c_str());
+}
+
+// Clocks, with the time frozen
+
+std::vector<std::time_t> coming_times; // results of the next calls of time(); the last one repeats
+timeval time_of_day;
+std::vector<timespec> sleeps; // requested
+
+std::time_t next_time()
+{
+    const std::time_t now = coming_times.front();
+    if (coming_times.size() > 1)
+        coming_times.erase(coming_times.begin());
+    return now;
+}
+
+timeval frozen_time_of_day()
+{
+    return time_of_day;
 }
 
 int record_sleep(const timespec *request)
@@ -539,454 +274,140 @@ class FrozenTime {
 public:
     FrozenTime()
     {
-        time_source = {next_frozen_time, time_of_day_frozen, record_sleep};
+        time_source = {next_time, frozen_time_of_day, record_sleep};
         sleeps.clear();
     }
 
     ~FrozenTime()
     {
-        time_source = old_;
+        time_source = saved_;
     }
 
     FrozenTime(const FrozenTime &) = delete;
     FrozenTime &operator=(const FrozenTime &) = delete;
 
 private:
-    TimeSource old_ = time_source;
+    TimeSource saved_ = time_source;
 };
 
-void freeze_time_of_day(const Values &input)
-{
-    frozen_time_of_day.tv_sec = static_cast<decltype(timeval::tv_sec)>(input[0].integer);
-    frozen_time_of_day.tv_usec = static_cast<decltype(timeval::tv_usec)>(input[1].integer);
-}
-
-Values run_month_names(const Values &input)
-{
-    if (input[0].integer < 0 || input[0].integer > 12)
-        return {};
-    return {value_of(std::string(month_names[input[0].integer]))};
-}
-
-Values run_date_to_day_number(const Values &input)
-{
-    return {value_of(
-        std::int64_t{date_to_day_number(int_of(input[0]), int_of(input[1]), int_of(input[2]))})};
-}
-
-Values run_day_number_to_date(const Values &input)
-{
-    std::int32_t year = 0, month = 0, day = 0;
-    day_number_to_date(int_of(input[0]), &year, &month, &day);
-    return {value_of(std::int64_t{year}), value_of(std::int64_t{month}),
-            value_of(std::int64_t{day})};
-}
-
-Values run_today_day_number(const Values &input)
+std::string show_today_day_number(const char *zone, std::time_t now)
 {
     const FrozenTime frozen;
-    setenv("TZ", text_of(input[0]), 1);
-    frozen_times = {input[1].integer};
+    coming_times = {now};
+    setenv("TZ", zone, 1);
     const std::int32_t today = today_day_number();
     unsetenv("TZ");
-    return {value_of(std::int64_t{today})};
+    return shown(today);
 }
 
-template <char *(*format)(std::int32_t day_number, char *buffer)>
-Values run_format_date(const Values &input)
-{
-    char buffer[date_text_size];
-    EXPECT_EQ(static_cast<void *>(format(int_of(input[0]), buffer)), static_cast<void *>(buffer))
-        << "the result is the buffer";
-    return {value_of(std::string(buffer))};
-}
-
-Values run_parse_date_compact(const Values &input)
-{
-    std::int32_t day_number = -77;
-    const int returned = parse_date_compact(text_of(input[0]), &day_number);
-    if (returned < 0 && day_number == -77) // untouched
-        return {value_of(std::int64_t{returned})};
-    return {value_of(std::int64_t{returned}), value_of(std::int64_t{day_number})};
-}
-
-Values run_month_from_name(const Values &input)
-{
-    std::string text = input[0].text;
-    const int month = month_from_name(text.data());
-    return {value_of(std::int64_t{month}), value_of(text)};
-}
-
-Values run_clock_seconds(const Values &input)
+template <typename Clock>
+std::string show_clock(const Clock &clock, std::time_t seconds, int microseconds)
 {
     const FrozenTime frozen;
-    freeze_time_of_day(input);
-    return {value_of(clock_seconds())};
+    time_of_day.tv_sec = seconds;
+    time_of_day.tv_usec = microseconds;
+    return shown(clock());
 }
 
-Values run_clock_stamp(const Values &input)
+std::string show_clock_seconds(std::time_t seconds, int microseconds)
 {
-    const FrozenTime frozen;
-    freeze_time_of_day(input);
-    return {value_of(std::int64_t{clock_stamp()})};
+    return show_clock(clock_seconds, seconds, microseconds);
 }
 
-Values run_clock_last_stamp(const Values &input)
+std::string show_clock_stamp(std::time_t seconds, int microseconds)
+{
+    return show_clock(clock_stamp, seconds, microseconds);
+}
+
+std::string show_clock_last_stamp(std::time_t seconds, int microseconds)
 {
     clock_last_stamp = -77;
-    run_clock_stamp(input);
-    return {value_of(clock_last_stamp)};
+    show_clock_stamp(seconds, microseconds);
+    return shown(clock_last_stamp);
 }
 
-Values run_clock_milliseconds(const Values &input)
+std::string show_clock_milliseconds(std::time_t seconds, int microseconds)
 {
-    const FrozenTime frozen;
-    freeze_time_of_day(input);
-    return {value_of(std::int64_t{clock_milliseconds()})};
+    return show_clock(clock_milliseconds, seconds, microseconds);
 }
 
-Values run_sleep_seconds(const Values &input)
+std::string show_sleep_seconds(float seconds)
 {
     const FrozenTime frozen;
-    Values result = {value_of(std::int64_t{sleep_seconds(float_of(input[0]))})};
-    for (const timespec &sleep : sleeps) {
-        result.push_back(value_of(static_cast<std::int64_t>(sleep.tv_sec)));
-        result.push_back(value_of(static_cast<std::int64_t>(sleep.tv_nsec)));
-    }
+    std::string result = shown(sleep_seconds(seconds));
+    for (const timespec &sleep : sleeps)
+        result += ", " + shown(sleep.tv_sec, sleep.tv_nsec);
     return result;
 }
 
-Values run_wait_seconds(const Values &input)
+std::string show_wait_seconds(std::uint32_t seconds, std::time_t start, std::time_t first_check,
+                              std::time_t second_check)
 {
     const FrozenTime frozen;
-    frozen_times = {input[1].integer, input[2].integer, input[3].integer};
-    const std::time_t now = wait_seconds(static_cast<std::uint32_t>(input[0].integer));
-    return {value_of(static_cast<std::int64_t>(now))};
+    coming_times = {start, first_check, second_check};
+    return shown(wait_seconds(seconds));
 }
 
-struct Runner {
-    const char *routine;
-    const char *kinds; // of the input, a letter for each: text, integer, float
-    Values (*run)(const Values &input);
+std::time_t seconds_of_utc(const char *text)
+{
+    std::tm date = {};
+    const char *end = strptime(text, "%Y-%m-%d %H:%M:%S UTC", &date);
+    EXPECT_TRUE(end != nullptr && *end == '\0') << text;
+    return timegm(&date);
+}
+
+// The page
+
+class DocsPage : public InEachLocale {};
+
+INSTANTIATE_TEST_SUITE_P(Locales, DocsPage, each_locale(), locale_label);
+
+TEST_P(DocsPage, EveryExampleHolds)
+{
+#define EXAMPLE(routine, input, result)                                                            \
+    EXPECT_EQ(show_##routine input, shown result) << #routine #input;
+#define EXAMPLE_OF_ABORT(routine, input)                                                           \
+    EXPECT_EXIT(show_##routine input, testing::KilledBySignal(SIGABRT), "") << #routine #input;
+#define EXAMPLE_OF_EPOCH(clock, epoch)                                                             \
+    EXPECT_EQ(std::stod(show_##clock(seconds_of_utc(epoch), 0)), 0) << #clock;
+#include "examples-of-page.inc"
+#undef EXAMPLE
+#undef EXAMPLE_OF_ABORT
+#undef EXAMPLE_OF_EPOCH
+}
+
+const std::set<std::string> routines_of_page = {
+#define EXAMPLE(routine, input, result) #routine,
+#define EXAMPLE_OF_ABORT(routine, input)
+#define EXAMPLE_OF_EPOCH(clock, epoch)
+#include "examples-of-page.inc"
 };
 
-const Runner runners[] = {
-    {"copy_length_prefixed", "t", run_copy_length_prefixed},
-    {"url_escape", "t", run_copy<url_escape>},
-    {"copy_lower_case", "t", run_copy_lower_case},
-    {"copy_upper_case", "t", run_copy<copy_upper_case>},
-    {"copy_without_spaces_and_underscores", "t", run_copy<copy_without_spaces_and_underscores>},
-    {"copy_without_full_stops", "t", run_copy<copy_without_full_stops>},
-    {"copy_without_spaces", "t", run_copy<copy_without_spaces>},
-    {"line_breaks_to_spaces", "t", run_copy<line_breaks_to_spaces>},
-    {"collapse_spaces", "t", run_copy<collapse_spaces>},
-    {"underscores_to_spaces", "t", run_copy<underscores_to_spaces>},
-    {"spaces_to_underscores", "t", run_copy<spaces_to_underscores>},
-    {"double_percents", "t", run_copy<double_percents>},
-    {"snake_to_camel", "t", run_copy<snake_to_camel>},
-    {"copy_identifier_chars", "t", run_copy<copy_identifier_chars>},
-    {"cut_at_word_break", "t", run_copy<cut_at_word_break>},
-    {"normalise_spaces", "t", run_normalise_spaces},
-    {"insert_string_into_string", "tti", run_insert},
-    {"replace_all", "ttt", run_replace_all},
-    {"nth_word", "ti", run_nth_word},
-    {"word_length", "t", run_word_length},
-    {"find_ignoring_case", "tt", run_find_ignoring_case},
-    {"compare_words", "tt", run_compare_words},
-    {"looks_like_email", "t", run_looks_like_email},
-    {"parse_float", "t", run_parse_float},
-    {"pack_rgb", "fff", run_pack_rgb},
-    {"unpack_rgb", "i", run_unpack_rgb},
-    {"map_clamped", "fffff", run_map_clamped},
-    {"month_names", "i", run_month_names},
-    {"date_to_day_number", "iii", run_date_to_day_number},
-    {"day_number_to_date", "i", run_day_number_to_date},
-    {"today_day_number", "ti", run_today_day_number},
-    {"format_date_long", "i", run_format_date<format_date_long>},
-    {"format_date_compact", "i", run_format_date<format_date_compact>},
-    {"parse_date_compact", "t", run_parse_date_compact},
-    {"month_from_name", "t", run_month_from_name},
-    {"clock_seconds", "ii", run_clock_seconds},
-    {"clock_stamp", "ii", run_clock_stamp},
-    {"clock_last_stamp", "ii", run_clock_last_stamp},
-    {"clock_milliseconds", "ii", run_clock_milliseconds},
-    {"sleep_seconds", "f", run_sleep_seconds},
-    {"wait_seconds", "iiii", run_wait_seconds},
-};
-
-std::string kinds_of(const Values &values)
+// The functions and variables: in each line that is not indented, the first name before '(', '[' or
+// ';'.
+std::set<std::string> declared_names(const std::string &header)
 {
-    std::string kinds;
-    for (const Value &value : values)
-        kinds += value.kind == Kind::Text      ? 't'
-                 : value.kind == Kind::Integer ? 'i'
-                 : value.kind == Kind::Float   ? 'f'
-                                               : '?';
-    return kinds;
-}
-
-bool is_an_abort(const Values &result)
-{
-    return result.size() == 1 && result[0].kind == Kind::Abort;
-}
-
-// In a child, since the program is expected not to come back.
-Values run_until_abort(const Runner &runner, const Values &input)
-{
-    const tests::ChildResult child = tests::run_child_function([&] {
-        runner.run(input);
-        return 0;
-    });
-    return child.signal == SIGABRT ? Values{{Kind::Abort, "", 0, 0}} : Values{};
-}
-
-// What is wrong with an example; empty when it holds.
-std::string problem_of(const Example &example)
-{
-    const std::string call = example.routine + "(" + shown(example.input) + ")";
-    for (const Runner &runner : runners) {
-        if (example.routine != runner.routine)
-            continue;
-        if (kinds_of(example.input) != runner.kinds)
-            return call + " has not the arguments that the routine takes";
-        const Values result = is_an_abort(example.result) ? run_until_abort(runner, example.input)
-                                                          : runner.run(example.input);
-        if (result == example.result)
-            return "";
-        return call + " gives " + shown(result) + " and not " + shown(example.result);
-    }
-    return call + " is of no routine that this test can run";
-}
-
-class DocsPage : public tests::InEachLocale {};
-
-INSTANTIATE_TEST_SUITE_P(Locales, DocsPage, tests::each_locale(), tests::locale_label);
-
-TEST_P(DocsPage, EveryRowOfItsTablesCanBeReadAndHolds)
-{
-    const Page page = the_page();
-    ASSERT_FALSE(page.examples.empty());
-    for (const std::string &problem : page.problems)
-        ADD_FAILURE() << problem;
-    for (const Example &example : page.examples)
-        EXPECT_EQ(problem_of(example), "") << "line " << example.line;
-}
-
-// The names that a header declares
-
-std::string without_comments(std::istream &stream)
-{
-    std::string text, line;
-    while (std::getline(stream, line)) {
-        if (line.compare(0, 1, "#") != 0)
-            text += line.substr(0, line.find("//")) + '\n';
-    }
-    return text;
-}
-
-// The last word of a declaration's beginning.
-std::string last_word(const std::string &text)
-{
-    const std::string letters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
-    const std::size_t end = text.find_last_of(letters);
-    if (end == std::string::npos)
-        return "";
-    const std::size_t begin = text.find_last_not_of(letters, end);
-    return text.substr(begin + 1, end - begin);
-}
-
-// Of functions, and of variables declared extern.
-std::vector<std::string> declared_names(std::istream &header)
-{
-    std::vector<std::string> names;
-    std::istringstream declarations(without_comments(header));
-    std::string declaration;
-    while (std::getline(declarations, declaration, ';')) {
-        declaration.erase(0, declaration.find_last_of("{}") + 1);
-        const std::size_t end = declaration.find_first_of("([");
-        if (end != std::string::npos || declaration.find("extern ") != std::string::npos)
-            names.push_back(last_word(declaration.substr(0, end)));
+    const std::regex declaration("[a-z].*?[ *]([a-z_]+)[(\\[;].*");
+    std::ifstream stream(std::string(QUINTRAL_SOURCE_DIR) + "/" + header);
+    std::set<std::string> names;
+    std::smatch match;
+    for (std::string line; std::getline(stream, line);) {
+        if (std::regex_match(line, match, declaration))
+            names.insert(match[1]);
     }
     return names;
 }
 
-bool has_example(const Page &page, const std::string &routine)
+TEST(DocsPage, HasAnExampleOfEveryRoutineInTheHeaders)
 {
-    for (const Example &example : page.examples) {
-        if (example.routine == routine)
-            return true;
-    }
-    return false;
-}
-
-TEST(DocsPage, EveryRoutineThatTheHeadersDeclareHasARow)
-{
-    const Page page = the_page();
+    std::set<std::string> declared;
     for (const char *header :
-         {"support/c-utils/transforms.h", "support/dates.h", "support/clocks.h"}) {
-        std::ifstream stream(std::string(QUINTRAL_SOURCE_DIR) + "/" + header);
-        const std::vector<std::string> names = declared_names(stream);
-        EXPECT_FALSE(names.empty()) << header;
-        for (const std::string &name : names)
-            EXPECT_TRUE(has_example(page, name)) << name << " of " << header;
-    }
-}
-
-// This test's own reading: it must not take anything for right that is not.
-
-TEST(DocsReading, NamesOfFunctionsAndOfExternVariablesAreFound)
-{
-    std::istringstream header("// comment(with) a name;\n"
-                              "#define MACRO(x) x;\n"
-                              "namespace quintral {\n"
-                              "extern const char *const table[13]; // comment(too);\n"
-                              "extern double stamp;\n"
-                              "constexpr std::size_t size = 24;\n"
-                              "char *copy(const char *source,\n"
-                              "           char *destination);\n"
-                              "std::int32_t count();\n"
-                              "} // namespace quintral\n");
-    const std::vector<std::string> expected = {"table", "stamp", "copy", "count"};
-    EXPECT_EQ(declared_names(header), expected);
-}
-
-struct ValueRow {
-    const char *cell;
-    Values expected;
-};
-
-TEST(DocsReading, ValuesAreReadAsCReadsThem)
-{
-    const ValueRow rows[] = {
-        {"`\"\"`", {value_of(std::string())}},
-        {"`\"a, b\", 5`", {value_of(std::string("a, b")), value_of(std::int64_t{5})}},
-        {R"(`"\n\t\v\f\r\\\"\'"`)", {value_of(std::string("\n\t\v\f\r\\\"'"))}},
-        {R"(`"\3\03\0034\351"`)", {value_of(std::string("\3\03\0034\351"))}},
-        {"`0`", {value_of(std::int64_t{0})}},
-        {"`-2147483648`", {value_of(std::int64_t{-2147483647} - 1)}},
-        {"`0xFF8000`", {value_of(std::int64_t{16744448})}},
-        {"`1.5f, 1.5`", {value_of(1.5F), value_of(1.5)}},
-        {"`0.1f`", {value_of(0.1F)}},
-        {"`-0.0f`", {value_of(-0.0F)}},
-        {"`NAN`", {value_of(std::nanf(""))}},
-        {"`-INFINITY`", {value_of(-std::numeric_limits<float>::infinity())}},
-        {"`nullptr`", {Value{}}},
-        {"`std::string(3, 'x')`", {value_of(std::string("xxx"))}},
-    };
-    for (const ValueRow &row : rows) {
-        Values values;
-        EXPECT_TRUE(read_values(row.cell, &values)) << row.cell;
-        EXPECT_EQ(shown(values), shown(row.expected)) << row.cell;
-        EXPECT_TRUE(values == row.expected) << row.cell;
-    }
-}
-
-TEST(DocsReading, CellsThatHoldAnythingElseAreNot)
-{
-    for (const char *cell : {
-             "",
-             "5",
-             "``",
-             "`",
-             "`5",
-             "5`",
-             "`\"a`",
-             "`\"a\\\"`",
-             "`\"\\q\"`",
-             "`\"\\400\"`",
-             "`\"a\"b`",
-             "`\"a\" \"b\"`",
-             "`5,6`",
-             "`5, `",
-             "`, 5`",
-             "`5 6`",
-             "`5x`",
-             "`0x`",
-             "`-`",
-             "`0xG`",
-             "`1.5g`",
-             "`1.5ff`",
-             "`1.2.3`",
-             "`.`",
-             "`five`",
-             "`99999999999999999999`",
-             "`std::string(3)`",
-             "`std::string(3, 'x'`",
-         }) {
-        Values values;
-        EXPECT_FALSE(read_values(cell, &values)) << cell;
-    }
-}
-
-struct PageRow {
-    std::string page;
-    std::size_t examples;
-    std::size_t problems;
-};
-
-TEST(DocsReading, LinesOfTablesAreExamplesOrProblems)
-{
-    const std::string begin = std::string(example_header) + "\n|---|---|---|---|\n";
-    const std::string epochs = std::string(epoch_header) + "\n|---|---|---|\n";
-    const PageRow rows[] = {
-        {"prose `5`\n\n", 0, 0},
-        {begin, 0, 0},
-        {begin + "| `word_length` | `\"a\"` | `1` | |\n", 1, 0},
-        {begin + "| `word_length` | `\"a\"` | `1` | text |\n| `x` | `1` | `2` | |\n", 2, 0},
-        {begin + "| `word_length` | `\"a\"` | `1` |\n", 0, 1},
-        {begin + "| `word_length` | `\"a\"` | `1` | | |\n", 0, 1},
-        {begin + "| word_length | `\"a\"` | `1` | |\n", 0, 1},
-        {begin + "| `word_length` | `a` | `1` | |\n", 0, 1},
-        {begin + "| `word_length` | `\"a\"` | 1 | |\n", 0, 1},
-        {begin + "| `word_length` | `\"a\"` | | |\n", 0, 1},
-        {"| routine | input |\n|---|---|\n| `word_length` | `\"a\"` |\n", 0, 2},
-        {begin + "\n| `word_length` | `\"a\"` | `1` | |\n", 0, 1},
-        {"|---|---|---|---|\n", 0, 1},
-        {begin + " | `word_length` | `\"a\"` | `1` | |\n", 0, 1},
-        {"  " + begin + "> | `word_length` | `\"a\"` | `9` | |\n", 0, 3},
-        {"a | b\n", 0, 0},
-        {epochs + "| `clock_stamp` | seconds | 1997-01-01 00:00:00 UTC |\n", 1, 0},
-        {epochs + "| `clock_stamp` | seconds | 1997-01-01 |\n", 0, 1},
-        {epochs + "| `clock_stamp` | seconds | 1997-01-01 00:00:00 UTC+1 |\n", 0, 1},
-    };
-    for (const PageRow &row : rows) {
-        std::istringstream stream(row.page);
-        const Page page = read_page(stream);
-        EXPECT_EQ(page.examples.size(), row.examples) << row.page;
-        EXPECT_EQ(page.problems.size(), row.problems) << row.page;
-    }
-}
-
-struct ExampleRow {
-    const char *line;
-    const char *problem;
-};
-
-TEST(DocsReading, ExamplesThatDoNotHoldAreProblems)
-{
-    const ExampleRow rows[] = {
-        {"| `word_length` | `\"ab\"` | `2` | |", ""},
-        {"| `word_length` | `\"ab\"` | `3` | |", "word_length(\"ab\") gives 2 and not 3"},
-        {"| `word_length` | `\"ab\"` | `2, 2` | |", "word_length(\"ab\") gives 2 and not 2, 2"},
-        {"| `word_length` | `\"ab\"` | `2.0f` | |", "word_length(\"ab\") gives 2 and not 2f"},
-        {"| `word_length` | `\"ab\"` | `SIGABRT` | |",
-         "word_length(\"ab\") gives  and not SIGABRT"},
-        {"| `word_length` | `5` | `2` | |",
-         "word_length(5) has not the arguments that the routine takes"},
-        {"| `strlen` | `\"ab\"` | `2` | |",
-         "strlen(\"ab\") is of no routine that this test can run"},
-        {"| `parse_float` | `\"-0\"` | `1, 0.0f` | |",
-         "parse_float(\"-0\") gives 1, -0f and not 1, 0f"},
-        {"| `parse_float` | `\"0.9\"` | `1, 0.9f` | |",
-         "parse_float(\"0.9\") gives 1, 0.900000036f and not 1, 0.899999976f"},
-        {"| `copy_length_prefixed` | `\"2a\"` | `\"2a\"` | |",
-         "copy_length_prefixed(\"2a\") gives  and not \"2a\""},
-    };
-    for (const ExampleRow &row : rows) {
-        Example example;
-        ASSERT_TRUE(read_example(cells_of(row.line), &example)) << row.line;
-        EXPECT_EQ(problem_of(example), row.problem);
-    }
+         {"support/c-utils/transforms.h", "support/dates.h", "support/clocks.h"})
+        declared.merge(declared_names(header));
+    for (const std::string &name : declared)
+        EXPECT_EQ(routines_of_page.count(name), 1U) << "no example of " << name;
+    for (const std::string &name : routines_of_page)
+        EXPECT_EQ(declared.count(name), 1U) << name << " was not found in the headers";
 }
 
 } // namespace
