@@ -10,12 +10,59 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 namespace quintral::tests {
+
+// Bytes
+
+const std::string lowers = "abcdefghijklmnopqrstuvwxyz";
+const std::string uppers = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+const std::string white_space = " \t\n\v\f\r";
+
+inline char byte_char(int byte)
+{
+    return static_cast<char>(byte);
+}
+
+// Every byte that a string can hold, in order.
+inline std::string every_byte()
+{
+    std::string bytes;
+    for (int byte = 1; byte < 256; ++byte)
+        bytes += byte_char(byte);
+    return bytes;
+}
+
+inline bool holds(const std::string &set, char c)
+{
+    return set.find(c) != std::string::npos;
+}
+
+// The byte of `to` at the position that c has in `from`; c itself if it is not there.
+inline char mapped(char c, const std::string &from, const std::string &to)
+{
+    const std::size_t position = from.find(c);
+    return position == std::string::npos ? c : to[position];
+}
+
+inline char to_upper(char c)
+{
+    return mapped(c, lowers, uppers);
+}
+
+inline std::uint32_t float_bits(float number)
+{
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
+
+// Calls
 
 using Copy = char *(*)(const char *source, char *destination);
 
