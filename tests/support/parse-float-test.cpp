@@ -1,15 +1,16 @@
-// parse_float bit by bit: every row's number was worked out with exact fractions, each step rounded
-// to 24 bits, halves to even, as the header tells the steps. It is one table for every build, since
-// the suite's files must read the same on all.
+// parse_float bit by bit. The expected bits were computed with exact fractions, following the steps
+// in the header and rounding each to 24 bits, ties to even. They are the same for every build, since
+// existing files must read the same everywhere. The examples of docs/strings-dates-clocks.md are in
+// docs-test.
 #include "support/c-utils/transforms.h"
 
 #include "tests/harness/each-locale.h"
 #include "tests/harness/exact-buffer.h"
+#include "tests/support/transform-calls.h"
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,8 @@
 namespace quintral {
 namespace {
 
-using tests::exact_copy;
-
 using namespace std::string_literals;
+using namespace tests;
 
 class ParseFloat : public tests::InEachLocale {};
 
@@ -31,13 +31,6 @@ struct FloatRow {
     std::uint32_t bits;
 };
 
-std::uint32_t bits_of(float number)
-{
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &number, sizeof bits);
-    return bits;
-}
-
 std::string hexadecimal(std::uint32_t bits)
 {
     char text[12];
@@ -45,7 +38,7 @@ std::string hexadecimal(std::uint32_t bits)
     return text;
 }
 
-// A text of thousands of bytes is told by its beginning.
+// A string of thousands of bytes is shortened.
 std::string shown(const std::string &text)
 {
     return testing::PrintToString(text.substr(0, 60)) + ", " + std::to_string(text.size()) +
@@ -56,7 +49,7 @@ void expect_bits(const FloatRow &row)
 {
     float number = -77.25F;
     EXPECT_EQ(parse_float(exact_copy(row.text).data(), &number), 1) << shown(row.text);
-    EXPECT_EQ(hexadecimal(bits_of(number)), hexadecimal(row.bits))
+    EXPECT_EQ(hexadecimal(float_bits(number)), hexadecimal(row.bits))
         << shown(row.text) << " gave " << number;
 }
 
@@ -64,7 +57,7 @@ void expect_no_number(const std::string &text)
 {
     float number = -77.25F;
     EXPECT_EQ(parse_float(exact_copy(text).data(), &number), 0) << shown(text);
-    EXPECT_EQ(number, -77.25F) << "the result is untouched, " << shown(text);
+    EXPECT_EQ(number, -77.25F) << "the number must not change, " << shown(text);
 }
 
 const FloatRow float_rows[] = {
@@ -82,7 +75,6 @@ const FloatRow float_rows[] = {
     {"16777219", 0x4b800002},
     {"33554435", 0x4c000001},
     {"123456789", 0x4ceb79a3},
-    {"2147483647", 0x4effffff},
     {"4294967295", 0x4f7fffff},
     {"15320337000", 0x50644a74},
     {"98004610871", 0x51b68c3c},
@@ -99,8 +91,7 @@ const FloatRow float_rows[] = {
     {"100.125", 0x42c83fff},
     {"2.718281828459045", 0x402df854},
     {"0.0000001", 0x33d6bf97},
-    // fractions whose steps miss the nearest float
-    {"0.9", 0x3f666667},
+    // fractions that are not the nearest float
     {"0.12", 0x3df5c290},
     {"0.17", 0x3e2e147c},
     {"0.24", 0x3e75c290},
@@ -113,12 +104,10 @@ const FloatRow float_rows[] = {
     {"893.037", 0x445f425f},
     {"914.000032", 0x44648000},
     {"603.0037", 0x4416c03c},
-    // the first point switches, a second one ends the number
-    {"5.", 0x40a00000},
+    // a second point ends the number
     {"+.5", 0x3f000000},
     {"-.5", 0xbf000000},
     {".5", 0x3f000000},
-    {"1.2.3", 0x3f99999a},
     {"1..5", 0x3f800000},
     {"1.e2", 0x42c80000},
     {"0.5.", 0x3f000000},
@@ -126,22 +115,18 @@ const FloatRow float_rows[] = {
     {"+1", 0x3f800000},
     {"-1", 0xbf800000},
     {"-150", 0xc3160000},
-    {"-0", 0x80000000},
     {"+0", 0x00000000},
     {"-0.0", 0x80000000},
     {"-.0e5", 0x80000000},
     // white space
-    {"  -1.5e2x", 0xc3160000},
     {" 5", 0x40a00000},
     {" \t\n\v\f\r5", 0x40a00000},
     {"\r\n-2.5\r\n", 0xc0200000},
-    // text behind
-    {"1,5", 0x3f800000},
+    // text after the number
     {"1 2", 0x3f800000},
     {"5x", 0x40a00000},
     {"5-", 0x40a00000},
     {"5+5", 0x40a00000},
-    {"0x10", 0x00000000},
     {"0b1", 0x00000000},
     {"1f", 0x3f800000},
     {"1d5", 0x3f800000},
@@ -169,14 +154,12 @@ const FloatRow float_rows[] = {
     {"1e2e3", 0x42c80000},
     {"0e5", 0x00000000},
     {"0e-5", 0x00000000},
-    // exponents as atoi reads them
+    // exponents are read like atoi
     {"1e", 0x3f800000},
-    {"1ex", 0x3f800000},
     {"1e+", 0x3f800000},
     {"1e-", 0x3f800000},
     {"1e+-5", 0x3f800000},
     {"1e--5", 0x3f800000},
-    {"1e 5", 0x47c35000},
     {"1e\t\n\v\f\r5", 0x47c35000},
     {"1e - 5", 0x3f800000},
     {"1e -5", 0x3727c5ac},
@@ -191,13 +174,12 @@ const FloatRow float_rows[] = {
     {"699.572e-14", 0x2cf623d9},
     {"430.659e11", 0x561cac3f},
     {"453.264e-37", 0x0670ff1a},
-    // what is too large
+    // overflow
     {"340282346638528859811704183484516925440", 0x7f7fffff},
     {"340282366920938463463374607431768211456", 0x7f7fffff},
     {"3.4028235e38", 0x7f800000},
     {"3.4028236e38", 0x7f800000},
     {"3.5e38", 0x7f800000},
-    {"1e39", 0x7f800000},
     {"-1e39", 0xff800000},
     {"1e308", 0x7f800000},
     {"1e309", 0x7f800000},
@@ -206,7 +188,7 @@ const FloatRow float_rows[] = {
     {"-1e999", 0xff800000},
     {"0.00001e43", 0x7e96769a},
     {"0.00001e44", 0x7f800000},
-    // what is small, down to nothing
+    // subnormals and underflow
     {"1.17549435e-38", 0x00800001},
     {"1.1754943e-38", 0x00800001},
     {"1e-38", 0x006ce3ee},
@@ -232,30 +214,25 @@ TEST_P(ParseFloat, RoundsEveryStepToSinglePrecision)
         expect_bits(row);
 }
 
-std::string repeated(std::size_t count, char c)
-{
-    return std::string(count, c);
-}
-
-TEST_P(ParseFloat, ScaleOfALongFractionGoesDownThroughSubnormalsToNothing)
+TEST_P(ParseFloat, ScaleOfALongFractionUnderflowsThroughSubnormalsToZero)
 {
     const FloatRow rows[] = {
-        {"0." + repeated(36, '0') + "9", 0x03992091},
-        {"0." + repeated(37, '0') + "9", 0x01f500ea},
-        {"0." + repeated(37, '0') + "12345", 0x00866ce3},
-        {"0." + repeated(38, '0') + "9", 0x00620061},
-        {"0." + repeated(39, '0') + "9", 0x0009ccdb},
-        {"0." + repeated(40, '0') + "9", 0x0000fae0},
-        {"0." + repeated(42, '0') + "9", 0x0000027f},
-        {"0." + repeated(43, '0') + "1", 0x00000007},
-        {"0." + repeated(44, '0') + "1", 0x00000001},
-        {"-0." + repeated(44, '0') + "9", 0x80000009},
-        {"0." + repeated(45, '0') + "9", 0x00000000},
-        {"-0." + repeated(45, '0') + "9", 0x80000000},
-        // the exponent comes too late for what the scale has lost
-        {"0." + repeated(30, '0') + "1e31", 0x3f800007},
-        {"0." + repeated(44, '0') + "1e45", 0x3fb35dc0},
-        {"0." + repeated(60, '0') + "1e61", 0x00000000},
+        {"0." + std::string(36, '0') + "9", 0x03992091},
+        {"0." + std::string(37, '0') + "9", 0x01f500ea},
+        {"0." + std::string(37, '0') + "12345", 0x00866ce3},
+        {"0." + std::string(38, '0') + "9", 0x00620061},
+        {"0." + std::string(39, '0') + "9", 0x0009ccdb},
+        {"0." + std::string(40, '0') + "9", 0x0000fae0},
+        {"0." + std::string(42, '0') + "9", 0x0000027f},
+        {"0." + std::string(43, '0') + "1", 0x00000007},
+        {"0." + std::string(44, '0') + "1", 0x00000001},
+        {"-0." + std::string(44, '0') + "9", 0x80000009},
+        {"0." + std::string(45, '0') + "9", 0x00000000},
+        {"-0." + std::string(45, '0') + "9", 0x80000000},
+        // the exponent does not restore the precision that the scale has lost
+        {"0." + std::string(30, '0') + "1e31", 0x3f800007},
+        {"0." + std::string(44, '0') + "1e45", 0x3fb35dc0},
+        {"0." + std::string(60, '0') + "1e61", 0x00000000},
     };
     for (const FloatRow &row : rows)
         expect_bits(row);
@@ -264,20 +241,20 @@ TEST_P(ParseFloat, ScaleOfALongFractionGoesDownThroughSubnormalsToNothing)
 TEST_P(ParseFloat, ReadsAnyNumberOfDigits)
 {
     const FloatRow rows[] = {
-        {"1" + repeated(38, '0'), 0x7e96769a},
-        {repeated(38, '9'), 0x7e96769a},
-        {repeated(38, '9') + "e-38", 0x3f800001},
-        // infinity, which no exponent brings back
-        {"1" + repeated(39, '0'), 0x7f800000},
-        {repeated(39, '9') + "e-39", 0x7f800000},
-        {repeated(10000, '9'), 0x7f800000},
-        {"-" + repeated(10000, '9') + ".5e-300", 0xff800000},
-        {repeated(10000, '0') + "1", 0x3f800000},
-        {"1." + repeated(10000, '0'), 0x3f800000},
-        {"0." + repeated(10000, '0') + "9", 0x00000000},
-        {"0." + repeated(50, '9'), 0x3f800000},
-        {"0." + repeated(20, '3'), 0x3eaaaaab},
-        {"0." + repeated(10000, '3'), 0x3eaaaaab},
+        {"1" + std::string(38, '0'), 0x7e96769a},
+        {std::string(38, '9'), 0x7e96769a},
+        {std::string(38, '9') + "e-38", 0x3f800001},
+        // infinity, whatever the exponent
+        {"1" + std::string(39, '0'), 0x7f800000},
+        {std::string(39, '9') + "e-39", 0x7f800000},
+        {std::string(10000, '9'), 0x7f800000},
+        {"-" + std::string(10000, '9') + ".5e-300", 0xff800000},
+        {std::string(10000, '0') + "1", 0x3f800000},
+        {"1." + std::string(10000, '0'), 0x3f800000},
+        {"0." + std::string(10000, '0') + "9", 0x00000000},
+        {"0." + std::string(50, '9'), 0x3f800000},
+        {"0." + std::string(20, '3'), 0x3eaaaaab},
+        {"0." + std::string(10000, '3'), 0x3eaaaaab},
         {"3.14159265358979323846264338327950288", 0x40490fd9},
     };
     for (const FloatRow &row : rows)
@@ -287,16 +264,16 @@ TEST_P(ParseFloat, ReadsAnyNumberOfDigits)
 TEST_P(ParseFloat, ReadsAnExponentOfAnyLength)
 {
     const FloatRow rows[] = {
-        {"1e" + repeated(10000, '0') + "5", 0x47c35000},
-        {"1e-" + repeated(10000, '0') + "5", 0x3727c5ac},
-        {"1e" + repeated(10000, ' ') + "5", 0x47c35000},
-        {"1e" + repeated(10000, '9'), 0x7f800000},
-        {"1e+" + repeated(10000, '1'), 0x7f800000},
-        {"-1e" + repeated(10000, '9'), 0xff800000},
-        {"1e-" + repeated(10000, '9'), 0x00000000},
-        {"-1e-" + repeated(10000, '1'), 0x80000000},
-        {"0e-" + repeated(10000, '9'), 0x00000000},
-        // around the ends of 32 and of 64 bits nothing comes round
+        {"1e" + std::string(10000, '0') + "5", 0x47c35000},
+        {"1e-" + std::string(10000, '0') + "5", 0x3727c5ac},
+        {"1e" + std::string(10000, ' ') + "5", 0x47c35000},
+        {"1e" + std::string(10000, '9'), 0x7f800000},
+        {"1e+" + std::string(10000, '1'), 0x7f800000},
+        {"-1e" + std::string(10000, '9'), 0xff800000},
+        {"1e-" + std::string(10000, '9'), 0x00000000},
+        {"-1e-" + std::string(10000, '1'), 0x80000000},
+        {"0e-" + std::string(10000, '9'), 0x00000000},
+        // exponents beyond 32 and 64 bits do not wrap
         {"1e2147483647", 0x7f800000},
         {"1e2147483648", 0x7f800000},
         {"1e-2147483648", 0x00000000},
@@ -312,26 +289,33 @@ TEST_P(ParseFloat, ReadsAnExponentOfAnyLength)
         expect_bits(row);
 }
 
-TEST_P(ParseFloat, NothingTimesInfinityIsNotANumber)
+TEST_P(ParseFloat, ZeroTimesInfinityIsNotANumber)
 {
-    for (const std::string &text : {"0e309"s, "0e400"s, "0e999"s, "-0e999"s, "0.000e9999999999"s,
-                                    "0." + repeated(60, '0') + "1e999", "0e" + repeated(10000, '9'),
-                                    repeated(39, '9') + "e-400"}) {
+    const std::string texts[] = {
+        "0e309",
+        "0e400",
+        "-0e999",
+        "0.000e9999999999",
+        "0." + std::string(60, '0') + "1e999",
+        "0e" + std::string(10000, '9'),
+        std::string(39, '9') + "e-400",
+    };
+    for (const std::string &text : texts) {
         float number = 0;
         EXPECT_EQ(parse_float(exact_copy(text).data(), &number), 1) << shown(text);
         EXPECT_TRUE(std::isnan(number)) << shown(text) << " gave " << number;
     }
 }
 
-TEST_P(ParseFloat, WithoutADigitBeforeTheExponentThereIsNoNumber)
+TEST_P(ParseFloat, NeedsADigitBeforeTheExponent)
 {
     const std::string texts[] = {
-        // nothing
+        // no characters but white space
         "",
         " ",
         " \t\n\v\f\r",
-        repeated(10000, ' '),
-        // a sign alone, or more than one, or one apart
+        std::string(10000, ' '),
+        // only a sign, more than one, or one that is separated
         "+",
         "-",
         " -",
@@ -339,20 +323,17 @@ TEST_P(ParseFloat, WithoutADigitBeforeTheExponentThereIsNoNumber)
         "++5",
         "+-5",
         "-+5",
-        "- 5",
         "+ 5",
         "-\n5",
-        // a point alone
-        ".",
+        // only points
         "-.",
         "+.",
         "..",
         "..5",
         ". 5",
         ".-5",
-        // an exponent alone
+        // only an exponent
         "e",
-        "e5",
         "E5",
         "-e5",
         ".e5",
@@ -366,7 +347,6 @@ TEST_P(ParseFloat, WithoutADigitBeforeTheExponentThereIsNoNumber)
         ":5",
         "$5",
         "(5)",
-        "inf",
         "-inf",
         "INFINITY",
         "nan",
@@ -384,31 +364,31 @@ constexpr std::uint32_t five = 0x40a00000;
 constexpr std::uint32_t minus_five = 0xc0a00000;
 constexpr std::uint32_t one_half = 0x3f000000;
 
-TEST_P(ParseFloat, OnlySpacesASignAPointOrADigitOfAllBytesMayStandBeforeADigit)
+TEST_P(ParseFloat, OnlyWhiteSpaceASignAPointOrADigitMayComeBeforeADigit)
 {
-    const std::uint32_t tens[] = {five,       0x41700000, 0x41c80000, 0x420c0000, 0x42340000,
-                                  0x425c0000, 0x42820000, 0x42960000, 0x42aa0000, 0x42be0000};
-    for (int byte = 1; byte < 256; ++byte) {
-        const char c = static_cast<char>(byte);
+    // 05, 15 to 95
+    const std::uint32_t with_a_digit[] = {five,       0x41700000, 0x41c80000, 0x420c0000,
+                                          0x42340000, 0x425c0000, 0x42820000, 0x42960000,
+                                          0x42aa0000, 0x42be0000};
+    for (const char c : every_byte()) {
         const std::string text = {c, '5'};
-        if (" \t\n\v\f\r+"s.find(c) != std::string::npos)
+        if (holds(white_space + '+', c))
             expect_bits({text, five});
         else if (c == '-')
             expect_bits({text, minus_five});
         else if (c == '.')
             expect_bits({text, one_half});
         else if (c >= '0' && c <= '9')
-            expect_bits({text, tens[c - '0']});
+            expect_bits({text, with_a_digit[c - '0']});
         else
             expect_no_number(text);
     }
 }
 
-TEST_P(ParseFloat, EveryByteButDigitsThePointAndAnExponentEndsTheNumber)
+TEST_P(ParseFloat, EveryByteExceptDigitsThePointAndAnExponentEndsTheNumber)
 {
-    for (int byte = 1; byte < 256; ++byte) {
-        const char c = static_cast<char>(byte);
-        if ("0123456789.eE"s.find(c) == std::string::npos) {
+    for (const char c : every_byte()) {
+        if (!holds("0123456789.eE", c)) {
             expect_bits({"5"s + c + "5", five});
             expect_bits({"0.5"s + c + "5", one_half});
             expect_bits({"5e0"s + c + "5", five});
