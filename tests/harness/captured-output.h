@@ -1,4 +1,4 @@
-// The bytes that a call prints on this process's standard output.
+// The bytes that a call prints on this process's standard output or standard error.
 #ifndef QUINTRAL_TESTS_HARNESS_CAPTURED_OUTPUT_H
 #define QUINTRAL_TESTS_HARNESS_CAPTURED_OUTPUT_H
 
@@ -10,22 +10,23 @@
 
 namespace quintral::tests {
 
-// Puts a file in place of the descriptor while the call runs, so that whatever way of printing it
-// uses is seen. The call itself must not end the test.
-template <typename Call> std::string captured_output(const Call &call)
+// Puts a file in place of the stream's descriptor while the call runs, so that whatever way of
+// printing it uses is seen. The call itself must not end the test.
+template <typename Call> std::string captured(std::FILE *stream, const Call &call)
 {
     std::FILE *file = std::tmpfile();
-    const int standard_output = dup(STDOUT_FILENO);
-    if (file == nullptr || standard_output < 0) {
-        ADD_FAILURE() << "can't put a file in place of standard output";
+    const int descriptor = fileno(stream);
+    const int saved = dup(descriptor);
+    if (file == nullptr || saved < 0) {
+        ADD_FAILURE() << "can't put a file in place of descriptor " << descriptor;
         return "";
     }
-    std::fflush(stdout);
-    dup2(fileno(file), STDOUT_FILENO);
+    std::fflush(stream);
+    dup2(fileno(file), descriptor);
     call();
-    std::fflush(stdout);
-    dup2(standard_output, STDOUT_FILENO);
-    close(standard_output);
+    std::fflush(stream);
+    dup2(saved, descriptor);
+    close(saved);
 
     std::string text;
     std::rewind(file);
@@ -33,6 +34,16 @@ template <typename Call> std::string captured_output(const Call &call)
         text += static_cast<char>(c);
     std::fclose(file);
     return text;
+}
+
+template <typename Call> std::string captured_output(const Call &call)
+{
+    return captured(stdout, call);
+}
+
+template <typename Call> std::string captured_error(const Call &call)
+{
+    return captured(stderr, call);
 }
 
 } // namespace quintral::tests
