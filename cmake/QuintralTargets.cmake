@@ -36,7 +36,7 @@ function(quintral_add_library folder)
   set_target_properties(${target} PROPERTIES
     EXPORT_NAME ${folder}
     POSITION_INDEPENDENT_CODE ON
-    VERIFY_INTERFACE_HEADER_SETS ON)
+    VERIFY_INTERFACE_HEADER_SETS ${PROJECT_IS_TOP_LEVEL})
   if(BUILD_SHARED_LIBS)
     set_target_properties(${target} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
@@ -46,6 +46,8 @@ function(quintral_add_library folder)
   target_include_directories(${target} PUBLIC
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${target} PUBLIC ${arg_LINKS})
-  install(TARGETS ${target} EXPORT quintral-targets
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
+  if(QUINTRAL_INSTALL)
+    install(TARGETS ${target} EXPORT quintral-targets
+      FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
+  endif()
 endfunction()
