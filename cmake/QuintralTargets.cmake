@@ -22,13 +22,13 @@ function(quintral_common_options target)
     ${arithmetic_options} -Wall -Wextra -Wshadow -Wconversion)
 endfunction()
 
-# quintral_add_library(folder SOURCES ... HEADERS ... LINKS ...)
+# quintral_add_library(folder SOURCES ... HEADERS ... PRIVATE_HEADERS ... LINKS ...)
 #
 # The library of one folder: target quintral_<folder>, alias and exported name quintral::<folder>.
-# HEADERS are the public ones, installed below quintral/<folder> and each compiled alone by the
-# target all_verify_interface_header_sets.
+# HEADERS are the public ones, installed below quintral/<folder>. The target
+# all_verify_interface_header_sets compiles each header alone, the private ones too.
 function(quintral_add_library folder)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;PRIVATE_HEADERS;LINKS")
   set(target quintral_${folder})
   add_library(${target} ${arg_SOURCES})
   add_library(quintral::${folder} ALIAS ${target})
@@ -49,5 +49,14 @@ function(quintral_add_library folder)
   if(QUINTRAL_INSTALL)
     install(TARGETS ${target} EXPORT quintral-targets
       FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
+  endif()
+  if(PROJECT_IS_TOP_LEVEL AND arg_PRIVATE_HEADERS)
+    # A target of their own: a header set of the library would have to be installed with it.
+    set(checked ${target}_private_headers)
+    add_library(${checked} INTERFACE)
+    target_sources(${checked} INTERFACE
+      FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_PRIVATE_HEADERS})
+    target_link_libraries(${checked} INTERFACE ${target})
+    set_target_properties(${checked} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
   endif()
 endfunction()
