@@ -1,7 +1,7 @@
 # Configures the project with different options and checks which parts the build has.
 # Given: WORK_FOLDER, GENERATOR, COMPILER.
 cmake_minimum_required(VERSION 3.25)
-cmake_path(SET project_folder NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../..)
+file(REAL_PATH ${CMAKE_CURRENT_LIST_DIR}/../.. project_folder)
 set(build ${WORK_FOLDER}/build)
 file(REMOVE_RECURSE ${WORK_FOLDER})
 

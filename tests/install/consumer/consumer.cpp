@@ -1,7 +1,8 @@
-// Uses a function of each installed library through the headers as a user includes them.
+// Uses functions of each library through the headers as a user includes them.
 #include <cstdio>
 #include <string>
 
+#if CONSUMER_INCLUDES_INSTALLED
 #include <quintral/cmdline/long-options.h>
 #include <quintral/platform/platform.h>
 #include <quintral/support/c-utils.h>
@@ -9,6 +10,15 @@
 #include <quintral/support/dates.h>
 #include <quintral/web/form-body.h>
 #include <quintral/web/version-update.h>
+#else
+#include "cmdline/long-options.h"
+#include "platform/platform.h"
+#include "support/c-utils.h"
+#include "support/clocks.h"
+#include "support/dates.h"
+#include "web/form-body.h"
+#include "web/version-update.h"
+#endif
 
 int main()
 {
@@ -33,9 +43,11 @@ int main()
     char camel[16];
     quintral::snake_to_camel("has_host", camel);
 
-    char *line = quintral::alloc_printf("%s %d %s %s %s %s", body.c_str(), option, system, date,
-                                        quintral::web_service_host != nullptr ? camel : "none",
-                                        has_folder && slept ? "HasFolder" : "none");
+    const int standard = __cplusplus >= 202002 ? 20 : 17;
+    char *line =
+        quintral::alloc_printf("C++%d %s %d %s %s %s %s", standard, body.c_str(), option, system,
+                               date, quintral::web_service_host != nullptr ? camel : "none",
+                               has_folder && slept ? "HasFolder" : "none");
     std::puts(line);
     quintral::checked_free(line);
     return 0;
