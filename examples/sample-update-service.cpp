@@ -279,7 +279,7 @@ const char *read_arguments(int count, char **arguments, Settings *settings)
             if (read_port(++i < count ? arguments[i] : "", &settings->port) != 0)
                 return "--port takes a number from 0 to 65535";
         } else if (argument.substr(0, 1) == "-") {
-            return "there is no such option";
+            return "unknown option";
         } else if (settings->products_path != nullptr) {
             return "more than one product list is given";
         } else {

@@ -95,7 +95,7 @@ const char *add_product(std::string_view line, std::vector<Product> *products)
     }
     const std::vector<std::string_view> fields = split(line, '|');
     if (fields.size() != 6)
-        return "not six texts with '|' between them";
+        return "expected six fields separated by '|'";
     const Product product{std::string(trim(fields[0])), std::string(trim(fields[1])),
                           std::string(trim(fields[2])), std::string(trim(fields[3])),
                           std::string(trim(fields[4])), with_line_feeds(trim(fields[5]))};
@@ -107,7 +107,7 @@ const char *add_product(std::string_view line, std::vector<Product> *products)
         return "no message";
     for (const Product &other : *products) {
         if (other.name == product.name && other.line == product.line)
-            return "this product and product line stand above already";
+            return "duplicate product and product line";
     }
     products->push_back(product);
     return nullptr;

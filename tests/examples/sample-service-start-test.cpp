@@ -71,9 +71,9 @@ TEST(SampleUpdateService, AUsageErrorEndsItWithStatus2)
         {{}, "no product list is given"},
         {{"--port", "0"}, "no product list is given"},
         {{products, products}, "more than one product list is given"},
-        {{"-x", products}, "there is no such option"},
-        {{"--ports", "1", products}, "there is no such option"},
-        {{products, "--help"}, "there is no such option"},
+        {{"-x", products}, "unknown option"},
+        {{"--ports", "1", products}, "unknown option"},
+        {{products, "--help"}, "unknown option"},
         {{products, "--port"}, bad_port},
         {{"--port", "", products}, bad_port},
         {{"--port", "x", products}, bad_port},
@@ -105,11 +105,11 @@ TEST(SampleUpdateService, AStandardOutputErrorEndsItWithStatus1)
 
 TEST(SampleUpdateService, ABadListLineIsReportedWithFileAndNumber)
 {
-    const std::string six = ":1: not six texts with '|' between them\n";
+    const std::string six = ":1: expected six fields separated by '|'\n";
     const std::string version =
         ":1: the version is not a number with at most three digits behind the point\n";
     const std::string control = ":1: a control character in the line\n";
-    const std::string again = ":2: this product and product line stand above already\n";
+    const std::string again = ":2: duplicate product and product line\n";
     const struct {
         std::string list;
         std::string message;
