@@ -1,5 +1,5 @@
-# The CMake package of an installed copy: find_package(quintral) gives quintral::support,
-# quintral::cmdline, quintral::web and quintral::platform.
+# Installs the CMake package: find_package(quintral) provides quintral::support, quintral::cmdline,
+# quintral::web and quintral::platform.
 include(CMakePackageConfigHelpers)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/quintral)

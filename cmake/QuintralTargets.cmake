@@ -1,7 +1,6 @@
-# What every target of the project has in common, and the two shapes of target.
+# What all targets of the project have in common.
 
-# The arithmetic of the first Intel processors carries more digits than a float has; every Intel Mac
-# has the other one.
+# x87 arithmetic rounds to more digits than a float has. Every Intel Mac has SSE, so use that.
 include(CheckCXXSourceCompiles)
 check_cxx_source_compiles("
   #include <cfloat>
@@ -12,9 +11,9 @@ if(NOT QUINTRAL_FLOATS_ARE_ROUNDED)
   list(APPEND arithmetic_options -msse2 -mfpmath=sse)
 endif()
 
-# Language level, arithmetic and warnings. Fused multiply-adds are off so that the 32-bit and the
-# 64-bit builds round alike; warnings become errors in the presets only
-# (CMAKE_COMPILE_WARNING_AS_ERROR), never for somebody who embeds the project.
+# Language standard, arithmetic and warnings. Fused multiply-adds are off so that 32-bit and 64-bit
+# builds round the same way. Warnings are errors in the presets only
+# (CMAKE_COMPILE_WARNING_AS_ERROR), never in a project that embeds this one.
 function(quintral_common_options target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
@@ -51,7 +50,7 @@ function(quintral_add_library folder)
       FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
   endif()
   if(PROJECT_IS_TOP_LEVEL AND arg_PRIVATE_HEADERS)
-    # A target of their own: a header set of the library would have to be installed with it.
+    # In a separate target, because CMake requires an exported target to install all its header sets.
     set(checked ${target}_private_headers)
     add_library(${checked} INTERFACE)
     target_sources(${checked} INTERFACE

@@ -1,5 +1,5 @@
-// How a plug-in uses the diagnostics: messages shown by its host, aborts caught where the host
-// calls in, text with a tag, indented output, and the capture that a test harness reads.
+// How a plug-in uses the diagnostics: messages that its host shows, aborts caught in the plug-in's
+// entry point, tagged text, indented output, and the output that a test harness captures.
 #include "support/error.h"
 
 #include <cstdio>
@@ -8,7 +8,7 @@ using namespace quintral;
 
 namespace {
 
-// Stands for the host's own way to show a message.
+// Replace this with the host's way to show a message.
 void show_in_host(MessageLevel level, const char *text)
 {
     char line[256];
@@ -22,7 +22,7 @@ void set_layer_width(int width)
     report_message(Note, "The layer is now %d pixels wide.", width);
 }
 
-// What the host calls: no abort leaves the plug-in. 0 for success, -1 for failure.
+// Called by the host. No abort exception may leave the plug-in. Returns 0, or -1 on failure.
 int entry_point(int width)
 {
     try {
@@ -43,7 +43,7 @@ void list_layers()
     set_output_indent(0);
 }
 
-// What a test harness does around the code under test.
+// Around the code under test, a test harness installs the test handlers.
 void report_to_harness()
 {
     set_message_handler(test_message_handler);
@@ -66,7 +66,7 @@ int main()
     list_layers();
     report_to_harness();
 
-    // The default handlers, which write to standard error.
+    // The default handlers write to standard error.
     report_message(Error, "Close file failed.");
     print_text("Saved.\n", "status");
     std::printf("%d messages\n", message_count());

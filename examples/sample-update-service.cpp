@@ -1,17 +1,18 @@
-// A sample update service. update-exchange.h describes what it does with a request; this file is the
-// server around it: connections, their limits, and the start and end of the program.
+// A sample update service. update-exchange.h describes what it does with a request. This file is
+// the server: connections and their limits, and the start and end of the program.
 //
 //     sample-update-service [--port N] PRODUCTS-FILE
 //
-// It listens on 127.0.0.1, on a free port unless --port names one, writes the one line "Listening on
-// 127.0.0.1:PORT" to standard output so that a script can read the port, and serves until SIGTERM
-// or SIGINT ends it with status 0. Standard error shows each request and its answer. A wrong command
-// line or product list ends it at once with status 2, a failure of the system with status 1.
+// It listens on port N of 127.0.0.1 (default: a free port) and writes the single line
+// "Listening on 127.0.0.1:PORT" to standard output, so that a script can read the port. It serves
+// until SIGTERM or SIGINT ends it with status 0. Each request and its answer are logged to standard
+// error. An invalid command line or product list ends the program with status 2, a system error
+// with status 1.
 //
-// One loop over poll serves all connections; it never waits for a single client. The limits below
-// bound what any of them can use. Only the log may block: whoever reads it through a pipe has to
-// keep reading. This is a sample: it speaks plain HTTP to this machine only. Put a real service
-// behind a web server.
+// One poll loop serves all connections and never waits for a single client. The limits here and in
+// update-exchange bound what clients can use. Only writing the log can block, so if standard error
+// is a pipe, its reader must keep reading. This is a sample: it speaks plain HTTP and only to this
+// machine. Run a real service behind a web server.
 #include "update-exchange.h"
 
 #include <cerrno>
@@ -172,15 +173,15 @@ void close_connection(Connections *connections, std::size_t index, const char *w
 }
 
 // At the limit, the oldest connection is closed for the new one, so idle clients can't keep others
-// out. Only a few clients are accepted in one turn, so a crowd that arrives at once can't push out a
-// client before its request has been looked at.
+// out. Only a few clients are accepted per turn, so a burst of connections can't push out a client
+// before its request has been read.
 void accept_clients(int listener, Connections *connections)
 {
     for (int i = 0; i < 16; ++i) {
         const int descriptor = accept(listener, nullptr, nullptr);
         if (descriptor < 0 && (after_failure() == 0 || errno == ECONNABORTED))
             return;
-        if (descriptor < 0) { // most likely no descriptors left: free one, and never spin
+        if (descriptor < 0) { // most likely out of descriptors: free one, and never spin
             if (connections->empty())
                 poll(nullptr, 0, 100);
             else

@@ -154,8 +154,8 @@ int read_request_line(std::string_view line, Request *request, Answer *answer)
     return 0;
 }
 
-// Reads the lines after the request line. *length becomes the value of Content-Length and stays null
-// if there is none.
+// Reads the lines after the request line. *length becomes the value of Content-Length; without one
+// it is unchanged.
 int read_header_lines(const std::vector<std::string_view> &lines, std::string_view *length,
                       Answer *answer)
 {
@@ -247,7 +247,7 @@ const Field *find_field(const std::vector<Field> &fields, const char *name)
 
 // ---- The answer -------------------------------------------------------------------------------
 
-// Fills the answer. Returns -1, for `return refuse(...)`.
+// Makes an answer that refuses the request. Returns -1.
 int refuse(Answer *answer, const char *status, const std::string &why)
 {
     answer->status = status;

@@ -21,9 +21,9 @@
 // because the rest of the body belongs to it. The client accepts any status from 200 to 299 and
 // treats everything else as a failure, so "you have the newest version" is a 200 too.
 //
-// A service calls read_products once. For each request it calls find_header_end until the header is
-// complete, then read_header; once body_length bytes have followed, answer_form. If a step fails,
-// the answer already says why. answer_bytes is what the client gets.
+// A service calls read_products once. For each request it calls find_header_end whenever bytes have
+// arrived, read_header once the header is complete, and answer_form once the body is complete too.
+// Then it sends answer_bytes. If read_header fails, it sends them without reading the body.
 #ifndef QUINTRAL_EXAMPLES_UPDATE_EXCHANGE_H
 #define QUINTRAL_EXAMPLES_UPDATE_EXCHANGE_H
 
@@ -55,7 +55,7 @@ struct Request {
     std::string line; // the request line, for the log
     std::string method;
     std::string path;            // without scheme, host and query
-    std::size_t body_length = 0; // what Content-Length says
+    std::size_t body_length = 0; // the value of Content-Length
 };
 
 struct Field {
@@ -68,33 +68,30 @@ struct Answer {
     std::string body;
 };
 
-// Finds the line feed that ends the last header line and the size of the empty line after it. An
-// earlier call searched the first `searched` bytes. Returns npos if the header is not complete.
+// Returns the position of the line feed that ends the last header line and sets *size to the size of
+// the empty line after it, or returns npos if the header is not complete. `searched` is the size of
+// the input in the previous call, 0 in the first.
 std::size_t find_header_end(std::string_view input, std::size_t searched, std::size_t *size);
 
 // Reads a complete header, without its empty line. Returns 0, or -1 with the answer that refuses
 // the request.
 int read_header(std::string_view header, Request *request, Answer *answer);
 
-// Makes the answer that refuses a malformed request. Returns -1.
+// Makes an answer that refuses a malformed request. Returns -1.
 int bad_request(Answer *answer, const std::string &why);
 
-// Reads the form in a request's body and answers it, with a product's newest version or a refusal.
-// The fields are for the log.
+// Reads the form in a request's body, appends its fields to *fields for the log, and makes the
+// answer: the newest version of the product, or a refusal.
 void answer_form(const std::vector<Product> &products, std::string_view body,
                  std::vector<Field> *fields, Answer *answer);
 
 // Returns the whole reply, header and body.
 std::string answer_bytes(const Request &request, const Answer &answer);
 
-// Returns a description of the exchange in printable ASCII, several lines. What a client sends must
-// not reach a terminal as it is: control bytes could move the cursor, rename the window or forge a
-// line of the log.
+// Returns a description of the exchange, several lines of printable ASCII. All other bytes are
+// escaped: a control character could move the cursor, rename the window or forge a line of the log.
 std::string log_text(const Request &request, const std::vector<Field> &fields,
                      const Answer &answer);
-
-// True if the string is one or more decimal digits.
-bool all_digits(std::string_view text);
 
 } // namespace sample
 

@@ -1,11 +1,12 @@
-# Sourced by ./demo and ./check: what both need before they can build. POSIX sh.
+# shellcheck shell=sh
+# Functions for ./demo, ./check and other scripts, which source this file. POSIX sh.
 
 fail() {
   echo "$(basename "$0"): $*" >&2
   exit 1
 }
 
-# Neither the build nor a run may depend on the settings of whoever starts it.
+# Removes the user's settings that could change the result of a build or a run.
 clean_environment() {
   unset http_proxy HTTP_PROXY https_proxy HTTPS_PROXY all_proxy ALL_PROXY no_proxy NO_PROXY \
     POSIXLY_CORRECT LANG LANGUAGE LC_ALL LC_CTYPE LC_NUMERIC LC_COLLATE LC_MESSAGES LC_MONETARY \
@@ -19,8 +20,8 @@ missing_packages() {
   done
 }
 
-# A server that is installed here must not start: a policy that refuses it stands while apt-get
-# runs. A proxy that the packages are behind belongs in apt's own configuration.
+# Installs packages, but does not let them start servers: policy-rc.d forbids that while apt-get
+# runs. If apt-get needs a proxy, set it in apt's configuration.
 install_packages() {
   policy=/usr/sbin/policy-rc.d
   saved=$policy.quintral-saved
@@ -34,8 +35,9 @@ install_packages() {
   printf '#!/bin/sh\nexit 101\n' >"$policy"
   chmod 755 "$policy"
   export DEBIAN_FRONTEND=noninteractive
-  apt-get update && apt-get install -y --no-install-recommends "$@" ||
+  if ! apt-get update || ! apt-get install -y --no-install-recommends "$@"; then
     fail "apt-get could not install: $*"
+  fi
   restore_policy
   trap - EXIT HUP INT QUIT PIPE TERM
 }
@@ -48,7 +50,8 @@ restore_policy() {
   fi
 }
 
-# need PACKAGE...: installs what is missing. Elsewhere than on Debian the tools must be there.
+# need PACKAGE...: installs the missing packages. On systems other than Debian it only checks
+# that the build tools are there.
 need() {
   if ! command -v dpkg-query >/dev/null; then
     for tool in cmake ninja c++; do
