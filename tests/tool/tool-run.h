@@ -8,15 +8,20 @@
 #include "tests/harness/loopback-peer.h"
 #include "tests/harness/text.h"
 
-#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <termios.h>
+#include <unistd.h>
 
 namespace quintral::tests::tool {
 
-using quintral::tests::repeated;
+constexpr int patience = 20000; // milliseconds until a child or a peer must have come to a point
 
 using Texts = std::vector<std::string>;
 
@@ -59,6 +64,10 @@ inline PeerScript trickling(const std::string &start, const std::string &bytes, 
             {PeerAct::Hold}};
 }
 
+// More bytes than a peer that trickles them sends while a test runs.
+inline const std::string trickled_header = "HTTP/1.0 200 OK\r\n" + std::string(60000, 'h');
+inline const std::string trickled_body = std::string(60000, 'b');
+
 struct Exchange {
     ChildResult result;
     std::string address; // of the service
@@ -99,22 +108,22 @@ inline std::string error_line(const std::string &text)
     return "Error: " + text + "\a\n";
 }
 
-// JSON
+// The messages of an interrupt and of the time limit.
 
-// An object with its values as they are written.
-inline std::string json_line(const std::string &status, int exit_status, const std::string &newer,
-                             const std::array<std::string, 4> &values, const std::string &error)
+const char cancelled_text[] = "User canceled web transaction";
+
+inline std::string limit_text(int seconds)
 {
-    return "{\"status\":\"" + status + "\",\"exit_status\":" + std::to_string(exit_status) +
-           ",\"newer\":" + newer + ",\"version\":" + values[0] + ",\"url\":" + values[1] +
-           ",\"button\":" + values[2] + ",\"message\":" + values[3] + ",\"error\":" + error + "}\n";
+    return "The time limit of " + std::to_string(seconds) + " s has passed";
 }
 
-inline std::string unanswered_json(const std::string &status, int exit_status,
-                                   const std::string &error)
+// Stops the terminal on the child's standard error, as a user does with Ctrl-S.
+inline void stop_terminal(const Child &child)
 {
-    return json_line(status, exit_status, "null", {"null", "null", "null", "null"},
-                     "\"" + error + "\"");
+    const int terminal = open(ptsname(child.error_descriptor), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_GE(terminal, 0) << std::strerror(errno);
+    EXPECT_EQ(tcflow(terminal, TCOOFF), 0) << std::strerror(errno);
+    close(terminal);
 }
 
 } // namespace quintral::tests::tool

@@ -1,0 +1,72 @@
+// The proxy password does not stay visible in the process list.
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include "tests/harness/temp-folder.h"
+#include "tests/tool/query.h"
+#include "tests/tool/tool-run.h"
+
+namespace quintral::tests::tool {
+namespace {
+
+std::string command_line_of(const Child &child)
+{
+    return file_content("/proc/" + std::to_string(child.process_id) + "/cmdline");
+}
+
+TEST(ToolPassword, DoesNotStayVisibleInTheProcessList)
+{
+    const std::vector<Texts> rows = {
+        {"-proxy-pass", "secret"},
+        {"-proxy-pass=secret"},
+        {"--proxy-pass", "secret"},
+        {"--proxy-pass=secret"},
+        {"+proxy-pass=secret"},
+        {"-proxy-p", "secret"},
+        {"-proxy-pass", "secret-1", "-proxy-pass=secret-2", "--proxy-pass", "secret"},
+    };
+    for (const Texts &row : rows) {
+        const LoopbackPeer proxy({holding()});
+        Child child = start_tool(
+            joined({"-service", "a.example", "-proxy", proxy.address(), "-proxy-user", "me"}, row));
+        ASSERT_TRUE(proxy.wait_for_text(0, request_end(), patience));
+        const std::string line = command_line_of(child);
+        EXPECT_EQ(line.find("secret"), std::string::npos) << line;
+        EXPECT_NE(line.find("-proxy-user"), std::string::npos) << line;
+        child_signal(child, SIGTERM);
+        child_wait(child);
+        EXPECT_EQ(proxy.received(0), request_of({"a.example", default_values(), "bWU6c2VjcmV0"}));
+    }
+}
+
+// The message of a usage error may have to wait for a reader; the passwords behind the error must
+// not wait with it.
+TEST(ToolPassword, DoesNotStayVisibleBehindAUsageErrorEither)
+{
+    const std::vector<Texts> errors = {{"-bogus"},      {"--bogus"},         {"operand"},
+                                       {"-max-time=0"}, {"-service", "a:0"}, {"--"}};
+    for (const Texts &error : errors) {
+        ChildOptions options;
+        options.error = ChildStream::StalledPipe;
+        Child child =
+            start_tool(joined(error, {"-proxy-pass", "secret", "--unknown", "-proxy-pass=secret",
+                                      "operand", "--proxy-pass", "secret", "-proxy-pass"}),
+                       options);
+        std::string line = command_line_of(child); // none for a moment behind the start
+        for (int i = 0; i < 1000 && (line.empty() || line.find("secret") != line.npos); ++i) {
+            poll(nullptr, 0, 10);
+            line = command_line_of(child);
+        }
+        EXPECT_NE(line.find("-unknown"), std::string::npos) << line;
+        EXPECT_EQ(line.find("secret"), std::string::npos) << line;
+        child_signal(child, SIGKILL);
+        child_wait(child);
+    }
+}
+
+} // namespace
+} // namespace quintral::tests::tool

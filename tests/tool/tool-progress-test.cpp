@@ -1,0 +1,106 @@
+// The progress indicator on a terminal.
+#include "tool/options.h"
+
+#include <algorithm>
+#include <csignal>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/tool/interrupts.h"
+#include "tests/tool/tool-run.h"
+
+namespace quintral::tests::tool {
+namespace {
+
+PeerScript slow_answer()
+{
+    return {{PeerAct::ReadRequest},
+            {PeerAct::Pause, "", 700},
+            {PeerAct::Send, reply_of("Message: Hello\n")}};
+}
+
+// What stands on a terminal's lines behind these bytes, blanks at the ends of lines left out.
+Texts screen_of(const std::string &bytes)
+{
+    Texts lines = {""};
+    std::size_t column = 0;
+    for (char c : bytes) {
+        if (c == '\n')
+            lines.emplace_back();
+        if (c == '\n' || c == '\r')
+            column = 0;
+        if (static_cast<unsigned char>(c) < 0x20)
+            continue;
+        lines.back().resize(std::max(lines.back().size(), column + 1), ' ');
+        lines.back()[column++] = c;
+    }
+    for (std::string &line : lines)
+        line.erase(line.find_last_not_of(' ') + 1);
+    return lines;
+}
+
+ChildOptions on_terminal()
+{
+    ChildOptions options;
+    options.error = ChildStream::Terminal;
+    return options;
+}
+
+TEST(ToolSignOfLife, IsShownOnATerminalWhileItWaitsAndClearedForTheAnswer)
+{
+    const ChildResult result = ask(slow_answer(), {}, on_terminal()).result;
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(result.output, "Hello\n");
+    EXPECT_NE(screen_of(result.error.substr(0, result.error.find('\r', 1))), Texts{""});
+    EXPECT_EQ(screen_of(result.error), Texts{""});
+    EXPECT_EQ(result.error.back(), '\r') << "the cursor is back at the start";
+}
+
+TEST(ToolSignOfLife, MovesWhileItWaits)
+{
+    const std::string error = ask(slow_answer(), {"-json"}, on_terminal()).result.error;
+    Texts shown;
+    for (std::size_t at = error.find('\r'); at != std::string::npos;) {
+        const std::size_t next = error.find('\r', at + 1);
+        shown.push_back(error.substr(at, next - at));
+        at = next;
+    }
+    ASSERT_GE(shown.size(), 3U);
+    EXPECT_NE(shown[0], shown[1]);
+}
+
+TEST(ToolSignOfLife, IsClearedForAFailureAndAnInterruptAndTheTimeLimit)
+{
+    const PeerScript failing = {{PeerAct::ReadRequest},
+                                {PeerAct::Pause, "", 700},
+                                {PeerAct::Send, "HTTP/1.0 404 No\r\n\r\n"}};
+    const ChildResult failed = ask(failing, {}, on_terminal()).result;
+    EXPECT_EQ(screen_of(failed.error), (Texts{"Error: Bad HTTP status 404 from web site: No", ""}));
+    const ChildResult interrupted = interrupt_exchange(holding(), SIGINT, {}, on_terminal(), 500);
+    EXPECT_EQ(interrupted.signal, SIGINT);
+    EXPECT_EQ(screen_of(interrupted.error), (Texts{"Error: User canceled web transaction", ""}));
+    const ChildResult limited = ask(holding(), {"-max-time", "1"}, on_terminal()).result;
+    EXPECT_EQ(limited.exit_status, 3);
+    EXPECT_EQ(screen_of(limited.error), (Texts{"Error: " + limit_text(1), ""}));
+}
+
+TEST(ToolSignOfLife, IsDroppedWithQuietAndNeverGoesIntoAPipe)
+{
+    expect_ended(ask(slow_answer(), {"-quiet"}, on_terminal()).result, 0, "Hello\n", "");
+    ChildOptions options;
+    options.output = ChildStream::Terminal;
+    expect_ended(ask(slow_answer(), {}, options).result, 0, "Hello\n", "");
+    expect_ended(ask(slow_answer()).result, 0, "Hello\n", "");
+}
+
+TEST(ToolSignOfLife, IsNotShownForAnAnswerAtOnceOrWithoutAnExchange)
+{
+    expect_ended(run_tool({"-version"}, on_terminal()), 0, "quintral " QUINTRAL_VERSION_NAME "\n",
+                 "");
+    expect_ended(run_tool({"-nonsense"}, on_terminal()), 2, "",
+                 error_line("Unknown option -nonsense") + usage_text());
+}
+
+} // namespace
+} // namespace quintral::tests::tool
