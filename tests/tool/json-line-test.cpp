@@ -1,4 +1,4 @@
-// The check of the JSON object that the tests of the utility use.
+// The check of the utility's JSON object, which other tests rely on.
 #include <string>
 
 #include <gtest/gtest.h>
@@ -9,16 +9,65 @@
 namespace quintral::tests::tool {
 namespace {
 
-TEST(JsonLine, TheCheckOfTheseTestsTellsGoodFromBad)
+std::string with_error(const std::string &error)
 {
-    const std::string good = unanswered_json("failed", 1, "a\\n\\u001b\\\"\xC3\xA4");
-    EXPECT_TRUE(is_json_line(good));
-    for (const std::string &bad :
-         {good + good, good + "\n", good.substr(1), "x" + good, std::string(),
-          unanswered_json("failed", 1, "\x1B"), unanswered_json("failed", 1, "\n"),
-          unanswered_json("failed", 1, "\""), unanswered_json("failed", 1, "\\x41"),
-          unanswered_json("failed", 1, "\\u12"), unanswered_json("failed", 1, "\x80"),
-          unanswered_json("failed", 1, "\xED\xA0\x80"), unanswered_json("failed", 1, "\xC0\x80")})
+    return unanswered_json("failed", 1, error);
+}
+
+std::string with_values(const std::string &version, const std::string &url)
+{
+    return json_line("answered", 0, "true", {version, url, "null", "null"}, "null");
+}
+
+std::string replaced(std::string line, const std::string &old_part, const std::string &new_part)
+{
+    return line.replace(line.find(old_part), old_part.size(), new_part);
+}
+
+TEST(JsonLine, TheCheckAcceptsAnObjectWithTheEightKeys)
+{
+    EXPECT_TRUE(is_json_line(with_error("a\\n\\u001b\\\"\xC3\xA4")));
+    EXPECT_TRUE(is_json_line(with_values("\"5.2\"", "null")));
+}
+
+TEST(JsonLine, TheCheckRejectsEverythingElse)
+{
+    const std::string good = with_error("a");
+    const std::string bad_lines[] = {
+        "",
+        "\n",
+        "null\n",
+        "{}\n",
+        good + good,
+        good + "\n",
+        "\n" + good,
+        good.substr(1),
+        good.substr(0, good.size() - 1),
+        "x" + good,
+        // strings
+        with_error("\x1B"),
+        with_error("\n"),
+        with_error("\""),
+        with_error("\\x41"),
+        with_error("\\u12"),
+        with_error("\x80"),
+        with_error("\xED\xA0\x80"),
+        with_error("\xC0\x80"),
+        // values
+        with_values("", "null"),
+        with_values("none", "null"),
+        with_values("[]", "null"),
+        with_values("{}", "null"),
+        with_values("{\"url\":null}", "null"),
+        // keys
+        replaced(good, "\"url\":null,", ""),
+        replaced(good, "\"url\"", "\"URL\""),
+        replaced(good, "\"url\":null,", "\"url\":null,\"url\":null,"),
+        replaced(good, "\"url\":null,", "\"url\":null,\"other\":null,"),
+        replaced(good, "\"url\":null,\"button\":null", "\"button\":null,\"url\":null"),
+        replaced(good, "\"status\":", "status:"),
+    };
+    for (const std::string &bad : bad_lines)
         EXPECT_FALSE(is_json_line(bad)) << bad;
 }
 
