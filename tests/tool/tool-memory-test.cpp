@@ -46,7 +46,7 @@ rlim_t least_memory(rlim_t step)
 
 // From there up to where the reply fits: whatever the memory, the run is answered or it fails with
 // one line and one object.
-TEST(ToolEnding, ExhaustedMemoryIsOneLineAndOneObject)
+TEST(ToolMemory, ExhaustedMemoryIsReportedByOneLineAndOneObject)
 {
     if (memory_is_sanitized)
         GTEST_SKIP() << "AddressSanitizer reserves more memory than any limit leaves";

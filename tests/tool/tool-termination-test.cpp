@@ -1,15 +1,24 @@
 // How the utility terminates when it does not reach the end of main: tool/termination.h.
 #include "support/error.h"
+#include "tool/streams.h"
 #include "tool/termination.h"
+#include "web/transaction.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <iterator>
 #include <new>
+#include <ostream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -22,9 +31,349 @@
 namespace quintral::tests::tool {
 namespace {
 
-// Endings write their object in one piece, so that nothing can come between its halves.
+// The table of phases and events in the header. A child process calls the functions as main does.
+// Each cell is a test of its own name, since some take seconds.
 
-// A socket that keeps each write of the child apart, for its standard output.
+enum class Phase { Starting, Exchange, AnswerHeld, Output };
+enum class Event { FirstInterrupt, SecondInterrupt, TimeLimit, Exception };
+
+const char *const phase_names[] = {"Starting", "Exchange", "AnswerHeld", "Output"};
+const char *const event_names[] = {"FirstInterrupt", "SecondInterrupt", "TimeLimit", "Exception"};
+
+// How a process ends and what it reports. A status above 128 means a signal, as in a shell.
+struct Report {
+    const char *status;
+    int exit_status;
+    const char *text;
+};
+
+constexpr Report interrupted = {"cancelled", 128 + SIGINT, cancelled_text};
+constexpr Report terminated = {"cancelled", 128 + SIGTERM, cancelled_text};
+constexpr Report limit_passed = {"timeout", 3, "The time limit of 1 s has passed"};
+constexpr Report out_of_memory = {"failed", 1, "Out of memory"};
+constexpr Report none = {"", 0, ""};
+
+enum Written { Nothing, Line, Object, LineAndObject };
+
+// If an event does not end the process, main either hangs after it or continues to its end. The
+// report is what ends a process that hangs.
+struct Cell {
+    Phase phase;
+    Event event;
+    Report report;
+    Written written;
+    int milliseconds = 0;   // minimum time until the report
+    const char *state = ""; // after the event; empty if the event ends the process
+};
+
+const Cell cells[] = {
+    {Phase::Starting, Event::FirstInterrupt, interrupted, Nothing},
+    {Phase::Starting, Event::SecondInterrupt, interrupted, Nothing},
+    {Phase::Starting, Event::TimeLimit, none, Nothing, 0, "unchanged"},
+    {Phase::Starting, Event::Exception, out_of_memory, LineAndObject},
+    {Phase::Exchange, Event::FirstInterrupt, interrupted, LineAndObject, 1000, "cancel, signal 2"},
+    {Phase::Exchange, Event::SecondInterrupt, terminated, LineAndObject},
+    {Phase::Exchange, Event::TimeLimit, limit_passed, LineAndObject, 2000, "cancel, limit"},
+    {Phase::Exchange, Event::Exception, out_of_memory, LineAndObject},
+    {Phase::AnswerHeld, Event::FirstInterrupt, interrupted, LineAndObject, 2500, "signal 2"},
+    {Phase::AnswerHeld, Event::SecondInterrupt, terminated, LineAndObject},
+    {Phase::AnswerHeld, Event::TimeLimit, limit_passed, LineAndObject, 2500, "unchanged"},
+    {Phase::AnswerHeld, Event::Exception, out_of_memory, LineAndObject},
+    {Phase::Output, Event::FirstInterrupt, interrupted, LineAndObject},
+    {Phase::Output, Event::SecondInterrupt, terminated, Object}, // the first one cancelled
+    {Phase::Output, Event::TimeLimit, limit_passed, LineAndObject, 1000},
+    {Phase::Output, Event::Exception, out_of_memory, LineAndObject},
+};
+
+bool continues(const Cell &cell)
+{
+    return *cell.state != '\0';
+}
+
+bool ends_early(const Cell &cell)
+{
+    return *cell.report.status != '\0';
+}
+
+std::vector<Cell> cells_if(bool (*condition)(const Cell &))
+{
+    std::vector<Cell> chosen;
+    std::copy_if(std::begin(cells), std::end(cells), std::back_inserter(chosen), condition);
+    return chosen;
+}
+
+std::string name_of(const Cell &cell)
+{
+    return std::string(phase_names[static_cast<int>(cell.phase)]) +
+           event_names[static_cast<int>(cell.event)];
+}
+
+// A failure, and the list of tests, show the cell by its name.
+void PrintTo(const Cell &cell, std::ostream *stream)
+{
+    *stream << name_of(cell);
+}
+
+std::string label(const testing::TestParamInfo<Cell> &cell)
+{
+    return name_of(cell.param);
+}
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds hold_time(1500); // longer than the time limit
+
+// Functions that run in the child, up to run_cell.
+
+// Signals do not end the wait, but cancelling the exchange does if `or_cancelled` is set.
+void wait_until(Clock::time_point time, bool or_cancelled)
+{
+    while (Clock::now() < time && !(or_cancelled && web_cancel_requested != 0))
+        poll(nullptr, 0, 10);
+}
+
+void hang()
+{
+    wait_until(Clock::now() + std::chrono::seconds(10), false);
+}
+
+void start(int max_time)
+{
+    install_terminate_handler();
+    prepare_termination(true, max_time);
+}
+
+// The first of two interrupts in Output is raised in Exchange, since in Output it would end the
+// process.
+void enter_phase(const Cell &cell)
+{
+    const int max_time = cell.event == Event::TimeLimit ? 1 : 60;
+    start(max_time);
+    if (cell.phase == Phase::Starting)
+        return;
+    begin_exchange(max_time);
+    if (cell.phase == Phase::Exchange)
+        return;
+    if (cell.phase == Phase::Output && cell.event == Event::SecondInterrupt)
+        std::raise(SIGINT);
+    end_exchange();
+    if (cell.phase == Phase::AnswerHeld)
+        hold_answer();
+}
+
+void cause_event(const Cell &cell)
+{
+    switch (cell.event) {
+    case Event::FirstInterrupt:
+        std::raise(SIGINT);
+        break;
+    case Event::SecondInterrupt:
+        if (cell.phase != Phase::Output)
+            std::raise(SIGINT);
+        std::raise(SIGTERM);
+        break;
+    case Event::TimeLimit:
+        wait_until(Clock::now() + hold_time, true);
+        break;
+    case Event::Exception:
+        throw std::bad_alloc();
+    }
+}
+
+std::string state()
+{
+    std::string text = web_cancel_requested != 0 ? ", cancel" : "";
+    if (interrupt_received() != 0)
+        text += ", signal " + std::to_string(interrupt_received());
+    if (time_limit_passed())
+        text += ", limit";
+    return text.empty() ? "unchanged" : text.substr(2);
+}
+
+// Writes the state to both streams, so that their bytes show whether a report came before it.
+void write_state()
+{
+    const std::string text = state();
+    write_all(STDOUT_FILENO, text.data(), text.size());
+    write_all(STDERR_FILENO, text.data(), text.size());
+}
+
+int run_cell(const Cell &cell, bool hangs)
+{
+    const Clock::time_point start_time = Clock::now();
+    enter_phase(cell);
+    cause_event(cell);
+    if (cell.phase == Phase::AnswerHeld)
+        wait_until(start_time + hold_time, false);
+    write_state();
+    if (cell.phase == Phase::AnswerHeld)
+        release_answer();
+    if (hangs)
+        hang();
+    if (cell.phase == Phase::Exchange)
+        end_exchange();
+    begin_output();
+    if (interrupt_received() != 0)
+        end_by_signal(interrupt_received());
+    return 0;
+}
+
+void expect_report(const ChildResult &result, const Report &report, Written written,
+                   const std::string &state_before = "")
+{
+    std::string output = state_before;
+    std::string error = state_before;
+    if (written == Line || written == LineAndObject)
+        error += error_line(report.text);
+    if (written == Object || written == LineAndObject)
+        output += unanswered_json(report.status, report.exit_status, report.text);
+    if (report.exit_status > 128)
+        expect_ended_by(result, report.exit_status - 128, output, error);
+    else
+        expect_ended(result, report.exit_status, output, error);
+}
+
+class HangingRun : public testing::TestWithParam<Cell> {};
+class ContinuingRun : public testing::TestWithParam<Cell> {};
+
+INSTANTIATE_TEST_SUITE_P(Cells, HangingRun, testing::ValuesIn(cells_if(ends_early)), label);
+INSTANTIATE_TEST_SUITE_P(Cells, ContinuingRun, testing::ValuesIn(cells_if(continues)), label);
+
+TEST_P(HangingRun, IsEndedAndReportedAsTheTableSays)
+{
+    const Cell &cell = GetParam();
+    const Clock::time_point start_time = Clock::now();
+    const ChildResult result = run_child_function([&cell] { return run_cell(cell, true); });
+    const auto elapsed = Clock::now() - start_time;
+    expect_report(result, cell.report, cell.written, cell.state);
+    EXPECT_GE(elapsed, std::chrono::milliseconds(cell.milliseconds));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(cell.milliseconds + 5000));
+}
+
+TEST_P(ContinuingRun, EndsAtTheEndOfMainWithoutAReport)
+{
+    const Cell &cell = GetParam();
+    const Report &end = cell.event == Event::FirstInterrupt ? interrupted : none;
+    expect_report(run_child_function([&cell] { return run_cell(cell, false); }), end, Nothing,
+                  cell.state);
+}
+
+// Whether a report in Output has a line and an object. Each function below ends in Output.
+
+void nothing_cancelled()
+{
+    start(1);
+    begin_exchange(1);
+    end_exchange();
+}
+
+void interrupt_cancelled()
+{
+    start(60);
+    begin_exchange(60);
+    std::raise(SIGINT);
+    end_exchange();
+}
+
+void time_limit_cancelled()
+{
+    start(1);
+    begin_exchange(1);
+    wait_until(Clock::now() + hold_time, true);
+    end_exchange();
+}
+
+void interrupt_deferred()
+{
+    nothing_cancelled();
+    hold_answer();
+    std::raise(SIGINT);
+    release_answer();
+}
+
+struct OutputRow {
+    const char *name;
+    void (*enter_output)();
+    void (*event)(); // ends the process, or waits for the alarm that does
+    Report report;
+    bool has_line;
+};
+
+const auto interrupt = [] { std::raise(SIGINT); };
+const auto terminate = [] { std::raise(SIGTERM); };
+const auto run_out_of_memory = [] { throw std::bad_alloc(); };
+
+const OutputRow output_rows[] = {
+    {"FirstInterrupt", nothing_cancelled, interrupt, interrupted, true},
+    {"FirstInterruptBySigterm", nothing_cancelled, terminate, terminated, true},
+    {"TimeLimit", nothing_cancelled, hang, limit_passed, true},
+    {"Exception", nothing_cancelled, run_out_of_memory, out_of_memory, true},
+    {"InterruptThatCancelled", interrupt_cancelled, hang, interrupted, false},
+    {"SecondInterruptAfterOneThatCancelled", interrupt_cancelled, terminate, terminated, false},
+    {"ExceptionAfterAnInterrupt", interrupt_cancelled, run_out_of_memory, out_of_memory, true},
+    {"TimeLimitThatCancelled", time_limit_cancelled, hang, limit_passed, false},
+    {"ExceptionAfterTheTimeLimit", time_limit_cancelled, run_out_of_memory, out_of_memory, true},
+    {"DeferredInterrupt", interrupt_deferred, hang, interrupted, true},
+    {"SecondInterruptAfterADeferredOne", interrupt_deferred, terminate, terminated, true},
+};
+
+void PrintTo(const OutputRow &row, std::ostream *stream)
+{
+    *stream << row.name;
+}
+
+std::string label_of_row(const testing::TestParamInfo<OutputRow> &row)
+{
+    return row.param.name;
+}
+
+class ReportInOutput : public testing::TestWithParam<OutputRow> {};
+
+INSTANTIATE_TEST_SUITE_P(Rows, ReportInOutput, testing::ValuesIn(output_rows), label_of_row);
+
+TEST_P(ReportInOutput, HasTheObjectUntilTheOutputBegins)
+{
+    const OutputRow &row = GetParam();
+    const auto body = [&row] {
+        row.enter_output();
+        row.event();
+        return 0;
+    };
+    expect_report(run_child_function(body), row.report, row.has_line ? LineAndObject : Object);
+}
+
+TEST_P(ReportInOutput, HasNoObjectAfterTheOutputBegins)
+{
+    const OutputRow &row = GetParam();
+    const auto body = [&row] {
+        row.enter_output();
+        begin_output();
+        row.event();
+        return 0;
+    };
+    expect_report(run_child_function(body), row.report, row.has_line ? Line : Nothing);
+}
+
+TEST(ToolTermination, ReleasingAnAnswerDoesNotShortenTheTimeLimit)
+{
+    const auto body = [] {
+        start(3);
+        begin_exchange(3);
+        end_exchange();
+        hold_answer();
+        release_answer();
+        hang();
+        return 0;
+    };
+    const Clock::time_point start_time = Clock::now();
+    expect_ended(run_child_function(body), 3, unanswered_json("timeout", 3, limit_text(3)),
+                 error_line(limit_text(3)));
+    EXPECT_GE(Clock::now() - start_time, std::chrono::seconds(3));
+}
+
+// The object is written in one piece, so that nothing can come between two parts of it.
+
+// A socket for the child's standard output that keeps its writes separate.
 struct MessageSocket {
     int ends[2] = {-1, -1};
 
@@ -64,7 +413,7 @@ Texts messages_on(const MessageSocket &socket)
     }
 }
 
-TEST(ToolEnding, AnInterruptsObjectIsOneWrite)
+TEST(ToolTermination, TheObjectOfAnInterruptIsOneWrite)
 {
     const HangingServer server;
     const MessageSocket output;
@@ -76,7 +425,7 @@ TEST(ToolEnding, AnInterruptsObjectIsOneWrite)
     EXPECT_EQ(messages_on(output), Texts{cancelled_json(SIGTERM)});
 }
 
-TEST(ToolEnding, TheTimeLimitsObjectIsOneWrite)
+TEST(ToolTermination, TheObjectOfTheTimeLimitIsOneWrite)
 {
     const HangingServer server;
     const MessageSocket output;
@@ -86,6 +435,12 @@ TEST(ToolEnding, TheTimeLimitsObjectIsOneWrite)
     EXPECT_EQ(messages_on(output), Texts{unanswered_json("timeout", 3, limit_text(1))});
 }
 
+// Exceptions
+
+const char memory_text[] = "Out of memory";
+const char abort_text[] = "Aborted by an internal fault";
+const char fault_text[] = "Ended by an internal fault";
+
 struct FaultRow {
     const char *name;
     void (*fault)();
@@ -93,79 +448,66 @@ struct FaultRow {
 };
 
 const FaultRow faults[] = {
-    {"exhausted memory", [] { throw std::bad_alloc(); }, "Out of memory"},
-    {"an array of a bad size", [] { throw std::bad_array_new_length(); }, "Out of memory"},
-    {"an abort", [] { throw_abort(1, "support/c-utils", 369); }, "Aborted by an internal fault"},
-    {"another exception", [] { throw std::runtime_error("never shown"); },
-     "Ended by an internal fault"},
-    {"what is no exception class", [] { throw 5; }, "Ended by an internal fault"},
-    {"no exception", [] { std::terminate(); }, "Ended by an internal fault"},
+    {"bad_alloc", [] { throw std::bad_alloc(); }, memory_text},
+    {"bad_array_new_length", [] { throw std::bad_array_new_length(); }, memory_text},
+    {"abort exception", [] { throw_abort(1, "support/c-utils", 369); }, abort_text},
+    {"another exception", [] { throw std::runtime_error("never shown"); }, fault_text},
+    {"an int", [] { throw 5; }, fault_text},
+    {"no exception", [] { std::terminate(); }, fault_text},
 };
 
-TEST(ToolEnding, AnExceptionThatNobodyCatchesIsOneLineAndOneObjectInOneWrite)
+// Runs the fault in a child, after the preparation.
+ChildResult run_fault(const FaultRow &row, void (*prepare)(), const ChildOptions &options = {})
+{
+    const auto body = [&row, prepare] {
+        install_terminate_handler();
+        prepare();
+        row.fault();
+        return 0;
+    };
+    return run_child_function(body, options);
+}
+
+TEST(ToolTermination, AnUncaughtExceptionIsReportedByOneLineAndAnObjectInOneWrite)
 {
     for (const FaultRow &row : faults) {
         const MessageSocket output;
-        const auto body = [&row] {
-            install_terminate_handler();
-            prepare_termination(true, 60);
-            row.fault();
-            return 0;
-        };
-        const ChildResult result = run_child_function(body, with_output_on(output));
+        const ChildResult result = run_fault(
+            row, [] { prepare_termination(true, 60); }, with_output_on(output));
         expect_ended(result, 1, "", error_line(row.error), row.name);
         EXPECT_EQ(messages_on(output), Texts{unanswered_json("failed", 1, row.error)}) << row.name;
     }
 }
 
-TEST(ToolEnding, AnExceptionIsToldOfWithoutAllocating)
+TEST(ToolTermination, AnExceptionIsReportedWithoutAllocating)
 {
-    const struct {
-        void (*fault)();
-        const char *error;
-    } rows[] = {
-        {[] { throw std::bad_alloc(); }, "Out of memory"},
-        {[] { throw_abort(5, "support/error", 419); }, "Aborted by an internal fault"},
-        {[] { throw 5; }, "Ended by an internal fault"},
+    const FaultRow rows[] = {
+        {"bad_alloc", [] { throw std::bad_alloc(); }, memory_text},
+        {"abort exception", [] { throw_abort(5, "support/error", 419); }, abort_text},
+        {"an int", [] { throw 5; }, fault_text},
     };
-    for (const auto &row : rows) {
-        const auto body = [&row] {
-            install_terminate_handler();
-            prepare_termination(true, 60);
-            allow_allocation = exit_on_allocation;
-            row.fault();
-            return 0;
-        };
-        expect_ended(run_child_function(body), 1, unanswered_json("failed", 1, row.error),
-                     error_line(row.error));
-    }
+    const auto prepare = [] {
+        prepare_termination(true, 60);
+        allow_allocation = exit_on_allocation;
+    };
+    for (const FaultRow &row : rows)
+        expect_ended(run_fault(row, prepare), 1, unanswered_json("failed", 1, row.error),
+                     error_line(row.error), row.name);
 }
 
-TEST(ToolEnding, AnExceptionPrintsNoObjectWhereNoneIsDue)
+TEST(ToolTermination, AnExceptionPrintsNoObjectUnlessOneIsDue)
 {
-    for (const FaultRow &row : faults) {
-        const auto before_the_options = [&row] {
-            install_terminate_handler();
-            row.fault();
-            return 0;
-        };
-        expect_ended(run_child_function(before_the_options), 1, "", error_line(row.error),
-                     row.name);
-        const auto without_json = [&row] {
-            install_terminate_handler();
-            prepare_termination(false, 60);
-            row.fault();
-            return 0;
-        };
-        expect_ended(run_child_function(without_json), 1, "", error_line(row.error), row.name);
-        const auto behind_the_output = [&row] {
-            install_terminate_handler();
+    void (*const preparations[])() = {
+        [] {}, // before the options are read
+        [] { prepare_termination(false, 60); },
+        [] {
             prepare_termination(true, 60);
             begin_output();
-            row.fault();
-            return 0;
-        };
-        expect_ended(run_child_function(behind_the_output), 1, "", error_line(row.error), row.name);
+        },
+    };
+    for (const FaultRow &row : faults) {
+        for (const auto prepare : preparations)
+            expect_ended(run_fault(row, prepare), 1, "", error_line(row.error), row.name);
     }
 }
 
