@@ -8,6 +8,7 @@
 #include "tests/harness/message-handler-guard.h"
 #include "tests/harness/temp-folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -26,7 +27,19 @@
 
 namespace quintral::tests {
 
+// Names and paths
+
 using Names = std::vector<std::string>;
+
+inline bool holds(const Names &names, const std::string &name)
+{
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+inline std::string last_component(const std::string &path)
+{
+    return path.substr(path.rfind('/') + 1);
+}
 
 // Reports
 
