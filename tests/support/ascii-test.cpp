@@ -105,10 +105,8 @@ const NumberRow number_rows[] = {
     {"- 5", false, 0, 0},
     {"x5", false, 0, 0},
     {".5", false, 0, 0},
-    {"\xa0"
-     "5",
-     false, 0, 0},
-    {"\xb2", false, 0, 0},
+    {"\2405", false, 0, 0}, // a no-break space in Latin-1
+    {"\262", false, 0, 0},  // a superscript two
     // the ends of the range
     {"2147483646", true, highest - 1, 10},
     {"2147483647", true, highest, 10},

@@ -108,7 +108,7 @@ TEST_F(Assertion, AFailureLogsReportsOneErrorCountsItAndThrowsItsOwnPlace)
 
 TEST_F(Assertion, TextsOfAnyLengthAreCut)
 {
-    const std::string text = std::string(100000, 'x');
+    const std::string text(100000, 'x');
     expect_assertion_abort(
         thrown_by([&] { report_assertion_failure(text.c_str(), "layers.cpp", INT_MIN); }));
     expect_assertion_abort(

@@ -67,27 +67,31 @@ TEST(OutputPrintf, WritesTheIndentFirstAndBehindEachLineFeedThatACharacterFollow
         expect_child(output_of(row.indent, row.text), row.expected, "", 0, row.rule);
 }
 
+std::string dots(int count)
+{
+    return std::string(static_cast<std::size_t>(count), '.');
+}
+
 TEST(OutputPrintf, Keeps65534CharactersLessTheIndent)
 {
+    const std::string limit(65534, 'x');
+    const std::string below(65533, 'x');
+    const std::string two_below(65532, 'x');
     const std::string lines = std::string(10, '\n') + std::string(70000, 'x');
     std::string indented;
     for (int i = 0; i < 10; ++i)
-        indented += std::string(100, '.') + "\n";
+        indented += dots(100) + "\n";
     const OutputRow rows[] = {
-        {"one less than the limit", 0, std::string(65533, 'x'), std::string(65533, 'x')},
-        {"at the limit", 0, std::string(65534, 'x'), std::string(65534, 'x')},
-        {"one above the limit", 0, std::string(65535, 'x'), std::string(65534, 'x')},
-        {"far above the limit", 0, std::string(1000000, 'x'), std::string(65534, 'x')},
-        {"indent 2", 2, std::string(65533, 'x'), ".." + std::string(65532, 'x')},
-        {"indent 65533", 65533, "abc", std::string(65533, '.') + "a"},
-        {"indent 65532", 65532, "\n\n\n",
-         std::string(65532, '.') + "\n" + std::string(65532, '.') + "\n"},
-        {"the limit is on the text", 100, lines,
-         indented + std::string(100, '.') + std::string(65534 - 100 - 10, 'x')},
-        {"a line feed at the limit", 0, std::string(65533, 'x') + "\nyyy",
-         std::string(65533, 'x') + "\n"},
-        {"a line feed at the limit, indent 1", 1, std::string(65532, 'x') + "\nyyy",
-         "." + std::string(65532, 'x') + "\n"},
+        {"one less than the limit", 0, below, below},
+        {"at the limit", 0, limit, limit},
+        {"one above the limit", 0, limit + "x", limit},
+        {"far above the limit", 0, std::string(1000000, 'x'), limit},
+        {"indent 2", 2, below, ".." + two_below},
+        {"indent 65533", 65533, "abc", dots(65533) + "a"},
+        {"indent 65532", 65532, "\n\n\n", dots(65532) + "\n" + dots(65532) + "\n"},
+        {"the limit is on the text", 100, lines, indented + dots(100) + std::string(65424, 'x')},
+        {"a line feed at the limit", 0, below + "\nyyy", below + "\n"},
+        {"a line feed at the limit, indent 1", 1, two_below + "\nyyy", "." + two_below + "\n"},
     };
     for (const OutputRow &row : rows)
         expect_child(output_of(row.indent, row.text), row.expected, "", 0, row.rule);
@@ -106,8 +110,7 @@ TEST(OutputPrintf, WritesItsFullStopsAloneWhereTheIndentLeavesNoRoom)
             set_output_indent(indent);
             output_printf("%s", "a\nb\n");
         });
-        expect_child(result, std::string(static_cast<std::size_t>(indent), '.'), "", 0,
-                     "indent " + std::to_string(indent));
+        expect_child(result, dots(indent), "", 0, "indent " + std::to_string(indent));
     }
 }
 

@@ -70,15 +70,20 @@ TEST(RemovePath, RemovesAFileAnEmptyDirectoryOrALinkItself)
         int result;
         int error;
         bool left;
-    } rows[] =
-        {
-            {"missing", -1, ENOENT, false}, {"file/x", -1, ENOTDIR, false},
-            {"file", 0, 0, false},          {"empty", 0, 0, false},
-            {"full", -1, ENOTEMPTY, true},  {"file-link", 0, 0, false},
-            {"folder-link", 0, 0, false},   {"dangling", 0, 0, false},
-            {"circle", 0, 0, false},        {"fifo", 0, 0, false},
-            {"socket", -1, ENOTDIR, true}, // rmdir's answer: sockets count as directories
-        };
+    } rows[] = {
+        {"missing", -1, ENOENT, false},
+        {"file/x", -1, ENOTDIR, false},
+        {"file", 0, 0, false},
+        {"empty", 0, 0, false},
+        {"full", -1, ENOTEMPTY, true},
+        {"file-link", 0, 0, false},
+        {"folder-link", 0, 0, false},
+        {"dangling", 0, 0, false},
+        {"circle", 0, 0, false},
+        {"fifo", 0, 0, false},
+        // sockets count as directories, hence rmdir's answer
+        {"socket", -1, ENOTDIR, true},
+    };
     for (const auto &row : rows) {
         const std::string path = folder.path(row.name);
         errno = 0;

@@ -82,10 +82,7 @@ private:
 TEST(ProcessCommandLine, ReadsTheArgumentsOneBehindTheOther)
 {
     const SleepingChild child;
-    std::string expected = std::string("sleep\0"
-                                       "25\0",
-                                       9) +
-                           std::string(9000, '0');
+    std::string expected = std::string("sleep\00025\0", 9) + std::string(9000, '0');
     expected.push_back('\0'); // the last argument's own
     expected.push_back('\0');
     std::string buffer(10000, '#');
@@ -99,10 +96,7 @@ TEST(ProcessCommandLine, ReadsTheArgumentsOneBehindTheOther)
 TEST(ProcessCommandLine, NeverWritesBeyondTheBuffer)
 {
     const SleepingChild child;
-    const std::string line = std::string("sleep\0"
-                                         "25\0",
-                                         9) +
-                             std::string(9000, '0');
+    const std::string line = std::string("sleep\00025\0", 9) + std::string(9000, '0');
     for (const std::size_t size : {2U, 3U, 5U, 6U, 7U, 10U, 4096U, 4097U, 9009U}) {
         std::string buffer(size + 1, '#');
         EXPECT_EQ(process_command_line(buffer.data(), size, child.process_id()), buffer.data());

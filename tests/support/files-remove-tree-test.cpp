@@ -49,17 +49,10 @@ TEST(RemoveTree, RemovesEverythingBelowAndTheTop)
     make_directory(folder.path("outside"));
     make_file(folder.path("outside/kept"));
     make_directory(folder.path("tree"));
-    const std::string names[] = {"plain",
-                                 "with blank",
-                                 ".hidden",
-                                 "..two",
-                                 "...",
-                                 "new\nline",
-                                 "\xe4\xff",
-                                 "*",
-                                 "-rf",
-                                 "percent%s%n",
-                                 std::string(255, 'x')};
+    const std::string longest_name(255, 'x');
+    const Names names = {"plain", "with space",  ".hidden",   "..two",
+                         "...",   "new\nline",   "\xe4\xff",  "*",
+                         "-rf",   "percent%s%n", longest_name};
     for (const std::string &name : names) {
         const std::string sub = folder.path("tree/" + name);
         make_directory(sub);
@@ -102,11 +95,20 @@ TEST(RemoveTree, TakesATopOfEveryKind)
         int result;
         bool left;
     } rows[] = {
-        {"missing", -1, false}, {"no/such/path", -1, false}, {"file/x", -1, false},
-        {"file/", -1, false},   {"file", 0, false},          {"empty", 0, false},
-        {"full", 0, false},     {"file-link", 0, false},     {"folder-link", 0, false},
-        {"dangling", 0, false}, {"circle", 0, false},        {"fifo", 0, false},
-        {"socket", 0, true}, // sockets count as directories, which rmdir refuses
+        {"missing", -1, false},
+        {"no/such/path", -1, false},
+        {"file/x", -1, false},
+        {"file/", -1, false},
+        {"file", 0, false},
+        {"empty", 0, false},
+        {"full", 0, false},
+        {"file-link", 0, false},
+        {"folder-link", 0, false},
+        {"dangling", 0, false},
+        {"circle", 0, false},
+        {"fifo", 0, false},
+        // sockets count as directories, which rmdir refuses
+        {"socket", 0, true},
     };
     for (const auto &row : rows) {
         const std::string path = folder.path(row.name);

@@ -81,11 +81,6 @@ __attribute__((noinline)) void dirty_the_stack()
         byte = 'S';
 }
 
-std::string repeated(std::size_t count)
-{
-    return std::string(count, 'x');
-}
-
 QUINTRAL_PRINTF(1, 2) char *forward_to_vprintf(const char *format, ...)
 {
     std::va_list arguments;
@@ -211,7 +206,7 @@ TEST(CopyStringWithRoom, CopiesAndLeavesRoomForExtraBytes)
         char *copy = copy_string_with_room(row.text, row.extra);
         EXPECT_STREQ(copy, row.text);
         EXPECT_NE(copy, row.text);
-        const std::string appended = repeated(row.extra);
+        const std::string appended(row.extra, 'x');
         std::memcpy(copy + std::strlen(copy), appended.c_str(), row.extra + 1);
         EXPECT_EQ(taken(copy), row.text + appended) << "extra " << row.extra;
     }
@@ -253,7 +248,7 @@ TEST(AllocPrintf, HoldsExactlyTheFormattedText)
 TEST(AllocPrintf, HoldsATextOfAnyLength)
 {
     for (const std::size_t length : {1u, 4094u, 4095u, 4096u, 1000000u}) {
-        const std::string text = repeated(length);
+        const std::string text(length, 'x');
         EXPECT_EQ(taken(alloc_printf("%s", text.c_str())), text) << "length " << length;
         EXPECT_EQ(taken(forward_to_vprintf("%s", text.c_str())), text) << "length " << length;
     }
@@ -268,7 +263,7 @@ TEST(AllocPrintf, GivesAnEmptyTextWhereFormattingFails)
 
 TEST(AllocPrintf, ThrowsWhenMemoryRunsOut)
 {
-    const std::string text = repeated(too_much / 4);
+    const std::string text(too_much / 4, 'x');
     const char *part = text.c_str();
     const ScarceMemory scarce;
     if (ScarceMemory::is_given(too_much))
@@ -353,13 +348,13 @@ TEST(StringBuffer, GrowsToTheNewLengthAnd128OnlyWhenTheTextAnd2BytesDoNotFit)
         StringBuffer buffer = {};
         const auto first = static_cast<std::int32_t>(row.first);
         const auto second = static_cast<std::int32_t>(row.second);
-        EXPECT_EQ(string_buffer_printf(&buffer, "%s", repeated(row.first).c_str()), first);
+        EXPECT_EQ(string_buffer_printf(&buffer, "%s", std::string(row.first, 'x').c_str()), first);
         EXPECT_EQ(buffer.capacity, row.first_capacity) << row.rule;
         const std::string more(row.second, 'y');
         EXPECT_EQ(string_buffer_printf(&buffer, "%s", more.c_str()), first + second) << row.rule;
         EXPECT_EQ(buffer.capacity, row.second_capacity) << row.rule;
         EXPECT_EQ(buffer.length, first + second) << row.rule;
-        EXPECT_EQ(string_buffer_text(&buffer), repeated(row.first) + more) << row.rule;
+        EXPECT_EQ(string_buffer_text(&buffer), std::string(row.first, 'x') + more) << row.rule;
         string_buffer_free(&buffer);
     }
 }
@@ -377,7 +372,7 @@ TEST(StringBuffer, ARunOfShortAppendsGrowsByTheRuleAndStaysTerminated)
         ASSERT_EQ(buffer.capacity, expected) << "length " << length;
         ASSERT_EQ(buffer.data[length], '\0') << "length " << length;
     }
-    EXPECT_EQ(string_buffer_text(&buffer), repeated(400));
+    EXPECT_EQ(string_buffer_text(&buffer), std::string(400, 'x'));
     string_buffer_free(&buffer);
 }
 
@@ -393,9 +388,9 @@ TEST(StringBuffer, AnEmptyAppendToAnEmptyBufferGivesAnEmptyText)
 TEST(StringBuffer, AppendsItsOwnText)
 {
     StringBuffer buffer = {};
-    string_buffer_printf(&buffer, "%s", repeated(100).c_str());
+    string_buffer_printf(&buffer, "%s", std::string(100, 'x').c_str());
     EXPECT_EQ(string_buffer_printf(&buffer, "%s", buffer.data), 200);
-    EXPECT_EQ(string_buffer_text(&buffer), repeated(200));
+    EXPECT_EQ(string_buffer_text(&buffer), std::string(200, 'x'));
     string_buffer_free(&buffer);
 }
 
@@ -411,7 +406,7 @@ TEST(StringBuffer, OfATextOf4095CharactersOrMoreTheFirst4094AreAppended)
     for (const LongRow &row : rows) {
         StringBuffer buffer = {};
         string_buffer_printf(&buffer, "ab");
-        const std::string text = repeated(row.given);
+        const std::string text(row.given, 'x');
         EXPECT_EQ(string_buffer_printf(&buffer, "%s", text.c_str()), 2 + row.appended)
             << "given " << row.given;
         EXPECT_EQ(buffer.capacity, 2 + row.appended + 128) << "given " << row.given;
