@@ -15,7 +15,7 @@ using namespace tests;
 
 // The declarations
 
-TEST(MacosDeclarations, AreThoseOfTheSystem)
+TEST(MacosDeclarations, MatchThoseOfTheSystem)
 {
     EXPECT_TRUE((std::is_same_v<SInt32, std::conditional_t<sizeof(long) == 4, long, int>>));
     EXPECT_TRUE((std::is_same_v<UInt32, std::make_unsigned_t<SInt32>>));
@@ -108,7 +108,7 @@ void open_reference_with_last_byte_set()
     platform_open_ref(ref);
 }
 
-TEST(RecordingFrameworks, NoteEveryMisuse)
+TEST(RecordingFrameworks, RecordEveryMisuse)
 {
     const struct {
         const char *fault;
@@ -137,7 +137,7 @@ TEST(RecordingFrameworks, NoteEveryMisuse)
     }
 }
 
-TEST(RecordingFrameworks, CountWhatNobodyReleased)
+TEST(RecordingFrameworks, CountUnreleasedObjects)
 {
     set_up_machine();
     CFStringRef first = new_string("first");

@@ -141,7 +141,7 @@ private:
     std::string bundle_;
 };
 
-TEST(PlatformBundle, OfAProgramInBinIsTheResourcesFolderOfItsName)
+TEST(PlatformBundle, OfAProgramInBinIsItsResourcesFolderInShare)
 {
     const struct {
         const char *prefix;
@@ -203,7 +203,7 @@ TEST(PlatformBundle, MayBeALinkToAFolder)
     EXPECT_EQ(run_program(tree.program()), plain_answers(tree.program(), tree.bundle()));
 }
 
-TEST(PlatformBundle, IsThatOfTheProgramThatALinkLeadsTo)
+TEST(PlatformBundle, OfALinkIsThatOfItsTarget)
 {
     const InstalledTree tree;
     make_folders(tree.root() + "/usr/bin");
@@ -213,7 +213,7 @@ TEST(PlatformBundle, IsThatOfTheProgramThatALinkLeadsTo)
     EXPECT_EQ(run_program(link), plain_answers(tree.program(), tree.bundle()));
 }
 
-TEST(PlatformBundle, IsAbsoluteHoweverTheProgramWasStarted)
+TEST(PlatformBundle, IsAbsoluteHoweverTheProgramIsStarted)
 {
     const InstalledTree tree;
     const Answers expected = plain_answers(tree.program(), tree.bundle());
@@ -226,7 +226,7 @@ TEST(PlatformBundle, IsAbsoluteHoweverTheProgramWasStarted)
     EXPECT_EQ(run_program("../../bin/../bin/shapes", query), expected);
 }
 
-TEST(PlatformBundle, StaysWhereItWasWhenTheProgramIsRemovedOrReplaced)
+TEST(PlatformBundle, StaysTheSameWhenTheProgramIsRemovedOrReplaced)
 {
     const InstalledTree removed;
     Query query;
@@ -239,7 +239,7 @@ TEST(PlatformBundle, StaysWhereItWasWhenTheProgramIsRemovedOrReplaced)
               plain_answers(replaced.program(), replaced.bundle()));
 }
 
-TEST(PlatformBundle, OfAProgramThatIsNamedAsIfRemovedIsItsOwn)
+TEST(PlatformBundle, OfAProgramNamedLikeARemovedOneIsItsOwn)
 {
     const InstalledTree tree("prefix", "shapes (deleted)");
     EXPECT_EQ(run_program(tree.program()), plain_answers(tree.program(), tree.bundle()));
@@ -278,7 +278,7 @@ TEST(PlatformBundle, PathIsCutToTheCapacityAndTerminated)
     }
 }
 
-TEST(PlatformBundle, ResourceIsWhatStandsInTheFolderByItsName)
+TEST(PlatformBundle, ResourceIsTheEntryOfThatNameInTheFolder)
 {
     const InstalledTree tree;
     const std::string suite = tree.in_bundle(suite_bundle);
@@ -302,7 +302,7 @@ TEST(PlatformBundle, ResourceIsWhatStandsInTheFolderByItsName)
     }
 }
 
-TEST(PlatformBundle, HasNoResourceOfANameThatLeadsOutOrNowhere)
+TEST(PlatformBundle, HasNoResourceForANameThatLeadsOutsideOrNowhere)
 {
     const InstalledTree tree;
     const std::string suite = tree.in_bundle(suite_bundle);
@@ -354,7 +354,7 @@ TEST(PlatformBundle, FindsEachPlugInBundleByItsIdentifier)
     }
 }
 
-TEST(PlatformBundle, FindsPlugInBundlesBesideAProgramThatIsNotInstalled)
+TEST(PlatformBundle, FindsPlugInBundlesNextToAProgramThatIsNotInstalled)
 {
     const TempFolder folder;
     const std::string root = real_path(folder.path());
@@ -371,7 +371,7 @@ TEST(PlatformBundle, FindsPlugInBundlesBesideAProgramThatIsNotInstalled)
     EXPECT_EQ(run_program(program, query), expected);
 }
 
-TEST(PlatformBundle, TakesNoFileForAPlugInBundle)
+TEST(PlatformBundle, APlugInBundleIsNeverAFile)
 {
     const InstalledTree tree;
     make_folders(tree.in_bundle("PlugIns"));
@@ -401,7 +401,7 @@ TEST(PlatformBundle, OfAProgramWithTheLongestPathIsItsOwnFolder)
     EXPECT_EQ(run_program(program), expected);
 }
 
-TEST(PlatformBundle, IsNotLookedForWhereItsPathWouldBeTooLong)
+TEST(PlatformBundle, IsNotLookedForIfItsPathWouldBeTooLong)
 {
     const TempFolder folder;
     const std::string prefix = folder_of_length(real_path(folder.path()), 4080);
@@ -411,7 +411,7 @@ TEST(PlatformBundle, IsNotLookedForWhereItsPathWouldBeTooLong)
     EXPECT_EQ(run_program(program), plain_answers(program, prefix + "/bin"));
 }
 
-TEST(PlatformBundle, IsNoneWhereTheProgramsPathIsTooLongToBeTold)
+TEST(PlatformBundle, IsNotAvailableIfTheProgramsPathIsTooLong)
 {
     const TempFolder folder;
     Query query;

@@ -62,7 +62,7 @@ void expect_version(const std::string &version, std::size_t capacity)
     EXPECT_EQ(buffer.substr(capacity), "####") << "capacity " << capacity;
 }
 
-TEST(PlatformOsVersion, IsTheReleaseOfTheKernelCutToTheCapacity)
+TEST(PlatformOsVersion, IsTheKernelReleaseCutToTheCapacity)
 {
     utsname system = {};
     ASSERT_EQ(uname(&system), 0);
@@ -73,7 +73,7 @@ TEST(PlatformOsVersion, IsTheReleaseOfTheKernelCutToTheCapacity)
         expect_version(release, capacity);
 }
 
-TEST(PlatformOsVersion, IsUnknownWhereTheSystemDoesNotSay)
+TEST(PlatformOsVersion, IsUnknownIfUnameFails)
 {
     uname_fails = true;
     for (const std::size_t capacity : {1U, 2U, 7U, 8U, 9U, 200U})
@@ -166,7 +166,7 @@ TEST(PlatformMakeRef, MakesARelativePathAbsoluteInTheRootFolder)
     expect_ref("proc/self", "/proc/self");
 }
 
-TEST(PlatformMakeRef, IsMinus43AndEmptyWhereNothingStands)
+TEST(PlatformMakeRef, ReturnsMinus43ForAMissingPath)
 {
     const TempFolder folder;
     fill_reference_folder(folder);
@@ -177,7 +177,7 @@ TEST(PlatformMakeRef, IsMinus43AndEmptyWhereNothingStands)
         expect_no_ref(name, -43);
 }
 
-TEST(PlatformMakeRef, IsNegativeAndEmptyForAPathThatCannotBeFollowed)
+TEST(PlatformMakeRef, ReturnsMinus1ForAPathThatCannotBeFollowed)
 {
     const TempFolder folder;
     fill_reference_folder(folder);
@@ -198,7 +198,7 @@ int make_relative_ref(const std::string &name)
     return 0;
 }
 
-TEST(PlatformMakeRef, TakesTheLongestPathThatTheSystemHasAndNoLonger)
+TEST(PlatformMakeRef, AcceptsPathsUpToTheSystemsLimit)
 {
     const struct {
         std::size_t folder_length;
@@ -260,7 +260,7 @@ TEST_F(PlatformAddress, BeginsWithAScheme)
         EXPECT_EQ(open_bytes(address), no_xdg_open) << address;
 }
 
-TEST_F(PlatformAddress, IsNoneWithoutAScheme)
+TEST_F(PlatformAddress, IsRejectedWithoutAScheme)
 {
     for (const char *address : {"",
                                 ":",
@@ -286,7 +286,7 @@ TEST_F(PlatformAddress, IsNoneWithoutAScheme)
     EXPECT_EQ(PlatformNoAddress, -30773);
 }
 
-TEST_F(PlatformAddress, HoldsNothingButTheCharactersOfAddresses)
+TEST_F(PlatformAddress, ContainsOnlyUrlCharacters)
 {
     const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
     const std::string allowed = letters + "-._~:/?#[]@!$&'()*+,;=%";
@@ -299,7 +299,7 @@ TEST_F(PlatformAddress, HoldsNothingButTheCharactersOfAddresses)
     }
 }
 
-TEST_F(PlatformAddress, HasASchemeOfLettersDigitsAndThreeSigns)
+TEST_F(PlatformAddress, HasASchemeOfLettersDigitsPlusMinusAndPeriod)
 {
     const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
     const std::string later = letters + "0123456789+-.:"; // a ':' ends it
@@ -314,7 +314,7 @@ TEST_F(PlatformAddress, HasASchemeOfLettersDigitsAndThreeSigns)
     }
 }
 
-TEST_F(PlatformAddress, IsLookedAtForTheCountOnly)
+TEST_F(PlatformAddress, IsReadOnlyUpToTheCount)
 {
     EXPECT_EQ(platform_open_url("http://host and more", 11), no_xdg_open);
     EXPECT_EQ(platform_open_url("http://host and more", 12), PlatformNoAddress);

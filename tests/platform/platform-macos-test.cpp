@@ -24,7 +24,7 @@ TEST(PlatformMacosOsName, IsWrittenIntoNineBytes)
     EXPECT_EQ(shown(buffer), "Mac OS X$");
 }
 
-TEST(PlatformMacosOsVersion, IsTheLowSixteenBitsOfWhatTheSystemSays)
+TEST(PlatformMacosOsVersion, IsMadeOfTheLowSixteenBitsOfTheSystemsNumber)
 {
     const struct {
         SInt32 number;
@@ -47,7 +47,7 @@ TEST(PlatformMacosOsVersion, IsTheLowSixteenBitsOfWhatTheSystemSays)
     }
 }
 
-TEST(PlatformMacosOsVersion, IsUnknownWhereTheSystemDoesNotSay)
+TEST(PlatformMacosOsVersion, IsUnknownIfGestaltFails)
 {
     const struct {
         OSErr status;
@@ -94,7 +94,7 @@ TEST(PlatformMacosOpen, ReturnsTheStatusOfTheLaunchServices)
     }
 }
 
-TEST(PlatformMacosOpenPath, OpensAnEmptyReferenceWhereThePathNamesNothing)
+TEST(PlatformMacosOpenPath, OpensAnEmptyReferenceForAMissingPath)
 {
     set_up_machine();
     frameworks.make_status = -43;
@@ -104,7 +104,7 @@ TEST(PlatformMacosOpenPath, OpensAnEmptyReferenceWhereThePathNamesNothing)
     expect_all_released();
 }
 
-TEST(PlatformMacosOpenUrl, TakesAsManyBytesAsItIsTold)
+TEST(PlatformMacosOpenUrl, ReadsOnlyUpToTheCount)
 {
     const struct {
         const char *bytes;
@@ -126,7 +126,7 @@ TEST(PlatformMacosOpenUrl, TakesAsManyBytesAsItIsTold)
     }
 }
 
-TEST(PlatformMacosOpenDocument, TakesATextForAPathWhereItBeginsWithASlash)
+TEST(PlatformMacosOpenDocument, OpensAPathIfItBeginsWithASlashOtherwiseAUrl)
 {
     const struct {
         const char *text;
@@ -154,7 +154,7 @@ TEST(PlatformMacosOpenDocument, TakesATextForAPathWhereItBeginsWithASlash)
     }
 }
 
-TEST(PlatformMacosOpenDocument, FailsForAPathThatNamesNothing)
+TEST(PlatformMacosOpenDocument, FailsForAMissingPath)
 {
     set_up_machine();
     frameworks.make_status = -43;
@@ -164,7 +164,7 @@ TEST(PlatformMacosOpenDocument, FailsForAPathThatNamesNothing)
 
 // Bundles
 
-TEST(PlatformMacosBundlePath, IsWhatTheSystemGivesForEachLocation)
+TEST(PlatformMacosBundlePath, IsTheSystemsPathForEachLocation)
 {
     const std::string app = "buffer /Applications/Caf\xc3\xa9.app";
     const std::string resources = app + "/Contents/Resources/";
@@ -215,7 +215,7 @@ TEST(PlatformMacosBundlePath, IsNullForASecondProductThatIsNotLoaded)
 }
 
 // The system leaves a '!' where a path does not fit.
-TEST(PlatformMacosBundlePath, ReturnsTheBufferAlsoWhereThePathDoesNotFit)
+TEST(PlatformMacosBundlePath, ReturnsTheBufferEvenIfThePathDoesNotFit)
 {
     const struct {
         std::size_t capacity;
@@ -228,7 +228,7 @@ TEST(PlatformMacosBundlePath, ReturnsTheBufferAlsoWhereThePathDoesNotFit)
     }
 }
 
-TEST(PlatformMacosPluginBundlePath, IsThatOfTheSuitesBundleWhateverTheMainOne)
+TEST(PlatformMacosPluginBundlePath, IsThatOfThePlugInBundleEvenWithoutAMainBundle)
 {
     set_up_machine();
     unload("");
@@ -244,7 +244,7 @@ TEST(PlatformMacosPluginBundlePath, IsNullForABundleThatIsNotLoaded)
     expect_all_released();
 }
 
-TEST(PlatformMacosPluginBundlePath, ReturnsTheBufferAlsoWhereThePathDoesNotFit)
+TEST(PlatformMacosPluginBundlePath, ReturnsTheBufferEvenIfThePathDoesNotFit)
 {
     set_up_machine();
     EXPECT_EQ(plugin_bundle_path(22), "buffer /Library/First.plugin$");
@@ -252,7 +252,7 @@ TEST(PlatformMacosPluginBundlePath, ReturnsTheBufferAlsoWhereThePathDoesNotFit)
     expect_all_released();
 }
 
-TEST(PlatformMacosPluginResourcePath, Is0AndTouchesTheBufferOnlyForAResourceOfTheBundle)
+TEST(PlatformMacosPluginResourcePath, Returns0AndWritesOnlyAResourceOfTheBundle)
 {
     const struct {
         const char *name;
@@ -273,7 +273,7 @@ TEST(PlatformMacosPluginResourcePath, Is0AndTouchesTheBufferOnlyForAResourceOfTh
     }
 }
 
-TEST(PlatformMacosPluginResourcePath, LooksForNothingInABundleThatIsNotLoaded)
+TEST(PlatformMacosPluginResourcePath, DoesNotSearchABundleThatIsNotLoaded)
 {
     set_up_machine();
     unload(QUINTRAL_PLUGIN_IDENTIFIER);

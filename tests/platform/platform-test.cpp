@@ -29,7 +29,7 @@ struct VersionRow {
     const char *text;
 };
 
-TEST(PlatformFormatSystemVersion, PutsPointsBetweenTheLowHalfBytes)
+TEST(PlatformFormatSystemVersion, WritesTheLowFourHexDigitsWithPeriods)
 {
     const VersionRow rows[] = {
         {0x1049, "10.4.9"}, {0x1058, "10.5.8"}, {0x1000, "10.0.0"},
@@ -40,7 +40,7 @@ TEST(PlatformFormatSystemVersion, PutsPointsBetweenTheLowHalfBytes)
         expect_version(row.number, room, row.text);
 }
 
-TEST(PlatformFormatSystemVersion, WritesHalfBytesAbove9AsNumbers)
+TEST(PlatformFormatSystemVersion, WritesHexDigitsAbove9AsNumbers)
 {
     const VersionRow rows[] = {
         {0x104a, "10.4.10"},    {0x10f0, "10.15.0"},    {0x1b00, "111.0.0"},
@@ -61,7 +61,7 @@ TEST(PlatformFormatSystemVersion, IgnoresTheHighBits)
         expect_version(row.number, room, row.text);
 }
 
-TEST(PlatformFormatSystemVersion, IsCutToTheCapacityAndEndsItsBufferWithATerminator)
+TEST(PlatformFormatSystemVersion, IsCutToTheCapacityAndTerminatesTheLastByte)
 {
     const struct {
         std::size_t capacity;

@@ -90,7 +90,7 @@ TEST(RealXdgOpen, IsInstalled)
     EXPECT_EQ(access("/usr/bin/file", X_OK), 0) << "the package file, which tells types of files";
 }
 
-TEST(RealXdgOpen, OpensAFileWhateverItsName)
+TEST(RealXdgOpen, OpensAFileOfAnyName)
 {
     for (const char *name : {"plain.txt", "with two  blanks.txt", "#1.txt", "100% #2.txt",
                              "a%20b%25.txt", "it's \"quoted\" & $(exit 3); `exit 3` *?.txt",
@@ -114,7 +114,7 @@ TEST(RealXdgOpen, OpensAFolder)
     }
 }
 
-TEST(RealXdgOpen, OpensAnAddress)
+TEST(RealXdgOpen, OpensAUrl)
 {
     for (const char *address :
          {"http://www.quintral.example/", "http://a.example/b?c=d&e=%20f;g=$(exit)*#h"}) {
@@ -124,7 +124,7 @@ TEST(RealXdgOpen, OpensAnAddress)
     }
 }
 
-TEST(RealXdgOpen, UsesTheBrowserWhereThereIsNoDisplay)
+TEST(RealXdgOpen, UsesTheBrowserWithoutADisplay)
 {
     for (const char *address : {"http://www.quintral.example/a?b=c%20d#e", "other:address"}) {
         const RealDesktop desktop;
@@ -145,7 +145,7 @@ TEST(RealXdgOpen, UsesTheBrowserWhereThereIsNoDisplay)
         desktop, settings, [&path] { return platform_open_path(path.c_str()); }, path);
 }
 
-TEST(RealXdgOpen, IsFoundWithoutPathInTheSystemsFolders)
+TEST(RealXdgOpen, IsFoundInTheDefaultFoldersWithoutPath)
 {
     const RealDesktop desktop;
     const Settings settings = {{"DISPLAY", ""}, {"BROWSER", desktop.path("recorder")}};
@@ -165,13 +165,13 @@ std::int32_t real_status(const RealDesktop &desktop, const Settings &more,
     return findings->status;
 }
 
-TEST(RealXdgOpen, TellsThatTheApplicationFailed)
+TEST(RealXdgOpen, ReportsThatTheApplicationFailed)
 {
     const RealDesktop desktop;
     EXPECT_EQ(real_status(desktop, {{"FAKE_STATUS", "9"}}, "http://a.example/"), 4);
 }
 
-TEST(RealXdgOpen, TellsThatNothingOpensTheAddress)
+TEST(RealXdgOpen, ReportsThatNothingOpensTheUrl)
 {
     const RealDesktop desktop;
     EXPECT_EQ(real_status(desktop, {{"DISPLAY", ""}, {"BROWSER", "/bin/false"}}, "other:a"), 3);
@@ -189,7 +189,7 @@ TEST(RealXdgOpen, IsNotWaitedForWhileTheApplicationRuns)
     EXPECT_TRUE(end_recorder(desktop));
 }
 
-TEST(RealXdgOpen, IsMinus1WhereThereIsNone)
+TEST(RealXdgOpen, ReturnsMinus1IfItIsNotInstalled)
 {
     const RealDesktop desktop;
     EXPECT_EQ(real_status(desktop, {{"PATH", desktop.path("empty")}}, "http://a.example/"), -1);

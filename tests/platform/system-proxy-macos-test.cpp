@@ -71,7 +71,7 @@ TEST(SystemProxyMacos, NeedsEachOfTheThreeEntries)
     }
 }
 
-TEST(SystemProxyMacos, IsNoneWithoutADictionary)
+TEST(SystemProxyMacos, IsNotFoundWithoutADictionary)
 {
     set_up_machine();
     frameworks.has_proxies = false;
@@ -80,7 +80,7 @@ TEST(SystemProxyMacos, IsNoneWithoutADictionary)
     expect_all_released();
 }
 
-TEST(SystemProxyMacos, TakesTheLowSixteenBitsOfThePort)
+TEST(SystemProxyMacos, UsesTheLowSixteenBitsOfThePort)
 {
     const struct {
         int number;
@@ -98,7 +98,7 @@ TEST(SystemProxyMacos, TakesTheLowSixteenBitsOfThePort)
     }
 }
 
-TEST(SystemProxyMacos, TakesAHostThatFitsWithItsTerminator)
+TEST(SystemProxyMacos, AcceptsAHostThatFitsWithItsTerminator)
 {
     const struct {
         const char *host;
@@ -118,7 +118,7 @@ TEST(SystemProxyMacos, TakesAHostThatFitsWithItsTerminator)
     }
 }
 
-TEST(SystemProxyMacos, TakesAHostOf255BytesIntoTheSettingsAndNoneOf256)
+TEST(SystemProxyMacos, AcceptsAHostOf255BytesButNotOf256)
 {
     set_up_machine();
     frameworks.proxies["HTTPProxy"] = text_entry(std::string(255, 'h'));

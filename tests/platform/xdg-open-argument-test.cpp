@@ -42,7 +42,7 @@ std::int32_t status_with_path(const FakeDesktop &desktop, const std::string &pat
     });
 }
 
-TEST(XdgOpenSearch, TakesTheFirstProgramInTheFoldersOfPath)
+TEST(XdgOpenSearch, FindsTheFirstProgramInThePath)
 {
     const FakeDesktop desktop;
     make_program(desktop.path("plain"), "exit 1\n", 0644);
@@ -72,7 +72,7 @@ TEST(XdgOpenSearch, TakesTheFirstProgramInTheFoldersOfPath)
         EXPECT_EQ(status_with_path(desktop, row.path), row.status) << row.path.substr(0, 200);
 }
 
-TEST(XdgOpenSearch, NeverTakesItFromTheCurrentFolder)
+TEST(XdgOpenSearch, NeverLooksInTheCurrentFolder)
 {
     const FakeDesktop desktop;
     for (const char *path :
@@ -81,7 +81,7 @@ TEST(XdgOpenSearch, NeverTakesItFromTheCurrentFolder)
     EXPECT_EQ(desktop.record(), "");
 }
 
-TEST(XdgOpenSearch, IsMinus1WhereThereIsNoneOrItCannotBeStarted)
+TEST(XdgOpenSearch, ReturnsMinus1IfThereIsNoneOrItCannotBeStarted)
 {
     const FakeDesktop desktop;
     make_directory(desktop.path("empty"));
@@ -93,7 +93,7 @@ TEST(XdgOpenSearch, IsMinus1WhereThereIsNoneOrItCannotBeStarted)
 
 // What it is given
 
-TEST(XdgOpenArgument, IsTheAddressAsItIs)
+TEST(XdgOpenArgument, IsTheUrlUnchanged)
 {
     for (const char *address :
          {"http://www.quintral.example/a?b=c&d=%20;e#f", "x:-h", "x:", "http://a/$(exit)*'!~[]",
@@ -104,7 +104,7 @@ TEST(XdgOpenArgument, IsTheAddressAsItIs)
     }
 }
 
-TEST(XdgOpenArgument, IsNoMoreOfTheAddressThanItsCount)
+TEST(XdgOpenArgument, IsTheUrlUpToTheCount)
 {
     const FakeDesktop desktop;
     EXPECT_EQ(status_in_host(desktop, [] { return platform_open_url("http://a/bcd", 10); }), 0);
@@ -116,7 +116,7 @@ const char *const trap_names[] = {
     "'quoted\"", "http:a",           "\xC3\xBC \xFF",    "*",
 };
 
-TEST(XdgOpenArgument, IsTheAbsolutePathAsItIs)
+TEST(XdgOpenArgument, IsTheAbsolutePathUnchanged)
 {
     for (const char *name : trap_names) {
         const FakeDesktop desktop;
@@ -141,7 +141,7 @@ TEST(XdgOpenArgument, IsARelativePathMadeAbsolute)
 }
 
 // The shell that runs xdg-open would make another path of these, or an address.
-TEST(XdgOpenArgument, IsNoPathThatXdgOpenTakesForAnother)
+TEST(XdgOpenArgument, IsNeverAPathThatXdgOpenWouldMisread)
 {
     for (const char *name :
          {"back\\slash", "f\\c.txt", "a\\nhttp:b", "line\nfeed", "end\n", "\\"}) {
@@ -172,7 +172,7 @@ PlatformFileRef ref_of(const std::string &path)
     return ref;
 }
 
-TEST(XdgOpenArgument, IsNeverWhatRefersToNothing)
+TEST(XdgOpenArgument, IsNeverAMissingPathOrAnInvalidUrl)
 {
     const FakeDesktop desktop;
     const std::string missing = desktop.path("missing");
@@ -196,7 +196,7 @@ TEST(XdgOpenArgument, IsNeverWhatRefersToNothing)
     EXPECT_EQ(desktop.record(), "");
 }
 
-TEST(XdgOpenDocument, IsAPathWhereItBeginsWithASlashOtherwiseAnAddress)
+TEST(XdgOpenDocument, IsAPathIfItBeginsWithASlashOtherwiseAUrl)
 {
     const FakeDesktop folder;
     make_file(folder.path("file"));

@@ -54,7 +54,7 @@ void watch_for_strangers(Findings *findings)
     }
 }
 
-TEST(XdgOpenHost, MayWaitForEveryChildItself)
+TEST(XdgOpenHost, MayReapAllChildrenItself)
 {
     const FakeDesktop desktop;
     for (int i = 0; i < 10; ++i) {
@@ -70,7 +70,7 @@ TEST(XdgOpenHost, MayWaitForEveryChildItself)
     }
 }
 
-TEST(XdgOpenHost, MayWaitForNoChildAtAll)
+TEST(XdgOpenHost, MayIgnoreSigchld)
 {
     const FakeDesktop desktop;
     const std::function<void()> rows[] = {
@@ -105,7 +105,7 @@ TEST(XdgOpenHost, KeepsItsOtherChildren)
               5);
 }
 
-TEST(XdgOpenHost, MayBeInterruptedAllTheTime)
+TEST(XdgOpenHost, MayBeInterruptedBySignalsThroughout)
 {
     const FakeDesktop desktop;
     const SharedFindings findings;
@@ -143,7 +143,7 @@ std::int32_t ask_from_threads()
     return wrong;
 }
 
-TEST(XdgOpenHost, MayAskFromSeveralThreads)
+TEST(XdgOpenHost, MayCallFromSeveralThreads)
 {
     const FakeDesktop desktop;
     EXPECT_EQ(status_in_host(desktop, ask_from_threads), 0);
@@ -169,14 +169,14 @@ bool ends_while_asking()
     return early;
 }
 
-TEST(XdgOpenHost, HasNoDescriptorHeldOpenMeanwhile)
+TEST(XdgOpenHost, HasNoDescriptorHeldOpenDuringTheCall)
 {
     const FakeDesktop desktop;
     EXPECT_EQ(status_in_host(desktop, [] { return ends_while_asking() ? 1 : 0; }), 1);
     EXPECT_TRUE(end_recorder(desktop));
 }
 
-TEST(XdgOpenHost, HasNoHandlerRunInACopyOfItself)
+TEST(XdgOpenHost, RunsNoSignalHandlerInAForkedCopy)
 {
     const FakeDesktop desktop;
     const SharedFindings findings;
@@ -219,7 +219,7 @@ int milliseconds_with_a_bystander(const std::string &address, std::int32_t expec
     return taken;
 }
 
-TEST(XdgOpenHost, MayForkInTheMeantime)
+TEST(XdgOpenHost, MayForkDuringTheCall)
 {
     const auto ended = [] { return milliseconds_with_a_bystander("exit:3", 3); };
     EXPECT_LT(shortest_wait(ended, 900), 900) << "it ends at once";

@@ -34,7 +34,7 @@ TEST(XdgOpenStatus, IsTheExitStatus)
     }
 }
 
-TEST(XdgOpenStatus, IsMinus1WhereASignalEndedIt)
+TEST(XdgOpenStatus, IsMinus1IfASignalEndedXdgOpen)
 {
     const FakeDesktop desktop;
     for (const int number : {SIGHUP, SIGKILL, SIGPIPE, SIGALRM, SIGTERM, SIGRTMAX}) {
@@ -43,7 +43,7 @@ TEST(XdgOpenStatus, IsMinus1WhereASignalEndedIt)
     }
 }
 
-TEST(XdgOpenStatus, IsThatOfAnExitWithinTheSecond)
+TEST(XdgOpenStatus, IsTheExitStatusIfItComesWithinOneSecond)
 {
     const FakeDesktop desktop;
     EXPECT_EQ(status_in_host(desktop, address_opener("late:3")), 3);
@@ -62,13 +62,13 @@ int milliseconds_of_a_wait(const std::string &address)
     return findings->milliseconds;
 }
 
-TEST(XdgOpenStatus, Is0AfterASecondWhereItIsStillAtWork)
+TEST(XdgOpenStatus, Is0IfXdgOpenIsStillRunningAfterOneSecond)
 {
     const auto wait = [] { return milliseconds_of_a_wait("sleep:"); }; // for 8 seconds
     EXPECT_LT(shortest_wait(wait, 1200), 1200);
 }
 
-TEST(XdgOpenStatus, ComesAllTheSameWhereXdgOpenStopsWhoWatchesIt)
+TEST(XdgOpenStatus, Is0EvenIfXdgOpenStopsItsParent)
 {
     const auto wait = [] { return milliseconds_of_a_wait("stop:"); };
     EXPECT_LT(shortest_wait(wait, 1700), 1700);
@@ -135,7 +135,7 @@ TEST(XdgOpenStart, InheritsNoDescriptor)
     expect_clean_start(open_many_descriptors);
 }
 
-TEST(XdgOpenStart, InheritsNoDescriptorWhereTheSystemCannotCloseThemAtOnce)
+TEST(XdgOpenStart, InheritsNoDescriptorWithoutCloseRange)
 {
     expect_clean_start(refuse_close_range);
     expect_clean_start([] {
@@ -144,7 +144,7 @@ TEST(XdgOpenStart, InheritsNoDescriptorWhereTheSystemCannotCloseThemAtOnce)
     });
 }
 
-TEST(XdgOpenStart, HasTheNullDeviceForStreamsThatTheHostHasClosed)
+TEST(XdgOpenStart, HasTheNullDeviceForClosedStreams)
 {
     for (const int stream : {0, 1, 2})
         expect_clean_start([stream] { close(stream); });
@@ -158,7 +158,7 @@ TEST(XdgOpenStart, HasTheNullDeviceForStreamsThatTheHostHasClosed)
     });
 }
 
-TEST(XdgOpenStart, InheritsNoBlockedAndNoIgnoredSignal)
+TEST(XdgOpenStart, InheritsNoBlockedOrIgnoredSignal)
 {
     expect_clean_start(block_all_signals);
     expect_clean_start([] {
@@ -172,7 +172,7 @@ TEST(XdgOpenStart, InheritsNoBlockedAndNoIgnoredSignal)
     });
 }
 
-TEST(XdgOpenStart, IsMinus1WhereDescriptorsCannotBeClosed)
+TEST(XdgOpenStart, FailsIfDescriptorsCannotBeClosed)
 {
     const FakeDesktop desktop;
     EXPECT_EQ(status_in_host(desktop, address_opener("exit:7"),
@@ -184,7 +184,7 @@ TEST(XdgOpenStart, IsMinus1WhereDescriptorsCannotBeClosed)
     EXPECT_EQ(desktop.record(), "");
 }
 
-TEST(XdgOpenStart, IsMinus1WhereAForkFails)
+TEST(XdgOpenStart, FailsIfAForkFails)
 {
     for (const int number : {1, 2}) {
         const FakeDesktop desktop;
@@ -200,7 +200,7 @@ TEST(XdgOpenStart, IsMinus1WhereAForkFails)
 }
 
 // A host's own handler of forks may wait for what there is only in the host.
-TEST(XdgOpenStart, IsMinus1WhereAForkHandlerOfTheHostHoldsItUp)
+TEST(XdgOpenStart, FailsIfAForkHandlerOfTheHostBlocks)
 {
     const FakeDesktop desktop;
     const SharedFindings findings;
@@ -236,7 +236,7 @@ void leave_room(int room)
         close(last - i);
 }
 
-TEST(XdgOpenStart, IsMinus1WhereTheHostHasNoRoomForItsPipe)
+TEST(XdgOpenStart, FailsIfTheHostHasNoDescriptorsLeftForThePipe)
 {
     for (const int room : {0, 1}) {
         const FakeDesktop desktop;
@@ -246,7 +246,7 @@ TEST(XdgOpenStart, IsMinus1WhereTheHostHasNoRoomForItsPipe)
     }
 }
 
-TEST(XdgOpenStart, NeedsNoMoreDescriptorsThanThoseOfThePipe)
+TEST(XdgOpenStart, NeedsOnlyTheTwoDescriptorsOfThePipe)
 {
     expect_clean_start([] { leave_room(2); });
     expect_clean_start([] {
@@ -255,7 +255,7 @@ TEST(XdgOpenStart, NeedsNoMoreDescriptorsThanThoseOfThePipe)
     });
 }
 
-TEST(XdgOpenStart, IsMinus1WhereTheAddressIsLongerThanAnArgumentMayBe)
+TEST(XdgOpenStart, FailsIfTheUrlIsTooLongForAnArgument)
 {
     const FakeDesktop desktop;
     EXPECT_EQ(status_in_host(desktop, address_opener("exit:" + std::string(200000, '0'))), -1);

@@ -381,7 +381,7 @@ TEST_F(RealPeers, LibraryReadsTheAnswerThroughTinyproxy)
         expect_row(row, received_through_proxy(), ask(row.product, row.version, proxy_port));
 }
 
-TEST_F(RealPeers, LibraryReadsALongAnswerWhole)
+TEST_F(RealPeers, LibraryReadsALongAnswerInFull)
 {
     start_tinyproxy();
     ASSERT_NE(proxy_port, 0);
@@ -439,7 +439,7 @@ TEST_F(RealPeers, CredentialsReachTheServerDirectlyAndThroughTinyproxy)
 }
 
 // A proxy that wants credentials for itself looks for them on another header line.
-TEST_F(RealPeers, CredentialsAreNotThoseThatTinyproxyAsksFor)
+TEST_F(RealPeers, CredentialsDoNotSatisfyTinyproxysOwnAuthentication)
 {
     start_tinyproxy("BasicAuth user1 pw1\n");
     ASSERT_NE(proxy_port, 0);
@@ -499,7 +499,7 @@ TEST_F(RealPeers, UtilityPrintsTheAnswerThroughTinyproxy)
                   newer_lines + message, "");
 }
 
-TEST_F(RealPeers, UtilityTellsByItsStatusWhetherAnAnsweredVersionIsNewer)
+TEST_F(RealPeers, UtilityReportsANewerVersionByItsExitStatus)
 {
     const std::string message =
         tests::without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.200"));

@@ -1,5 +1,5 @@
-// Base64: the RFC's vectors, the whole alphabet, every byte, and the length formula at the ends of
-// its range.
+// Base64: the test vectors of RFC 4648, the whole alphabet, every byte, and the length formula at
+// the limits of its range.
 #include "web/base64.h"
 
 #include <limits>
@@ -13,8 +13,8 @@ namespace {
 
 const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Encodes a copy of exactly the source's size, so that a memory checker sees a read behind it, into
-// a destination of exactly the size asked for; returns all of the destination.
+// Encodes into a destination of exactly the required size and returns all of it. The source is a
+// copy of exactly its size, so that a memory checker reports a read past its end.
 std::string encode_exactly(const std::string &source)
 {
     const std::vector<char> copy(source.begin(), source.end());
@@ -57,7 +57,7 @@ TEST(Base64, EncodesAndTerminates)
         {"user:password", "dXNlcjpwYXNzd29yZA=="},
         {"Aladdin:open sesame", "QWxhZGRpbjpvcGVuIHNlc2FtZQ=="},
         {":", "Og=="},
-        // NUL is a byte like any other
+        // NUL is an ordinary byte
         {std::string(1, '\0'), "AA=="},
         {std::string(2, '\0'), "AAA="},
         {std::string(3, '\0'), "AAAA"},
@@ -76,7 +76,7 @@ TEST(Base64, EncodesAndTerminates)
             << "bytes " << shown(row.source);
 }
 
-TEST(Base64, TheNumbers0To63BecomeTheAlphabetInOrder)
+TEST(Base64, EncodesTheNumbers0To63AsTheAlphabet)
 {
     std::string source;
     for (int i = 0; i < 64; i += 4) {
@@ -88,7 +88,7 @@ TEST(Base64, TheNumbers0To63BecomeTheAlphabetInOrder)
     EXPECT_EQ(encode_exactly(source), with_terminator(alphabet));
 }
 
-TEST(Base64, EachOf256BytesAloneGivesItsTwoDigitsAndPadding)
+TEST(Base64, EncodesEachSingleByteAsTwoCharactersAndPadding)
 {
     for (int byte = 0; byte < 256; ++byte) {
         const std::string source(1, static_cast<char>(byte));
@@ -99,21 +99,21 @@ TEST(Base64, EachOf256BytesAloneGivesItsTwoDigitsAndPadding)
     }
 }
 
-TEST(Base64, ReadsNBytesAndNoTerminator)
+TEST(Base64, ReadsExactlyNBytes)
 {
     char destination[9] = "########";
     base64_encode("foobar", 4, destination);
     EXPECT_STREQ(destination, "Zm9vYg==");
 }
 
-TEST(Base64, WritesNothingBehindItsTerminator)
+TEST(Base64, WritesNothingAfterItsTerminator)
 {
     char destination[] = "##########";
     base64_encode("fo", 2, destination);
     EXPECT_EQ(std::string(destination, 10), std::string("Zm8=\0#####", 10));
 }
 
-TEST(Base64, NBelow1GivesAnEmptyTextWithoutReading)
+TEST(Base64, WritesAnEmptyStringForNBelow1WithoutReading)
 {
     for (const int n : {0, -1, -2, -3, std::numeric_limits<int>::min()}) {
         char destination[] = "####";
@@ -127,7 +127,7 @@ struct LengthRow {
     int expected;
 };
 
-TEST(Base64, LengthIsTheFormulaForEveryInt)
+TEST(Base64, LengthFollowsTheFormulaForEveryInt)
 {
     const LengthRow rows[] = {
         {0, 0},
@@ -140,7 +140,7 @@ TEST(Base64, LengthIsTheFormulaForEveryInt)
         {7, 12},
         {511, 684},
         {1000, 1336},
-        // below 0 the division cuts towards 0
+        // below 0 the division rounds towards 0
         {-1, 0},
         {-2, 0},
         {-3, 0},
@@ -148,7 +148,7 @@ TEST(Base64, LengthIsTheFormulaForEveryInt)
         {-5, -4},
         {-7, -4},
         {-8, -8},
-        // the longest that an int can tell, and what lies behind it
+        // the longest length that fits in an int, and lengths that overflow
         {1610612733, 2147483644},
         {1610612734, std::numeric_limits<int>::min()},
         {std::numeric_limits<int>::max(), -1431655764},
@@ -158,7 +158,7 @@ TEST(Base64, LengthIsTheFormulaForEveryInt)
         EXPECT_EQ(base64_encoded_length(row.n), row.expected) << "n " << row.n;
 }
 
-TEST(Base64, LengthIsThatOfTheEncoding)
+TEST(Base64, LengthMatchesTheEncoding)
 {
     for (int n = 0; n < 200; ++n) {
         std::string destination(1000, '#');

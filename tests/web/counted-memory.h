@@ -1,8 +1,9 @@
-// Counts the blocks of memory that the code under test holds, and makes chosen allocations fail.
+// Counts the memory blocks that the code under test keeps, and makes chosen allocations fail.
 //
 // The linker replaces the program's calls of malloc, realloc and free (--wrap). In a program that
 // links quintral_test_allocation too, operator new and delete go through them and are counted as
-// well. Only the thread of the tests is counted, so a loopback peer does not disturb the count.
+// well. Only the thread that runs the tests is counted, so a loopback peer does not change the
+// count.
 //
 //     start_counting();
 //     ... call the code under test ...

@@ -1,5 +1,5 @@
-// Form bodies and escaping, byte for byte, with the rest of every destination checked as well. '#'
-// stands for what the caller's destination held before.
+// Form bodies and escaping, byte for byte. Each destination is filled with '#' before the call and
+// checked as a whole.
 #include "web/form-body.h"
 
 #include "tests/harness/each-locale.h"
@@ -39,7 +39,7 @@ std::string escape_of(int byte)
     return text;
 }
 
-// What a destination of '#'s holds after a text and its terminator were written to it.
+// A destination of '#'s after a string and its terminator have been written to it.
 std::string written_into(std::size_t size, const std::string &text)
 {
     std::string all(size, '#');
@@ -47,7 +47,7 @@ std::string written_into(std::size_t size, const std::string &text)
     return all;
 }
 
-TEST_P(FormBody, EachOf256BytesIsKeptOrEscapedInLowerCase)
+TEST_P(FormBody, EveryByteIsKeptOrEscapedInLowerCase)
 {
     for (int byte = 1; byte < 256; ++byte) {
         const std::string source(1, static_cast<char>(byte));
@@ -66,7 +66,7 @@ struct EscapeRow {
     const char *expected;
 };
 
-TEST_P(FormBody, EscapeKeepsLettersAndDigitsOnly)
+TEST_P(FormBody, EscapeKeepsOnlyLettersAndDigits)
 {
     const EscapeRow rows[] = {
         {"", ""},
@@ -106,13 +106,13 @@ TEST(WebEscape, HasNoLimit)
 struct BoundedRow {
     int limit;
     std::string source;
-    std::string expected; // '#': the byte that is left out before the terminator
+    std::string expected; // '#' is the byte that is skipped before the terminator
 };
 
-TEST(WebEscapeBounded, LimitsTheCountAndLeavesOneByteOutBeforeAnEscapeThatWouldPassIt)
+TEST(WebEscapeBounded, LimitsTheCountAndSkipsOneByteBeforeAnEscapeThatWouldExceedIt)
 {
     const BoundedRow rows[] = {
-        // nothing to do
+        // nothing to escape
         {0, "a", ""},
         {0, "/", ""},
         {-1, "a", ""},
@@ -145,7 +145,7 @@ TEST(WebEscapeBounded, LimitsTheCountAndLeavesOneByteOutBeforeAnEscapeThatWouldP
         {6, "///", "%2f%2f"},
         {7, "//a/", "%2f%2fa"},
         {7, "\xe4\xf6\xfc", "%e4%f6#"},
-        // a space counts 1 and yet needs room for 3
+        // a space counts 1 but takes 3 bytes
         {3, "  ", "%20#"},
         {3, " a", "%20a"},
         {3, " ab", "%20ab"},
@@ -154,7 +154,7 @@ TEST(WebEscapeBounded, LimitsTheCountAndLeavesOneByteOutBeforeAnEscapeThatWouldP
         {5, "   ", "%20%20%20"},
         {5, "    ", "%20%20%20#"},
         {10, "          ", "%20%20%20%20%20%20%20%20#"},
-        // the bound itself: an escape is written at a count of limit - 3, not above
+        // an escape is written at a count of limit - 3, but not above it
         {6, "abc/", "abc%2f"},
         {6, "abc/d", "abc%2f"},
         {6, "abcd/", "abcd#"},
@@ -226,7 +226,7 @@ TEST(WebFormBody, TheExampleOfTwoFieldsHas19Bytes)
     EXPECT_EQ(header, "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 19");
 }
 
-TEST(WebFormBody, NoFieldsGiveAnEmptyBodyOfLength0)
+TEST(WebFormBody, IsEmptyWithoutFields)
 {
     const WebField fields[] = {{"a", "b"}};
     for (const int count : {0, -1, INT_MIN}) {
@@ -239,7 +239,7 @@ TEST(WebFormBody, NoFieldsGiveAnEmptyBodyOfLength0)
     }
 }
 
-TEST(WebFormBody, TakesCountFieldsAndNoMore)
+TEST(WebFormBody, ReadsOnlyTheCountedFields)
 {
     const WebField fields[] = {{"a", "1"}, {"b", "2"}, {"c", "3"}};
     expect_form(2, fields, "a=1&b=2");
@@ -250,7 +250,7 @@ struct CutRow {
     std::string expected;
 };
 
-TEST(WebFormBody, CutsEachNameAndValueAt1023CountedUnits)
+TEST(WebFormBody, CutsEachNameAndValueAtACountOf1023)
 {
     const CutRow rows[] = {
         {letters(1023), letters(1023)},
@@ -272,9 +272,9 @@ TEST(WebFormBody, CutsEachNameAndValueAt1023CountedUnits)
     }
 }
 
-// The byte that a cut leaves out is a NUL in the scratch, so the text ends at it, whatever longer
-// texts went before.
-TEST(WebFormBody, NothingOfAnEarlierFieldAppearsWhereATextIsCut)
+// The byte that a cut skips is a NUL in the scratch buffer, so the field ends there. Longer earlier
+// fields leave nothing after it.
+TEST(WebFormBody, ACutFieldContainsNothingOfAnEarlierField)
 {
     const std::string secret(1023, 'S');
     const std::string spaces(1021, ' ');
@@ -297,7 +297,7 @@ TEST(WebFormBody, AnnouncesTheLengthOfALongBody)
     EXPECT_EQ(header, "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: 1226399");
 }
 
-TEST(WebFormBody, FieldsMayPointIntoTheStringsThatAreReplaced)
+TEST(WebFormBody, FieldsMayPointIntoTheReplacedStrings)
 {
     std::string header = "old header";
     std::string body = "old body";

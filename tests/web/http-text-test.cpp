@@ -1,6 +1,5 @@
-// The texts of an exchange without a network: URLs taken apart, requests composed, status lines
-// read.
-// Everything is held under the "C" locale and under a Latin-1 one with a decimal comma.
+// Parsing URLs, composing requests and reading status lines, without a network. Every test runs
+// under each test locale.
 #include "web/http-text.h"
 
 #include "tests/harness/each-locale.h"
@@ -50,7 +49,7 @@ TEST_P(HttpText, AUrlIsSplitIntoSchemeHostAndPort)
         {"/webhost/p", "HTTP||80"},
         {"///webhost/p", "HTTP||80"},
         {"", "HTTP||80"},
-        // the scheme is what stands before the first ':' wherever that is
+        // the scheme is everything before the first ':'
         {"web:81/p", "WEB|81|80"},
         {"webhost/a:b", "WEBHOST/A|B|80"},
         {"webhost?x=1:2", "WEBHOST?X=1|2|80"},
@@ -61,11 +60,11 @@ TEST_P(HttpText, AUrlIsSplitIntoSchemeHostAndPort)
         {"://webhost", "|WEBHOST|80"},
         {" http://webhost", " HTTP|WEBHOST|80"},
         {"http\xe4://webhost", "HTTP\xe4|WEBHOST|80"},
-        // two slashes are skipped, a single one is not
+        // two slashes are skipped, but not a single one
         {"http:/x", "HTTP||80"},
         {"http:///x", "HTTP||80"},
         {"http:x//y", "HTTP|X|80"},
-        // the host run ends at the first byte that is not its own
+        // the host ends at the first byte that cannot be part of it
         {"http://webhost", "HTTP|WEBHOST|80"},
         {"http://webhost?q=1", "HTTP|WEBHOST|80"},
         {"http://user@webhost", "HTTP|USER|80"},
@@ -76,7 +75,7 @@ TEST_P(HttpText, AUrlIsSplitIntoSchemeHostAndPort)
         {"http://w\344b/", "HTTP|W|80"},
         {"http://-.-/", "HTTP|-.-|80"},
         {"http://?", "HTTP||80"},
-        // the port is atoi's reading of what stands behind the run's first ':'
+        // the port is read like atoi, after the first ':' of the host
         {"http://webhost:65535/", "HTTP|WEBHOST|65535"},
         {"http://webhost:65616/", "HTTP|WEBHOST|65616"},
         {"http://webhost:/", "HTTP|WEBHOST|0"},
@@ -127,7 +126,7 @@ TEST_P(HttpText, EachByteOfASchemeIsUpperCasedAsAsciiOnly)
     }
 }
 
-TEST_P(HttpText, UrlsOfAnyLengthAreTakenWhole)
+TEST_P(HttpText, UrlsOfAnyLengthAreNotCut)
 {
     for (std::size_t length : {9u, 10u, 63u, 64u, 255u, 256u, 100000u}) {
         const std::string lower(length, 'x');
@@ -168,7 +167,7 @@ std::vector<std::string> with_fixed_lines(const std::string &method,
 
 const std::string host_line = "Host: WEB\r\n";
 
-TEST_P(HttpText, ARequestIsComposedPieceByPieceInAFixedOrder)
+TEST_P(HttpText, ARequestIsComposedOfPiecesInAFixedOrder)
 {
     const std::string nul = std::string("a\0b", 3);
     const std::string nul_line = nul + "\r\n";
@@ -232,7 +231,7 @@ TEST_P(HttpText, CredentialsFollowTheHostIfBothAreGiven)
     }
 }
 
-TEST_P(HttpText, APostWithoutBodyEndsWithTheEmptyLine)
+TEST_P(HttpText, APostWithoutABodyEndsWithTheEmptyLine)
 {
     std::string joined;
     for (const std::string &piece : pieces_of("POST", "", ""))
@@ -243,9 +242,9 @@ TEST_P(HttpText, APostWithoutBodyEndsWithTheEmptyLine)
     EXPECT_EQ(joined, expected);
 }
 
-TEST_P(HttpText, CredentialsOfAnyLengthAreEncodedWithoutALineBreak)
+TEST_P(HttpText, CredentialsOfAnyLengthAreEncodedOnOneLine)
 {
-    // "uuu" and "ppp" in base64, around a group that holds the colon.
+    // "uuu" and "ppp" in base64, around a group with the colon.
     for (std::size_t groups : {1u, 18u, 19u, 255u, 256u, 257u, 33000u}) {
         const std::string user(3 * groups, 'u');
         const std::string password(3 * groups + 2, 'p');
@@ -257,7 +256,7 @@ TEST_P(HttpText, CredentialsOfAnyLengthAreEncodedWithoutALineBreak)
     }
 }
 
-TEST_P(HttpText, TextsOfAnyLengthAreComposedWhole)
+TEST_P(HttpText, PiecesOfAnyLengthAreNotCut)
 {
     const std::string path(100000, 'p');
     const std::string host(100000, 'H');
@@ -285,7 +284,7 @@ std::string status_of(const std::string &text)
            std::string(line.reason, strnlen(line.reason, sizeof line.reason));
 }
 
-// The same from the C library's scan, which defines what a status line is.
+// The same from sscanf, which the function must match.
 std::string scanned_status_of(const std::string &text)
 {
     int numbers[3] = {};
@@ -308,7 +307,7 @@ TEST_P(HttpText, AStatusLineIsReadAsScanfReadsIt)
         {"1.0 200 OK", "4|1|0|200|OK"},
         {"1.0 200 OK\nnext", "4|1|0|200|OK"},
         {"1.0 200 \xe4\xff\n", "4|1|0|200|\xe4\xff"},
-        // no reason: the next line stands in for it, and nothing for nothing
+        // without a reason, the next line is taken for it, if there is one
         {"1.0 200\r\nServer: x\r\n\r", "4|1|0|200|Server: x"},
         {"1.0 200 \r\n \t\v\fServer: x\r\n", "4|1|0|200|Server: x"},
         {"1.0 200", "3|1|0|200|"},
@@ -329,7 +328,7 @@ TEST_P(HttpText, AStatusLineIsReadAsScanfReadsIt)
         {"1.0x200 OK", "2|1|0|0|"},
         {"1.0200 OK", "2|1|200|0|"},
         {"1.0 - 200 OK", "2|1|0|0|"},
-        // white space and signs where a number may have them
+        // white space and signs before numbers
         {" 1. 0\n\n200OK", "4|1|0|200|OK"},
         {"1.0+200 OK", "4|1|0|200|OK"},
         {"-1.-2 -200 x", "4|-1|-2|-200|x"},
@@ -347,7 +346,7 @@ TEST_P(HttpText, AStatusLineIsReadAsScanfReadsIt)
     }
 }
 
-TEST_P(HttpText, ANumberOfAStatusLineOutsideTheRangeIsItsNearestEnd)
+TEST_P(HttpText, AnOutOfRangeNumberInAStatusLineBecomesTheNearestLimit)
 {
     EXPECT_EQ(status_of("2147483647.2147483648 99999999999999999999 x"),
               "4|2147483647|2147483647|2147483647|x");
@@ -356,7 +355,7 @@ TEST_P(HttpText, ANumberOfAStatusLineOutsideTheRangeIsItsNearestEnd)
     EXPECT_EQ(status_of(std::string(100000, '9') + ".0 200 x"), "4|2147483647|0|200|x");
 }
 
-TEST_P(HttpText, AnyTextIsReadAsScanfReadsIt)
+TEST_P(HttpText, AnyStringIsReadAsScanfReadsIt)
 {
     static const char alphabet[] = " \r\n\t.1120-+xO\xe4";
     unsigned state = 12345;
@@ -365,7 +364,7 @@ TEST_P(HttpText, AnyTextIsReadAsScanfReadsIt)
         return (state >> 16) % below;
     };
     for (int i = 0; i < 20000; ++i) {
-        // Beginnings of a good line with something thrown in reach every branch often.
+        // The beginning of a valid line with random insertions reaches every branch often.
         std::string text = "1.0 200 OK\r\nA: b";
         text.resize(next(17));
         for (unsigned changes = next(5); changes > 0; --changes)

@@ -58,8 +58,8 @@ namespace {
 
 const pthread_t test_thread = pthread_self();
 
-// A 32-bit program with 64-bit times (_TIME_BITS=64) calls select and gettimeofday by other names.
-// Both names are replaced, in every build; only the one that the C library has can be called.
+// A 32-bit program with 64-bit times (_TIME_BITS=64) calls select and gettimeofday under other
+// names. Every build replaces both names, but the real function exists only under the one in use.
 constexpr bool has_other_names = sizeof(time_t) > sizeof(long);
 
 // The thread comes first: other threads must not read a record that the test is changing.
@@ -68,13 +68,13 @@ bool is_scripted()
     return pthread_equal(pthread_self(), test_thread) != 0 && stage.scripted;
 }
 
-// A client that goes on for ever would fill the memory before any time limit ends it.
-constexpr std::size_t most_calls = 1000000;
+// A client in an endless loop would fill the memory before any time limit ends it.
+constexpr std::size_t call_limit = 1000000;
 
-void note(const std::string &call)
+void record(const std::string &call)
 {
     stage.calls.push_back(call);
-    if (stage.calls.size() < most_calls)
+    if (stage.calls.size() < call_limit)
         return;
     std::fputs("the exchange does not end\n", stderr);
     std::abort();
@@ -95,12 +95,12 @@ hostent *scripted_host()
     bytes.clear();
     list.clear();
     for (const std::string &address : stage.host.addresses) {
-        std::string four(16, '\0'); // room for the longest length that a test gives
-        inet_pton(AF_INET, address.c_str(), four.data());
-        bytes.push_back(four);
+        std::string padded(16, '\0'); // as long as the longest h_length of a test
+        inet_pton(AF_INET, address.c_str(), padded.data());
+        bytes.push_back(padded);
     }
-    for (std::string &four : bytes)
-        list.push_back(four.data());
+    for (std::string &padded : bytes)
+        list.push_back(padded.data());
     list.push_back(nullptr);
     host = {};
     host.h_name = name;
@@ -110,8 +110,8 @@ hostent *scripted_host()
     return &host;
 }
 
-// Lets the scripted time pass up to the next arrival, for at most the timeout. True when something
-// has arrived.
+// Advances the scripted clock to the next arrival, by at most the timeout. True if something has
+// arrived.
 bool scripted_wait(std::int64_t timeout)
 {
     if (stage.arrivals.empty())
@@ -218,8 +218,8 @@ hostent *__wrap_gethostbyname(const char *name)
     if (!is_scripted())
         return __real_gethostbyname(name);
     const CountingPause pause;
-    note(std::string("look-up ") + name);
-    errno = ENOENT; // of files that a resolver has looked for
+    record(std::string("lookup ") + name);
+    errno = ENOENT; // as a resolver leaves it after looking for its files
     if (stage.host_error == 0)
         return scripted_host();
     h_errno = stage.host_error;
@@ -245,7 +245,7 @@ int __wrap_socket(int domain, int type, int protocol)
     if (!is_scripted())
         return __real_socket(domain, type, protocol);
     const CountingPause pause;
-    note("socket");
+    record("socket");
     if (stage.socket_error != 0)
         return fail_with(stage.socket_error);
     const int made = __real_socket(domain, type, protocol);
@@ -265,7 +265,7 @@ int __wrap_connect(int descriptor, const sockaddr *address, socklen_t size)
     std::memcpy(&peer, address, std::min<std::size_t>(size, sizeof peer));
     char text[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
-    note("connect " + std::string(text) + ":" + std::to_string(ntohs(peer.sin_port)));
+    record("connect " + std::string(text) + ":" + std::to_string(ntohs(peer.sin_port)));
     return stage.connect_error == 0 ? 0 : fail_with(stage.connect_error);
 }
 
@@ -274,8 +274,8 @@ ssize_t __wrap_send(int descriptor, const void *bytes, size_t length, int flags)
     if (!is_scripted())
         return __real_send(descriptor, bytes, length, flags);
     const CountingPause pause;
-    // The flag against SIGPIPE stands for no flag.
-    note((flags & ~MSG_NOSIGNAL) == 0 ? "send" : "send with flags");
+    // MSG_NOSIGNAL only suppresses SIGPIPE.
+    record((flags & ~MSG_NOSIGNAL) == 0 ? "send" : "send with flags");
     stage.sent.emplace_back(static_cast<const char *>(bytes), length);
     return stage.send_error == 0 ? static_cast<ssize_t>(length) : fail_with(stage.send_error);
 }
@@ -285,7 +285,7 @@ ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags)
     if (!is_scripted())
         return __real_recv(descriptor, bytes, size, flags);
     const CountingPause pause;
-    note("recv " + std::to_string(size));
+    record("recv " + std::to_string(size));
     return scripted_receive(bytes, size);
 }
 
@@ -297,10 +297,10 @@ int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, 
     int in_set = 0;
     for (int descriptor = 0; descriptor < static_cast<int>(FD_SETSIZE); ++descriptor)
         in_set += FD_ISSET(descriptor, reading) ? 1 : 0;
-    note("select " + std::to_string(range) + " " + std::to_string(timeout->tv_sec) + " s " +
-         std::to_string(timeout->tv_usec) + " us");
+    record("select " + std::to_string(range) + " " + std::to_string(timeout->tv_sec) + " s " +
+           std::to_string(timeout->tv_usec) + " us");
     if (in_set != 1 || writing != nullptr || failing != nullptr)
-        note("with another set");
+        record("unexpected descriptor sets");
     const int result = scripted_wait_result(timeout->tv_sec * second + timeout->tv_usec);
     if (result == 0 || stage.wait_lies)
         FD_ZERO(reading);
@@ -318,9 +318,9 @@ int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
     if (!is_scripted())
         return __real_poll(entries, count, milliseconds);
     const CountingPause pause;
-    note("poll " + std::to_string(milliseconds));
+    record("poll " + std::to_string(milliseconds));
     if (count != 1 || entries->events != POLLIN)
-        note("for something else");
+        record("unexpected events");
     const int result = scripted_wait_result(milliseconds * millisecond);
     entries->revents = result > 0 ? POLLIN : 0;
     return result;
@@ -331,9 +331,9 @@ int __wrap_close(int descriptor)
     if (!is_scripted())
         return __real_close(descriptor);
     const CountingPause pause;
-    note("close");
+    record("close");
     const int result = __real_close(descriptor);
-    errno = ENODEV; // a client that asks for errno behind this shows the wrong one
+    errno = ENODEV; // a client that reads errno too late reports this one
     return result;
 }
 

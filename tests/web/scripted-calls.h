@@ -1,7 +1,6 @@
-// The web client's system calls, replaced at link time (--wrap): a test makes each of them fail,
-// scripts what arrives on the connection and sets the clock. The replacements act only on the
-// test's own thread and only while stage.scripted is set; otherwise, and for a loopback peer, the
-// real calls are made.
+// The web client's system calls, replaced at link time (--wrap). A test can make each of them fail,
+// script the data that arrives, and set the clock. The replacements act only on the thread that
+// runs the tests and only while stage.scripted is set; otherwise the real calls are made.
 //
 //     stage.arrivals = {{"HTTP/1.0 200 OK\n\n"}, {"", ECONNRESET}};
 //     EXPECT_EQ(call_scripted(), outcome(...));
@@ -26,7 +25,7 @@ constexpr std::int64_t millisecond = 1000; // of the scripted clock, which count
 constexpr std::int64_t second = 1000 * millisecond;
 constexpr std::int64_t usual_time = 1763700000 * second + 123456;
 
-// What happens next on the scripted connection: a silence, then bytes or an error.
+// The next event on the scripted connection: a silence, then bytes or an error.
 struct Arrival {
     std::string bytes;
     int error = 0;
@@ -40,12 +39,12 @@ struct FoundHost {
     std::vector<std::string> addresses = {"127.0.0.1"};
 };
 
-// The world that the client sees while a test scripts it.
+// What the client sees while it is scripted, and what it did.
 struct Stage {
     bool scripted = false;
     std::vector<std::string> calls; // in order, with the arguments that matter
     std::vector<std::string> sent;  // one entry for each send
-    std::deque<Arrival> arrivals;   // after the last one the server has closed
+    std::deque<Arrival> arrivals;   // the server closes the connection after the last one
     std::int64_t now = usual_time;  // microseconds since 1970
     std::int64_t clock_jump = 0;    // added to the clock by the next wait that ends in silence
 
@@ -68,13 +67,12 @@ inline const std::string body_wait = "select 1024 10 s 0 us";
 
 inline const char *const web_url = "http://Web:81/p";
 
-// Makes a call with fresh records; everything that the test has set up stays.
+// Calls web_request after clearing the recorded calls; the rest of the stage stays.
 std::string call_scripted(const WebCall &call = {web_url});
 
 long count_of_calls(const std::string &call);
 
-// Lists of calls, to be compared with stage.calls: one list several times in a row, and several
-// lists as one.
+// Lists of calls to compare with stage.calls: a list repeated, and several lists joined.
 using CallList = std::vector<std::string>;
 CallList times(long count, const CallList &calls);
 CallList joined(const std::vector<CallList> &lists);

@@ -1,12 +1,11 @@
-// Calls of the web client as values: a test says what it asks for, gets everything that was
-// delivered and compares it as one text, so that a failure shows all of it.
+// Calls of the web client for the tests. A call returns everything that the client delivered as one
+// string, its outcome, so that a failed comparison shows all of it.
 //
-//     LoopbackPeer peer({{{PeerAct::ReadRequest}, {PeerAct::Send, "HTTP/1.0 200 OK\r\n\r\nx"}}});
-//     EXPECT_EQ(call_web({url_of(peer)}), outcome(0, "HTTP/1.0 200 OK\r\n\r", "x", ""));
+//     LoopbackPeer peer({answering("HTTP/1.0 200 OK\r\n\r\nx")});
+//     EXPECT_EQ(call_web({url_of(peer)}), delivered("HTTP/1.0 200 OK\r\n\r", "x"));
 #ifndef QUINTRAL_TESTS_WEB_TRANSACTION_CALLS_H
 #define QUINTRAL_TESTS_WEB_TRANSACTION_CALLS_H
 
-#include "tests/harness/descriptors.h"
 #include "tests/harness/loopback-peer.h"
 #include "web/transaction.h"
 
@@ -24,79 +23,36 @@
 namespace quintral::tests {
 
 using Clock = std::chrono::steady_clock;
-using Text = std::optional<std::string>; // none for a null pointer
+using OptionalString = std::optional<std::string>;
 
-inline const Text none;
+inline const OptionalString none; // for a null pointer
+
+// A reply, and its header as it is delivered
 
 inline const char *const good_header = "HTTP/1.0 200 OK\r\nA: b\r\n\r";
 inline const std::string good_reply = std::string(good_header) + "\nbody";
+
+// Errors
+
 inline const char *const timeout_error = "Timeout waiting for web site";
 inline const char *const cancel_error = "User canceled web transaction";
-
-struct WebCall {
-    std::string url;
-    const char *method = "GET";
-    std::vector<WebField> fields = {};
-    const char *proxy_host = nullptr;
-    int proxy_port = 0;
-    const char *proxy_user = nullptr;
-    const char *proxy_password = nullptr;
-};
-
-inline std::string shown(const Text &text)
-{
-    return text.has_value() ? testing::PrintToString(*text) : "none";
-}
-
-// What a call leaves behind, as one text.
-inline std::string outcome(int result, const Text &header, const Text &body,
-                           const std::string &error)
-{
-    return "result " + std::to_string(result) + "\nheader " + shown(header) + "\nbody " +
-           shown(body) + "\nerror " + testing::PrintToString(error);
-}
-
-// Outcomes by their usual shapes
-
-inline std::string delivered(const Text &header, const Text &body)
-{
-    return outcome(WebOk, header, body, "");
-}
-
-inline std::string good_outcome()
-{
-    return delivered(good_header, "body");
-}
-
-inline std::string failed(const std::string &error, const Text &header = none)
-{
-    return outcome(WebFailed, header, none, error);
-}
-
-inline std::string timed_out(const Text &header = none)
-{
-    return outcome(WebTimedOut, header, none, timeout_error);
-}
-
-inline std::string cancelled(const Text &header = none)
-{
-    return outcome(WebCancelled, header, none, cancel_error);
-}
-
-inline std::string header_too_long(std::size_t limit)
-{
-    return failed("Reply header from web site is longer than " + std::to_string(limit) + " bytes");
-}
-
-inline std::string body_too_long(const Text &header, std::size_t limit)
-{
-    return failed("Reply body from web site is longer than " + std::to_string(limit) + " bytes",
-                  header);
-}
-
-// Errors of the reply check
-
 inline const char *const no_http_error = "Invalid non-HTTP header string returned from web site";
+
+// What the client writes about an errno.
+inline std::string detail_of(int error)
+{
+    return "code " + std::to_string(error) + ": " + std::strerror(error);
+}
+
+inline std::string receive_error(int error)
+{
+    return "Error receiving data from web site: " + detail_of(error);
+}
+
+inline std::string reset_error()
+{
+    return receive_error(ECONNRESET);
+}
 
 inline std::string bad_status(int status, const std::string &reason)
 {
@@ -108,10 +64,72 @@ inline std::string unreadable_status(const std::string &rest)
     return "Invalid HTTP return status (can't parse header HTTP/" + rest + ")";
 }
 
-// A text that the client allocated: copied and released.
-inline Text taken(char *text)
+// Outcomes
+
+inline std::string shown(const OptionalString &text)
 {
-    Text copy = text == nullptr ? none : Text(text);
+    return text.has_value() ? testing::PrintToString(*text) : "none";
+}
+
+inline std::string outcome(int result, const OptionalString &header, const OptionalString &body,
+                           const std::string &error)
+{
+    return "result " + std::to_string(result) + "\nheader " + shown(header) + "\nbody " +
+           shown(body) + "\nerror " + testing::PrintToString(error);
+}
+
+inline std::string delivered(const OptionalString &header, const OptionalString &body)
+{
+    return outcome(WebOk, header, body, "");
+}
+
+inline std::string good_outcome()
+{
+    return delivered(good_header, "body");
+}
+
+inline std::string failed(const std::string &error, const OptionalString &header = none)
+{
+    return outcome(WebFailed, header, none, error);
+}
+
+inline std::string timed_out(const OptionalString &header = none)
+{
+    return outcome(WebTimedOut, header, none, timeout_error);
+}
+
+inline std::string cancelled(const OptionalString &header = none)
+{
+    return outcome(WebCancelled, header, none, cancel_error);
+}
+
+inline std::string header_too_long(std::size_t limit)
+{
+    return failed("Reply header from web site is longer than " + std::to_string(limit) + " bytes");
+}
+
+inline std::string body_too_long(const OptionalString &header, std::size_t limit)
+{
+    return failed("Reply body from web site is longer than " + std::to_string(limit) + " bytes",
+                  header);
+}
+
+// Calls
+
+struct WebCall {
+    std::string url;
+    const char *method = "GET";
+    std::vector<WebField> fields = {};
+    const char *proxy_host = nullptr;
+    int proxy_port = 0;
+    const char *proxy_user = nullptr;
+    const char *proxy_password = nullptr;
+};
+
+// Copies and releases a string that the client allocated.
+inline OptionalString taken(char *text)
+{
+    OptionalString copy = text == nullptr ? none : OptionalString(text);
     std::free(text);
     return copy;
 }
@@ -123,11 +141,11 @@ inline std::string call_web(const WebCall &call)
     const int result = web_request(
         call.url.c_str(), call.method, static_cast<int>(call.fields.size()), call.fields.data(),
         &header, &body, call.proxy_host, call.proxy_port, call.proxy_user, call.proxy_password);
-    const Text header_text = taken(header);
+    const OptionalString header_text = taken(header);
     return outcome(result, header_text, taken(body), web_last_error());
 }
 
-// web_exchange, which web_request is built on, with a peer.
+// Calls web_exchange directly, without a URL.
 inline std::string call_exchange(const LoopbackPeer &peer, const char *method,
                                  const std::string &extra_header, const std::string &body)
 {
@@ -136,20 +154,16 @@ inline std::string call_exchange(const LoopbackPeer &peer, const char *method,
     const int result =
         web_exchange("HTTP", "127.0.0.1", "/the path", peer.port(), method, extra_header, body,
                      &header, &body_out, nullptr, 0, nullptr, nullptr);
-    const Text header_text = taken(header);
+    const OptionalString header_text = taken(header);
     return outcome(result, header_text, taken(body_out), web_last_error());
 }
 
-inline std::string url_of(const LoopbackPeer &peer, const std::string &path = "/")
+inline std::string url_of(const LoopbackPeer &peer)
 {
-    return "http://" + peer.address() + path;
+    return "http://" + peer.address() + "/";
 }
 
-// The detail of a failed system call.
-inline std::string detail_of(int error)
-{
-    return "code " + std::to_string(error) + ": " + std::strerror(error);
-}
+// Requests
 
 // The bytes of a whole request, with `lines` between the fixed header lines and the empty line.
 inline std::string request_text(const std::string &request_line, const std::string &lines,
@@ -170,7 +184,7 @@ inline std::string form_lines(std::size_t body_length)
            std::to_string(body_length) + "\r\n";
 }
 
-// What a peer does
+// Peers
 
 inline const PeerStep reading = {PeerAct::ReadRequest};
 inline const PeerStep resetting = {PeerAct::Reset};
@@ -213,6 +227,8 @@ inline PeerScript resetting_after(const std::string &reply)
     return {reading, sending(reply), pausing(300), resetting};
 }
 
+// One exchange with a peer
+
 struct ReplyRow {
     const char *name;
     PeerScript script;
@@ -226,23 +242,9 @@ inline void check_reply_row(const ReplyRow &row)
     EXPECT_EQ(call_web({url_of(peer)}), row.expected);
 }
 
-inline long long milliseconds_since(Clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
+// The test fixture, and hooks for its tests
 
-inline std::string receive_error(int error)
-{
-    return "Error receiving data from web site: " + detail_of(error);
-}
-
-// The error of a receive after the peer has reset the connection.
-inline std::string reset_error()
-{
-    return receive_error(ECONNRESET);
-}
-
-// Leaves the client as it was at the start of the process.
+// Leaves the client as it was at process start.
 class WebTransaction : public testing::Test {
 protected:
     void TearDown() override
@@ -266,6 +268,11 @@ inline void request_cancel(void * /*user_data*/)
 inline void cancel_on_signal(int /*signal*/)
 {
     web_cancel_requested = 1;
+}
+
+inline long long milliseconds_since(Clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
 } // namespace quintral::tests

@@ -18,7 +18,7 @@ const std::string error_at_start = web_last_error();
 
 // Failures before the reply
 
-TEST_F(WebTransaction, ASchemeOtherThanHttpIsRefusedBeforeAnySocket)
+TEST_F(WebTransaction, ASchemeOtherThanHttpIsRejected)
 {
     const std::string long_scheme(100000, 'S');
     const struct {
@@ -38,7 +38,7 @@ TEST_F(WebTransaction, ASchemeOtherThanHttpIsRefusedBeforeAnySocket)
         EXPECT_EQ(call_web({row.url}), failed("Protocol should be HTTP, not " + row.scheme));
 }
 
-TEST_F(WebTransaction, AnExchangeTakesTheSchemeHttpInUpperCaseOnly)
+TEST_F(WebTransaction, AnExchangeAcceptsOnlyTheUpperCaseSchemeHttp)
 {
     for (const char *scheme : {"http", "Http", "HTTP ", "HTTPS", ""}) {
         char *header = nullptr;
@@ -52,8 +52,8 @@ TEST_F(WebTransaction, AnExchangeTakesTheSchemeHttpInUpperCaseOnly)
     }
 }
 
-// The resolver refuses two full stops in a row without asking anybody.
-TEST_F(WebTransaction, ANameThatIsNotFoundIsReportedWithTheResolversText)
+// The resolver rejects two periods in a row without a query.
+TEST_F(WebTransaction, ANameThatIsNotFoundIsReportedWithTheResolversReason)
 {
     h_errno = 0;
     ASSERT_EQ(gethostbyname("A..B"), nullptr);
@@ -67,7 +67,7 @@ TEST_F(WebTransaction, ANameThatIsNotFoundIsReportedWithTheResolversText)
     EXPECT_EQ(call_web(through_proxy), failed("Can't find web server 'THE-SERVER': " + reason));
 }
 
-TEST_F(WebTransaction, ARefusedConnectionIsReportedWithTheSystemsText)
+TEST_F(WebTransaction, ARefusedConnectionIsReportedWithTheSystemsReason)
 {
     const std::string port = std::to_string(refused_port());
     const std::string refused = detail_of(ECONNREFUSED);
@@ -83,12 +83,12 @@ TEST_F(WebTransaction, ARefusedConnectionIsReportedWithTheSystemsText)
 
 // The last error
 
-TEST_F(WebTransaction, TheLastErrorIsEmptyAtTheStartOfTheProcess)
+TEST_F(WebTransaction, TheLastErrorIsEmptyAtProcessStart)
 {
     EXPECT_EQ(error_at_start, "");
 }
 
-TEST_F(WebTransaction, AnErrorIsFormattedStoredAndReturned)
+TEST_F(WebTransaction, SettingAnErrorFormatsStoresAndReturnsIt)
 {
     const std::string long_text(1000000, 'x');
     const char *set = web_set_error("%s and %d%%", "text", -7);
@@ -107,16 +107,16 @@ void copy_last_error(void *user_data)
     *static_cast<std::string *>(user_data) = web_last_error();
 }
 
-TEST_F(WebTransaction, ARequestDiscardsTheLastErrorAtItsStart)
+TEST_F(WebTransaction, ARequestClearsTheLastErrorAtItsStart)
 {
-    std::string meanwhile = "not looked at";
+    std::string during_request = "the hook was not called";
     web_set_error("old");
-    web_set_idle_hook(copy_last_error, &meanwhile);
-    check_reply_row({"discarded", answering_after(500), good_outcome()});
-    EXPECT_EQ(meanwhile, "");
+    web_set_idle_hook(copy_last_error, &during_request);
+    check_reply_row({"cleared", answering_after(500), good_outcome()});
+    EXPECT_EQ(during_request, "");
 }
 
-TEST_F(WebTransaction, TheErrorOfTheNextFailureReplacesTheLast)
+TEST_F(WebTransaction, TheNextFailureReplacesTheLastError)
 {
     EXPECT_EQ(call_web({"one://h/"}), failed("Protocol should be HTTP, not ONE"));
     EXPECT_EQ(call_web({"two://h/"}), failed("Protocol should be HTTP, not TWO"));
@@ -124,14 +124,14 @@ TEST_F(WebTransaction, TheErrorOfTheNextFailureReplacesTheLast)
     check_reply_row({"none", answering("A\n\n"), delivered("A\n", "")});
 }
 
-TEST_F(WebTransaction, AnExchangeOfItsOwnDoesNotDiscardTheLastError)
+TEST_F(WebTransaction, ABareExchangeDoesNotClearTheLastError)
 {
     LoopbackPeer peer({answering(good_reply)});
     web_set_error("old");
     EXPECT_EQ(call_exchange(peer, "GET", "", ""), outcome(WebOk, good_header, "body", "old"));
 }
 
-TEST_F(WebTransaction, TheSystemErrorTextIsCodeAndText)
+TEST_F(WebTransaction, TheErrnoTextHasTheNumberAndTheSystemsMessage)
 {
     for (int error : {0, 1, EAGAIN, ECONNREFUSED, ETIMEDOUT, 99999, -5}) {
         const std::string expected = detail_of(error);
@@ -142,7 +142,7 @@ TEST_F(WebTransaction, TheSystemErrorTextIsCodeAndText)
     EXPECT_STREQ(web_errno_text(), "code 1: Operation not permitted");
 }
 
-TEST_F(WebTransaction, TheSystemErrorTextIsOneBufferThatTheNextOverwrites)
+TEST_F(WebTransaction, TheErrnoTextIsOneBufferThatTheNextCallOverwrites)
 {
     errno = EPERM;
     const char *first = web_errno_text();

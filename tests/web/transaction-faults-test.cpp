@@ -1,4 +1,4 @@
-// Transactions whose system calls are scripted: which calls they make and what each failure gives.
+// Transactions with scripted system calls: the calls they make, and the result if each one fails.
 #include "tests/web/scripted-calls.h"
 #include "web/transaction.h"
 
@@ -22,7 +22,7 @@ TEST_F(WebTransactionUnderFaults, AnExchangeMakesTheseCallsInThisOrder)
 {
     stage.arrivals = {{"A\n\nb"}};
     EXPECT_EQ(call_scripted(), delivered("A\n", "b"));
-    EXPECT_EQ(stage.calls, joined({{"socket", "look-up WEB", "connect 127.0.0.1:81"},
+    EXPECT_EQ(stage.calls, joined({{"socket", "lookup WEB", "connect 127.0.0.1:81"},
                                    times(10, {"send"}),
                                    times(3, {header_wait, "recv 1"}),
                                    times(2, {body_wait, "recv 1023"}),
@@ -53,7 +53,7 @@ TEST_F(WebTransactionUnderFaults, EachPieceOfTheRequestIsOneSend)
     EXPECT_EQ(stage.sent, expected);
 }
 
-TEST_F(WebTransactionUnderFaults, SendsThatFailAreNotLookedAt)
+TEST_F(WebTransactionUnderFaults, FailedSendsAreIgnored)
 {
     for (int error : {EPIPE, ECONNRESET, EINTR}) {
         stage.send_error = error;
@@ -69,7 +69,7 @@ TEST_F(WebTransactionUnderFaults, ASchemeOtherThanHttpMakesNoCallAtAll)
     EXPECT_EQ(stage.calls, CallList());
 }
 
-TEST_F(WebTransactionUnderFaults, ASocketThatCannotBeMadeFailsBeforeTheLookUp)
+TEST_F(WebTransactionUnderFaults, AFailureToCreateASocketComesBeforeTheLookup)
 {
     for (int error : {EMFILE, ENFILE, ENOBUFS, EACCES}) {
         stage.socket_error = error;
@@ -81,9 +81,9 @@ TEST_F(WebTransactionUnderFaults, ASocketThatCannotBeMadeFailsBeforeTheLookUp)
     EXPECT_STREQ(web_last_error(), "Can't create web socket, code 24: Too many open files");
 }
 
-// The look-up
+// The lookup
 
-TEST_F(WebTransactionUnderFaults, EachFailureOfTheResolverIsReportedWithItsText)
+TEST_F(WebTransactionUnderFaults, EachResolverFailureIsReportedWithItsReason)
 {
     const struct {
         int error;
@@ -99,17 +99,17 @@ TEST_F(WebTransactionUnderFaults, EachFailureOfTheResolverIsReportedWithItsText)
         const std::string text = row.text;
         stage.host_error = row.error;
         EXPECT_EQ(call_scripted(), failed("Can't find web server 'WEB': " + text));
-        EXPECT_EQ(stage.calls, CallList({"socket", "look-up WEB", "close"}));
+        EXPECT_EQ(stage.calls, CallList({"socket", "lookup WEB", "close"}));
 
         WebCall through_proxy = {web_url};
         through_proxy.proxy_host = "The-Proxy";
         through_proxy.proxy_port = 3128;
         EXPECT_EQ(call_scripted(through_proxy), failed("Can't find web server 'WEB': " + text));
-        EXPECT_EQ(stage.calls, CallList({"socket", "look-up The-Proxy", "close"}));
+        EXPECT_EQ(stage.calls, CallList({"socket", "lookup The-Proxy", "close"}));
     }
 }
 
-TEST_F(WebTransactionUnderFaults, AnAnswerWithoutAnIPv4AddressIsNoAddress)
+TEST_F(WebTransactionUnderFaults, ALookupWithoutAnIPv4AddressFails)
 {
     const struct {
         const char *name;
@@ -126,11 +126,11 @@ TEST_F(WebTransactionUnderFaults, AnAnswerWithoutAnIPv4AddressIsNoAddress)
         EXPECT_EQ(call_scripted(),
                   failed("Can't find web server 'WEB': No address associated with name"))
             << row.name;
-        EXPECT_EQ(stage.calls, CallList({"socket", "look-up WEB", "close"})) << row.name;
+        EXPECT_EQ(stage.calls, CallList({"socket", "lookup WEB", "close"})) << row.name;
     }
 }
 
-TEST_F(WebTransactionUnderFaults, TheHostIsLookedUpInUpperCaseAndTheProxyAsItIs)
+TEST_F(WebTransactionUnderFaults, AHostIsLookedUpInUpperCaseAndAProxyAsGiven)
 {
     const std::string long_host(100000, 'h');
     const std::string long_upper_host(100000, 'H');
@@ -153,11 +153,11 @@ TEST_F(WebTransactionUnderFaults, TheHostIsLookedUpInUpperCaseAndTheProxyAsItIs)
         call.proxy_host = row.proxy;
         EXPECT_EQ(call_scripted(call), delivered("A\n", ""));
         ASSERT_GE(stage.calls.size(), 2u);
-        EXPECT_EQ(stage.calls[1], "look-up " + row.expected);
+        EXPECT_EQ(stage.calls[1], "lookup " + row.expected);
     }
 }
 
-TEST_F(WebTransactionUnderFaults, AHostOfAnyLengthIsNamedWholeWhenItFails)
+TEST_F(WebTransactionUnderFaults, ErrorsNameAHostOfAnyLengthInFull)
 {
     const std::string host(100000, 'h');
     const std::string upper(100000, 'H');
@@ -173,7 +173,7 @@ TEST_F(WebTransactionUnderFaults, AHostOfAnyLengthIsNamedWholeWhenItFails)
 
 // The connection
 
-TEST_F(WebTransactionUnderFaults, OnlyTheFirstAddressIsTriedAtThePeersPort)
+TEST_F(WebTransactionUnderFaults, OnlyTheFirstAddressIsTriedOnThePeersPort)
 {
     const struct {
         std::string url;
@@ -207,7 +207,7 @@ TEST_F(WebTransactionUnderFaults, OnlyTheFirstAddressIsTriedAtThePeersPort)
     }
 }
 
-TEST_F(WebTransactionUnderFaults, EachFailureOfConnectShowsItsOwnError)
+TEST_F(WebTransactionUnderFaults, EachConnectFailureIsReportedWithItsErrno)
 {
     for (int error : {ECONNREFUSED, ENETUNREACH, EHOSTUNREACH, ETIMEDOUT, EINTR}) {
         stage.connect_error = error;
@@ -218,7 +218,7 @@ TEST_F(WebTransactionUnderFaults, EachFailureOfConnectShowsItsOwnError)
 
 // Receiving
 
-TEST_F(WebTransactionUnderFaults, APassingErrorInTheHeaderReceivesAgainAtOnce)
+TEST_F(WebTransactionUnderFaults, ATransientErrorInTheHeaderIsRetriedAtOnce)
 {
     for (int error : {EAGAIN, EINTR}) {
         stage.arrivals = {{"A"}, {"", error}, {"", error}, {"\n"}, {"", error}, {"\nb"}};
@@ -234,7 +234,7 @@ TEST_F(WebTransactionUnderFaults, APassingErrorInTheHeaderReceivesAgainAtOnce)
     }
 }
 
-TEST_F(WebTransactionUnderFaults, APassingErrorInTheBodyEndsTheBody)
+TEST_F(WebTransactionUnderFaults, ATransientErrorInTheBodyEndsTheBody)
 {
     for (int error : {EAGAIN, EINTR}) {
         stage.arrivals = {{"A\n\n"}, {"", error}, {"lost"}};
@@ -245,7 +245,7 @@ TEST_F(WebTransactionUnderFaults, APassingErrorInTheBodyEndsTheBody)
     }
 }
 
-TEST_F(WebTransactionUnderFaults, AnyOtherErrorInTheBodyFailsWithTheHeaderDelivered)
+TEST_F(WebTransactionUnderFaults, AnyOtherErrorInTheBodyFailsButDeliversTheHeader)
 {
     for (int error : {ECONNRESET, ETIMEDOUT, EIO, EBADF, ENOTCONN}) {
         stage.arrivals = {{"A\n\n"}, {"some"}, {"", error}, {"more"}};
@@ -254,7 +254,7 @@ TEST_F(WebTransactionUnderFaults, AnyOtherErrorInTheBodyFailsWithTheHeaderDelive
     }
 }
 
-TEST_F(WebTransactionUnderFaults, BehindAnErrorInTheHeaderTheBodyPhaseDecides)
+TEST_F(WebTransactionUnderFaults, AfterAnErrorInTheHeaderTheBodyPhaseDecides)
 {
     const std::string later = receive_error(EPIPE);
     const auto recorded = [](const char *header, const char *body) {
@@ -288,9 +288,9 @@ TEST_F(WebTransactionUnderFaults, BehindAnErrorInTheHeaderTheBodyPhaseDecides)
     }
 }
 
-// Errors of the system
+// web_errno_text
 
-TEST_F(WebTransactionUnderFaults, ASystemTextOfAnyLengthFitsTheBuffer)
+TEST_F(WebTransactionUnderFaults, ASystemMessageOfAnyLengthFitsTheErrnoText)
 {
     stage.error_text = std::string(5000, 'e');
     errno = EIO;

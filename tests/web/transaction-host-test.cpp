@@ -1,4 +1,4 @@
-// What a transaction leaves alone in its host program: signals, descriptors, the socket on exec.
+// What a transaction does not change in its host program: signal handling and open descriptors.
 #include "tests/harness/child-process.h"
 #include "tests/harness/loopback-peer.h"
 #include "tests/web/transaction-calls.h"
@@ -27,8 +27,8 @@ void count_pipe_signal(int /*signal*/)
     pipe_signals = pipe_signals + 1;
 }
 
-// In a child: an exchange that goes on sending after the peer's reset, under the given handling of
-// SIGPIPE. Returns 0, or a number that says what has been disturbed.
+// In a child process: runs an exchange that keeps sending after the peer's reset, with this handler
+// of SIGPIPE. Returns 0, or the number of the check that failed.
 int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
 {
     struct sigaction set = {};
@@ -36,7 +36,8 @@ int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
     set.sa_handler = handler;
     set.sa_flags = SA_NODEFER;
     sigaction(SIGPIPE, &set, nullptr);
-    // More than the sockets hold: the reset comes while it is sent, and nine pieces follow.
+    // More than the socket buffers take, so the reset arrives in the middle, before nine more
+    // sends.
     const std::string path(30000000, 'p');
     const std::string body(30000000, 'b');
     char *header = nullptr;
@@ -57,7 +58,7 @@ int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
     return pipe_signals == 0 ? 0 : 3;
 }
 
-TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndLeavesItsHandlingAlone)
+TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndKeepsTheHostsHandling)
 {
     const struct {
         const char *name;
@@ -76,7 +77,7 @@ TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndLeavesItsHandlingAlone)
 struct DescriptorSighting {
     std::uint16_t peer_port;
     int connections;           // of this process to the peer
-    std::string listed_before; // what a started program finds open
+    std::string listed_before; // the descriptors that a started program finds open
     std::string listed;
 };
 
@@ -106,7 +107,7 @@ void look_at_descriptors(void *user_data)
     web_cancel_requested = 1;
 }
 
-TEST_F(WebTransaction, AProgramStartedMeanwhileDoesNotInheritTheSocket)
+TEST_F(WebTransaction, AStartedProgramDoesNotInheritTheSocket)
 {
     LoopbackPeer peer({{holding}});
     DescriptorSighting sighting = {peer.port(), 0, descriptors_of_a_program(), ""};
@@ -124,8 +125,8 @@ void throw_fault(void *)
     throw HookFault();
 }
 
-// A failed assertion of a plug-in throws out of its hook.
-TEST_F(WebTransaction, AHookThatThrowsLeavesNoSocketBehind)
+// For example, a failed assertion in a plug-in throws from its hook.
+TEST_F(WebTransaction, AHookThatThrowsLeaksNoSocket)
 {
     LoopbackPeer peer({{holding}});
     web_set_idle_hook(throw_fault, nullptr);

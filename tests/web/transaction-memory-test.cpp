@@ -1,4 +1,5 @@
-// What a transaction does when memory runs out, and that it releases everything it takes.
+// Transactions that run out of memory, and whether transactions release everything they allocate.
+#include "tests/harness/descriptors.h"
 #include "tests/web/counted-memory.h"
 #include "tests/web/scripted-calls.h"
 #include "web/transaction.h"
@@ -18,10 +19,8 @@ namespace {
 
 using namespace tests;
 
-// Memory
-
-// Each way for an exchange to end, in turn, on the scripted connection.
-std::vector<std::deque<Arrival>> endings()
+// What arrives, for each way an exchange can end.
+std::vector<std::deque<Arrival>> arrivals_for_each_end()
 {
     return {
         {{"HTTP/1.0 200 OK\r\nA long enough header: value\r\n\r\nA body of some length"}},
@@ -33,8 +32,8 @@ std::vector<std::deque<Arrival>> endings()
     };
 }
 
-// Runs one transaction with the given allocation failing. True when it was reached; it must have
-// thrown then and left nothing behind but what it had delivered.
+// Runs one transaction whose allocation with this number fails. True if there was such an
+// allocation; the transaction must then have thrown, and leaked nothing.
 bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
 {
     char *header = nullptr;
@@ -43,7 +42,7 @@ bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
     stage.arrivals = arrivals;
     stage.calls.clear();
     stage.sent.clear();
-    web_set_error("in place of the one before");
+    web_set_error("an earlier error");
     const std::size_t descriptors = open_descriptors();
     const WebField fields[] = {{"a name", "a value"}, {"another name", "another value"}};
     start_counting(fail_at);
@@ -56,10 +55,10 @@ bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
     memory_count.fail_at = 0;
     std::free(header);
     std::free(body);
-    web_set_error("in its place");
+    web_set_error("a later error");
     memory_count.on = false;
     EXPECT_EQ(thrown, memory_count.failed);
-    // The error set before was released by the request; the one set behind it takes its place.
+    // The request released the earlier error; the later one balances the count.
     EXPECT_EQ(memory_count.live, 0);
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_EQ(count_of_calls("close"), count_of_calls("socket"));
@@ -67,21 +66,22 @@ bool fails_cleanly(const std::deque<Arrival> &arrivals, std::int64_t fail_at)
     return memory_count.failed;
 }
 
-TEST_F(WebTransactionUnderFaults, EachAllocationThatFailsThrowsAndLosesNothing)
+TEST_F(WebTransactionUnderFaults, EachFailedAllocationThrowsAndLeaksNothing)
 {
-    for (const auto &arrivals : endings()) {
+    for (const auto &arrivals : arrivals_for_each_end()) {
         std::int64_t fail_at = 1;
         while (fails_cleanly(arrivals, fail_at) && !HasFailure())
             ++fail_at;
-        // At the least the two copies: valgrind hides the operators new and delete from us.
+        // At least the two copies of the reply. More is not certain: valgrind replaces operator
+        // new.
         EXPECT_GT(fail_at, 1) << "allocations are not counted";
         EXPECT_FALSE(HasFailure()) << "with allocation " << fail_at << " failing";
     }
 }
 
-TEST_F(WebTransactionUnderFaults, AReplyCopyThatCannotBeMadeThrowsWithTheSocketClosed)
+TEST_F(WebTransactionUnderFaults, AFailureToCopyTheReplyThrowsAndClosesTheSocket)
 {
-    // Lengths that nothing else has.
+    // Sizes that no other allocation has.
     const std::string header_text = std::string(4320, 'h') + "\n";
     const std::string body_text(5432, 'b');
     const struct {
@@ -105,7 +105,7 @@ TEST_F(WebTransactionUnderFaults, AReplyCopyThatCannotBeMadeThrowsWithTheSocketC
             std::bad_alloc);
         memory_count.on = false;
         EXPECT_TRUE(memory_count.failed);
-        EXPECT_EQ(taken(header), row.header_delivered ? Text(header_text) : none);
+        EXPECT_EQ(taken(header), row.header_delivered ? OptionalString(header_text) : none);
         EXPECT_EQ(taken(body), none);
         EXPECT_EQ(count_of_calls("recv 1023"), row.body_receives);
         EXPECT_EQ(count_of_calls("close"), 1);
@@ -113,8 +113,7 @@ TEST_F(WebTransactionUnderFaults, AReplyCopyThatCannotBeMadeThrowsWithTheSocketC
     }
 }
 
-// An error that cannot be stored leaves the one before as it was.
-TEST_F(WebTransactionUnderFaults, AnErrorTextThatCannotBeAllocatedThrowsAndKeepsTheLast)
+TEST_F(WebTransactionUnderFaults, AFailureToStoreAnErrorThrowsAndKeepsTheLastOne)
 {
     const std::string text(6543, 'x');
     web_set_error("the last");
@@ -128,7 +127,7 @@ TEST_F(WebTransactionUnderFaults, AnErrorTextThatCannotBeAllocatedThrowsAndKeeps
 
 struct MixedExchange {
     const char *name;
-    PeerScript script; // empty where the exchange makes no connection
+    PeerScript script; // empty if the exchange makes no connection
     std::string host;  // "PEER" stands for the peer's address
     bool through_proxy;
     bool cancelled;
@@ -146,7 +145,7 @@ std::vector<MixedExchange> mixed_exchanges()
         {"closed at once", {reading}, "PEER", false, false, 9999},
         {"reset at once", {resetting}, "PEER", false, false, 9999},
         {"reset in the body", {reading, header, body, resetting}, "PEER", false, false, 9999},
-        {"closed in mid-line", {reading, sending("HTTP")}, "PEER", false, false, 500},
+        {"closed within a line", {reading, sending("HTTP")}, "PEER", false, false, 500},
         {"too long a body", {reading, header, body}, "PEER", false, false, 1000},
         {"cancelled", {holding}, "PEER", false, true, 9999},
         {"refused", {}, refused, false, false, 9999},
@@ -169,7 +168,7 @@ void run_mixed_exchange(const MixedExchange &exchange, const LoopbackPeer &peer)
     std::free(body);
 }
 
-TEST_F(WebTransactionUnderFaults, HundredsOfMixedExchangesLeaveNoDescriptorAndNoMemory)
+TEST_F(WebTransactionUnderFaults, HundredsOfMixedExchangesLeakNoDescriptorAndNoMemory)
 {
     constexpr int rounds = 40;
     stage.scripted = false;
@@ -184,13 +183,13 @@ TEST_F(WebTransactionUnderFaults, HundredsOfMixedExchangesLeaveNoDescriptorAndNo
     const std::size_t descriptors = open_descriptors();
     {
         LoopbackPeer peer(scripts);
-        web_set_error("in place of the one before");
+        web_set_error("an earlier error");
         start_counting();
         for (int round = 0; round < rounds; ++round) {
             for (const MixedExchange &exchange : exchanges)
                 run_mixed_exchange(exchange, peer);
         }
-        web_set_error("in its place");
+        web_set_error("a later error");
         memory_count.on = false;
         peer.received(static_cast<int>(scripts.size()) - 1);
         EXPECT_EQ(peer.connection_count(), static_cast<int>(scripts.size()));

@@ -1,5 +1,5 @@
-// What a transaction delivers of each kind of reply, over real sockets, and which headers the reply
-// check accepts.
+// What a transaction delivers for each kind of reply, over real sockets, and which headers the
+// reply check accepts.
 #include "tests/harness/child-process.h"
 #include "tests/harness/loopback-peer.h"
 #include "tests/harness/text.h"
@@ -20,7 +20,7 @@ using namespace tests;
 
 const std::string ok_header = "HTTP/1.0 200 OK\r\n";
 
-// A reply that the server sends and then closes, and what is delivered of it.
+// A reply, after which the server closes the connection, and what is delivered.
 struct DeliveryRow {
     const char *rule;
     std::string reply;
@@ -56,7 +56,7 @@ TEST_F(WebTransaction, AReplyIsReadUpToTheEmptyLineAndThenToTheClose)
     check_reply_row({"before the request", {sending(good_reply), reading}, good_outcome()});
 }
 
-TEST_F(WebTransaction, ANulEndsTheHeaderTextAndLosesTheRestOfABodyChunk)
+TEST_F(WebTransaction, ANulCutsTheHeaderAndTheRestOfABodyChunk)
 {
     const std::string nul(1, '\0');
     const std::string xs(1000, 'x');
@@ -73,14 +73,14 @@ TEST_F(WebTransaction, ANulEndsTheHeaderTextAndLosesTheRestOfABodyChunk)
     const PeerStep with_nul = sending("A\n\nab" + nul + "cd");
     const PeerStep nul_first = sending(nul + "cd");
     const PeerStep last = sending("ef");
-    const PeerStep pause = pausing(500); // so that the next bytes are a chunk of their own
+    const PeerStep pause = pausing(500); // so that the next bytes arrive as a separate chunk
     const std::string expected = delivered("A\n", "abef");
     check_reply_row({"in the body", {reading, with_nul, pause, last}, expected});
     check_reply_row(
         {"first in a chunk", {reading, first, pause, nul_first, pause, last}, expected});
 }
 
-TEST_F(WebTransaction, BodiesOfAnyLengthArriveWhole)
+TEST_F(WebTransaction, BodiesOfAnyLengthAreDelivered)
 {
     for (std::size_t length : {0u, 1u, 1022u, 1023u, 1024u, 1025u, 2046u, 2047u, 3000000u}) {
         std::string body;
@@ -92,15 +92,15 @@ TEST_F(WebTransaction, BodiesOfAnyLengthArriveWhole)
     }
 }
 
-TEST_F(WebTransaction, HeadersOfAnyLengthArriveWhole)
+TEST_F(WebTransaction, HeadersOfAnyLengthAreDelivered)
 {
     const std::string header = repeated(30000, "A: b\r\n") + std::string(100000, 'x');
     LoopbackPeer peer({answering(header + "\r\n\r\nbody")});
     EXPECT_TRUE(call_web({url_of(peer)}) == delivered(header + "\r\n\r", "body"));
 }
 
-// At the close the last byte counts once more. After a line feed that makes an empty line.
-TEST_F(WebTransaction, ACloseBehindALineFeedOrBeforeAnyByteEndsTheHeader)
+// At the close the last byte is processed again. If it is a line feed, that makes an empty line.
+TEST_F(WebTransaction, ACloseAfterALineFeedOrBeforeAnyByteEndsTheHeader)
 {
     const std::string two_lines = "HTTP/1.0 200 OK\nA: b\n";
     check_delivery({"before any byte", "", "", ""});
@@ -110,7 +110,7 @@ TEST_F(WebTransaction, ACloseBehindALineFeedOrBeforeAnyByteEndsTheHeader)
         {"later", {reading, sending(ok_header), pausing(300)}, delivered(ok_header, "")});
 }
 
-TEST_F(WebTransaction, TheReplyCheckRefusesTheHeaderOfACloseBeforeAnyByte)
+TEST_F(WebTransaction, TheReplyCheckRejectsAnEmptyReply)
 {
     LoopbackPeer peer({answering("")});
     EXPECT_EQ(call_web({url_of(peer)}), delivered("", ""));
@@ -118,7 +118,7 @@ TEST_F(WebTransaction, TheReplyCheckRefusesTheHeaderOfACloseBeforeAnyByte)
     EXPECT_STREQ(web_last_error(), no_http_error);
 }
 
-TEST_F(WebTransaction, ACloseInMidLineRepeatsTheLastByteUpToTheHeaderLimit)
+TEST_F(WebTransaction, ACloseWithinALineRepeatsTheLastByteUpToTheHeaderLimit)
 {
     const char *const replies[] = {"HTTP/1.0 200 OK\r\nA: b", "HTTP/1.0 200 OK\r\n\r", "x"};
     for (const char *reply : replies) {
@@ -127,8 +127,8 @@ TEST_F(WebTransaction, ACloseInMidLineRepeatsTheLastByteUpToTheHeaderLimit)
     }
 }
 
-// Without a limit it goes on for as long as the program lives: the child does not end by itself.
-TEST_F(WebTransaction, ACloseInMidLineGoesOnWithoutALimit)
+// The exchange runs until the alarm ends the child process.
+TEST_F(WebTransaction, ACloseWithinALineNeverEndsWithoutALimit)
 {
     LoopbackPeer peer({answering("HTTP/1.0 200 OK\r\nA")});
     const ChildResult result = run_child_function([&peer] {
@@ -139,7 +139,7 @@ TEST_F(WebTransaction, ACloseInMidLineGoesOnWithoutALimit)
     EXPECT_EQ(result.signal, SIGALRM);
 }
 
-// The body phase decides about the result: the socket has told its error and now reads as closed.
+// The socket reports its error once and then reads as closed, so the body phase succeeds.
 TEST_F(WebTransaction, AReceiveErrorInTheHeaderEndsTheHeaderAndIsRecorded)
 {
     for (const std::string &header : {std::string(), std::string("HTTP/1.0 2"), ok_header})
@@ -147,7 +147,7 @@ TEST_F(WebTransaction, AReceiveErrorInTheHeaderEndsTheHeaderAndIsRecorded)
             {header.c_str(), resetting_after(header), outcome(WebOk, header, "", reset_error())});
 }
 
-TEST_F(WebTransaction, AReceiveErrorInTheBodyDeliversTheHeaderOnly)
+TEST_F(WebTransaction, AReceiveErrorInTheBodyDeliversOnlyTheHeader)
 {
     const ReplyRow rows[] = {
         {"before any byte", resetting_after("A: b\r\n\r\n"), failed(reset_error(), "A: b\r\n\r")},
@@ -159,7 +159,7 @@ TEST_F(WebTransaction, AReceiveErrorInTheBodyDeliversTheHeaderOnly)
 
 // Limits
 
-TEST_F(WebTransaction, AReplyOfExactlyTheLimitPassesAndOneByteMoreFails)
+TEST_F(WebTransaction, AReplyMayReachItsLimitButNotExceedIt)
 {
     const std::size_t size = std::strlen(good_header);
     const std::string nuls(3, '\0');
@@ -194,7 +194,7 @@ TEST_F(WebTransaction, AReplyOfExactlyTheLimitPassesAndOneByteMoreFails)
     }
 }
 
-TEST_F(WebTransaction, LimitsStayUntilReplacedAnd0IsNone)
+TEST_F(WebTransaction, LimitsStayUntilTheyAreReplacedAnd0MeansNone)
 {
     web_set_reply_limits(0, 3);
     LoopbackPeer peer({answering(good_reply)});
@@ -204,7 +204,7 @@ TEST_F(WebTransaction, LimitsStayUntilReplacedAnd0IsNone)
     EXPECT_EQ(call_web({url_of(peer)}), good_outcome());
 }
 
-TEST_F(WebTransaction, ALimitEndsAReplyThatNeverStops)
+TEST_F(WebTransaction, ALimitEndsAReplyThatNeverEnds)
 {
     const PeerStep header_forever = {PeerAct::SendForever, "A: b\r\n"};
     const PeerStep body_forever = {PeerAct::SendForever, std::string(10000, 'x')};
@@ -215,7 +215,7 @@ TEST_F(WebTransaction, ALimitEndsAReplyThatNeverStops)
 }
 
 // The exchange ends at once, not only when the server closes or falls silent.
-TEST_F(WebTransaction, ALimitEndsAnExchangeAtItsFirstByteTooMany)
+TEST_F(WebTransaction, ALimitEndsAnExchangeAtTheFirstExcessByte)
 {
     web_set_reply_limits(0, 3);
     const auto start = Clock::now();
@@ -276,7 +276,7 @@ TEST_F(WebTransaction, TheReplyCheckAcceptsAStatusFrom200To299)
     }
 }
 
-TEST_F(WebTransaction, AReplyThatPassesTheCheckLeavesTheLastErrorAlone)
+TEST_F(WebTransaction, AReplyThatPassesTheCheckKeepsTheLastError)
 {
     web_set_error("old");
     EXPECT_EQ(web_check_reply("HTTP/1.0 200 OK"), 0);

@@ -120,7 +120,7 @@ TEST_F(WebTransaction, AnUpperCaseHostNameIsLookedUpAndSent)
     EXPECT_EQ(peer.received(0), request_text("GET " + url, form_lines(0) + "Host: LOCALHOST\r\n"));
 }
 
-TEST_F(WebTransaction, AnEmptyProxyHostIsADirectConnection)
+TEST_F(WebTransaction, AnEmptyProxyHostMeansADirectConnection)
 {
     LoopbackPeer peer({answering(good_reply)});
     WebCall call = {url_of(peer)};
@@ -144,7 +144,7 @@ TEST_F(WebTransaction, PortsAreCutToTheirLow16Bits)
     EXPECT_EQ(peer.connection_count(), 6);
 }
 
-TEST_F(WebTransaction, UrlsAndHostsOfAnyLengthGoOutWhole)
+TEST_F(WebTransaction, UrlsAndHostsOfAnyLengthAreSentInFull)
 {
     for (std::size_t length : {64u, 256u, 100000u}) {
         SCOPED_TRACE(length);
@@ -159,7 +159,7 @@ TEST_F(WebTransaction, UrlsAndHostsOfAnyLengthGoOutWhole)
     }
 }
 
-TEST_F(WebTransaction, CredentialsOfAnyLengthGoOutWhole)
+TEST_F(WebTransaction, CredentialsOfAnyLengthAreSentInFull)
 {
     LoopbackPeer peer({answering(good_reply)});
     const std::string user(99999, 'u');
@@ -174,7 +174,7 @@ TEST_F(WebTransaction, CredentialsOfAnyLengthGoOutWhole)
                                                   repeated(33332, "cHBw") + "\r\n"));
 }
 
-TEST_F(WebTransaction, AnExchangeSendsItsExtraHeaderUnlessEmptyAndItsBodyWithFullLength)
+TEST_F(WebTransaction, AnExchangeSendsANonEmptyExtraHeaderAndTheFullBody)
 {
     const std::string bytes("a\0b\r\n\0", 6);
     const std::string length = "Content-Length: " + std::to_string(bytes.size());
@@ -202,7 +202,7 @@ TEST_F(WebTransaction, AnExchangeSendsItsExtraHeaderUnlessEmptyAndItsBodyWithFul
     }
 }
 
-TEST_F(WebTransaction, ABodyOfMegabytesIsSentWhole)
+TEST_F(WebTransaction, ABodyOfMegabytesIsSentInFull)
 {
     LoopbackPeer peer({answering(good_reply)});
     const std::string body = repeated(1 << 20, "12345678");

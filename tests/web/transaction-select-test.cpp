@@ -1,5 +1,5 @@
-// Transactions in a process that has so many files open that the socket's descriptor does not fit
-// into an fd_set: the same rules hold as for any other socket.
+// Transactions in a process with so many open files that the socket's descriptor does not fit into
+// an fd_set. They must behave like any other transaction.
 #include "tests/harness/loopback-peer.h"
 #include "tests/web/transaction-calls.h"
 #include "web/transaction.h"
@@ -21,7 +21,7 @@ namespace {
 using namespace tests;
 
 constexpr int descriptors_in_use = static_cast<int>(FD_SETSIZE) + 76;
-constexpr rlim_t descriptors_needed = descriptors_in_use + 100; // the peer opens some too
+constexpr rlim_t descriptors_needed = descriptors_in_use + 100; // for the peer and the client
 
 class WebTransactionWithManyFiles : public WebTransaction {
 protected:
@@ -36,7 +36,7 @@ protected:
         while (fillers.empty() || fillers.back() < descriptors_in_use) {
             const int filler = open("/dev/null", O_RDONLY | O_CLOEXEC);
             ASSERT_GE(filler, 0) << std::strerror(errno);
-            fillers.push_back(filler); // always the lowest free descriptor, so that they ascend
+            fillers.push_back(filler); // ascending: open returns the lowest free descriptor
         }
     }
 
@@ -50,7 +50,7 @@ protected:
     std::vector<int> fillers;
 };
 
-// Checks what an exchange with the script delivers, and that its socket was indeed above the range.
+// Checks the outcome of an exchange, and that its socket does not fit into an fd_set.
 void check(const PeerScript &script, const std::string &expected)
 {
     const int next_descriptor = dup(0);
@@ -60,7 +60,7 @@ void check(const PeerScript &script, const std::string &expected)
     EXPECT_EQ(call_web({url_of(peer)}), expected);
 }
 
-TEST_F(WebTransactionWithManyFiles, AReplyArrivesWhole)
+TEST_F(WebTransactionWithManyFiles, AReplyIsDelivered)
 {
     check(answering(good_reply), good_outcome());
     check({reading, trickling(good_reply, 20)}, good_outcome());
@@ -84,7 +84,7 @@ TEST_F(WebTransactionWithManyFiles, TheIdleHookIsCalledAboutTenTimesASecond)
     EXPECT_LE(calls, milliseconds_since(start) / 100);
 }
 
-TEST_F(WebTransactionWithManyFiles, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
+TEST_F(WebTransactionWithManyFiles, CancellingFromTheIdleHookEndsTheHeaderPhaseSoon)
 {
     web_set_idle_hook(request_cancel, nullptr);
     const auto start = Clock::now();

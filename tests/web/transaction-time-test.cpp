@@ -1,5 +1,5 @@
-// The idle hook, cancelling and the time limit, over real sockets. The cases that wait out the time
-// limit are tests of their own, so that they run side by side.
+// The idle hook, cancelling and the time limit, over real sockets. Each wait for the time limit is
+// a separate test, so that ctest -j runs them in parallel.
 #include "tests/harness/loopback-peer.h"
 #include "tests/web/transaction-calls.h"
 #include "web/transaction.h"
@@ -24,8 +24,8 @@ TEST_F(WebTransaction, TheIdleHookIsCalledAboutTenTimesASecondInTheHeaderPhase)
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
     const auto start = Clock::now();
-    check_reply_row({"a second's thought", answering_after(1000), good_outcome()});
-    // Each call stands behind a wait of 100 ms; a machine under load makes fewer, never more.
+    check_reply_row({"after a second", answering_after(1000), good_outcome()});
+    // Each call follows a wait of 100 ms; a busy machine makes fewer, but never more.
     EXPECT_GE(calls, 3);
     EXPECT_LE(calls, milliseconds_since(start) / 100);
 }
@@ -37,11 +37,11 @@ TEST_F(WebTransaction, TheIdleHookIsNotCalledInAShortSilenceOfTheBodyPhase)
     LoopbackPeer peer({{sending(good_reply), // before the request, so that nothing waits
                         reading, pausing(1500), sending(" more")}});
     EXPECT_EQ(call_web({url_of(peer)}), delivered(good_header, "body more"));
-    // A call or two may stand before the header's first byte; ten a second would make 15.
+    // One or two calls may come before the first byte of the header. Ten a second would be 15.
     EXPECT_LT(calls, 8);
 }
 
-TEST_F(WebTransaction, TheIdleHookStaysForTheNextTransactionUntilReplaced)
+TEST_F(WebTransaction, TheIdleHookStaysUntilItIsReplaced)
 {
     int first = 0;
     int second = 0;
@@ -63,7 +63,7 @@ TEST_F(WebTransaction, TheIdleHookStaysForTheNextTransactionUntilReplaced)
     EXPECT_EQ(second, second_calls);
 }
 
-TEST_F(WebTransaction, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
+TEST_F(WebTransaction, CancellingFromTheIdleHookEndsTheHeaderPhaseSoon)
 {
     const ReplyRow rows[] = {
         {"before any byte", {holding}, cancelled()},
@@ -78,7 +78,7 @@ TEST_F(WebTransaction, CancelFromTheIdleHookEndsTheHeaderPhaseSoon)
     }
 }
 
-TEST_F(WebTransaction, AFlagSetBeforehandCancelsAtTheFirstSilentWaitWithoutAskingTheHook)
+TEST_F(WebTransaction, AFlagSetBeforehandCancelsAtTheFirstSilentWaitBeforeTheHook)
 {
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
@@ -97,7 +97,7 @@ TEST_F(WebTransaction, AFailureBeforeTheReplyLeavesTheFlagSet)
     EXPECT_EQ(web_cancel_requested, 1);
 }
 
-// A signal interrupts the long wait of the body phase, and the flag is seen then.
+// The signal interrupts the long wait of the body phase, and then the flag is read.
 TEST_F(WebTransaction, AFlagSetByASignalCancelsTheBodyPhase)
 {
     struct sigaction action = {};
@@ -116,12 +116,12 @@ TEST_F(WebTransaction, AFlagSetByASignalCancelsTheBodyPhase)
     sigaction(SIGALRM, &before, nullptr);
 }
 
-TEST_F(WebTransaction, TheCancelFlagIs0AtTheStartOfTheProcess)
+TEST_F(WebTransaction, TheCancelFlagIs0AtProcessStart)
 {
     EXPECT_EQ(cancel_at_start, 0);
 }
 
-// The time limit: each of these tests takes ten seconds and more.
+// The time limit: each of these tests takes at least ten seconds.
 
 void check_timeout(const PeerScript &script, const std::string &expected)
 {
@@ -131,7 +131,7 @@ void check_timeout(const PeerScript &script, const std::string &expected)
     EXPECT_LT(milliseconds_since(start), 20000);
 }
 
-TEST_F(WebTransaction, SlowTimeoutBeforeTheFirstByteCallsTheHookAllTheWhile)
+TEST_F(WebTransaction, SlowTimeoutBeforeTheFirstByteCallsTheHookThroughout)
 {
     int calls = 0;
     web_set_idle_hook(count_call, &calls);
@@ -148,7 +148,7 @@ TEST_F(WebTransaction, SlowTimeoutWithinTheHeaderDeliversNothing)
 Clock::time_point body_test_start;
 int late_calls = 0;
 
-// Leaves the short waits of the header phase alone.
+// Ignores the short waits of the header phase.
 void cancel_late(void * /*user_data*/)
 {
     if (milliseconds_since(body_test_start) < 5000)
@@ -157,8 +157,8 @@ void cancel_late(void * /*user_data*/)
     web_cancel_requested = 1;
 }
 
-// The wait of the body phase is as long as the limit: the hook is called once, and what it asks for
-// comes too late for this transaction and stops the next one.
+// In the body phase one wait lasts the whole time limit. The hook is called once, too late to
+// cancel this transaction, so the next one is cancelled.
 TEST_F(WebTransaction, SlowTimeoutInTheBodyDeliversTheHeaderAndCallsTheHookOnce)
 {
     body_test_start = Clock::now();
@@ -170,17 +170,17 @@ TEST_F(WebTransaction, SlowTimeoutInTheBodyDeliversTheHeaderAndCallsTheHookOnce)
     check_reply_row({"the next one", {holding}, cancelled()});
 }
 
-TEST_F(WebTransaction, SlowTimeoutBehindAHeaderWithoutBody)
+TEST_F(WebTransaction, SlowTimeoutAfterAHeaderWithoutABody)
 {
     check_timeout(holding_after("A: b\r\n\r\n"), timed_out("A: b\r\n\r"));
 }
 
-TEST_F(WebTransaction, SlowEachByteOfTheHeaderStartsTheLimitAnew)
+TEST_F(WebTransaction, SlowEachByteOfTheHeaderRestartsTheTimeLimit)
 {
     check_reply_row({"4 s a byte", {reading, trickling("A\n\n", 4000)}, delivered("A\n", "")});
 }
 
-TEST_F(WebTransaction, SlowEachChunkOfTheBodyStartsTheLimitAnew)
+TEST_F(WebTransaction, SlowEachChunkOfTheBodyRestartsTheTimeLimit)
 {
     const PeerScript script = {reading,      sending("A\n\n"), pausing(6000),
                                sending("x"), pausing(6000),    sending("y")};

@@ -1,4 +1,4 @@
-// How a transaction waits for data: its selects and polls, and its deadline at any time of the clock.
+// How a transaction waits for data, with scripted calls: select, poll and the deadline.
 #include "tests/web/scripted-calls.h"
 #include "web/transaction.h"
 
@@ -45,7 +45,7 @@ TEST_F(WebTransactionUnderFaults, AWaitThatFailsCallsTheHookAndWaitsAgain)
     EXPECT_EQ(web_cancel_requested, 0);
 }
 
-TEST_F(WebTransactionUnderFaults, AFlagIsNotLookedAtWhileDataFlows)
+TEST_F(WebTransactionUnderFaults, TheFlagIsNotReadWhileDataArrives)
 {
     stage.arrivals = {{"A\n\nb"}};
     web_cancel_requested = 1;
@@ -56,7 +56,7 @@ TEST_F(WebTransactionUnderFaults, AFlagIsNotLookedAtWhileDataFlows)
     EXPECT_EQ(web_cancel_requested, 0);
 }
 
-TEST_F(WebTransactionUnderFaults, CancelFromTheHookIsSeenBehindTheNextSilentWait)
+TEST_F(WebTransactionUnderFaults, CancellingFromTheHookIsSeenAfterTheNextSilentWait)
 {
     web_set_idle_hook(request_cancel, nullptr);
     stage.arrivals = {{"A\n\nb", 0, forever}};
@@ -66,8 +66,8 @@ TEST_F(WebTransactionUnderFaults, CancelFromTheHookIsSeenBehindTheNextSilentWait
     EXPECT_EQ(web_cancel_requested, 0);
 }
 
-// Where the socket's descriptor fits into no fd_set, poll stands in with the same waits.
-TEST_F(WebTransactionUnderFaults, ADescriptorThatNoSetCanHoldIsWaitedForWithPoll)
+// A descriptor that does not fit into an fd_set is polled, with the same waits.
+TEST_F(WebTransactionUnderFaults, ADescriptorTooLargeForSelectIsPolled)
 {
     constexpr int first_too_large = static_cast<int>(FD_SETSIZE);
     rlimit limit = {};
@@ -102,7 +102,7 @@ TEST_F(WebTransactionUnderFaults, ADescriptorThatNoSetCanHoldIsWaitedForWithPoll
     }
 }
 
-// The clock: milliseconds since 1050000000 in 32 bits, which wrap every 49.7 days.
+// The clock counts milliseconds since 1050000000 in 32 bits, which wrap every 49.7 days.
 
 struct ClockRow {
     const char *name;
@@ -115,16 +115,16 @@ std::vector<ClockRow> clock_rows()
     const std::int64_t half = (std::int64_t{1} << 31) * millisecond;
     const std::int64_t whole = 2 * half;
     return {
-        {"any time", usual_time},
-        {"the clock's own zero", epoch},
-        {"three seconds before it", epoch - 3 * second},
+        {"an ordinary time", usual_time},
+        {"the clock is zero", epoch},
+        {"three seconds before zero", epoch - 3 * second},
         {"1970", 0},
         {"three seconds before the sign changes", epoch + half - 3 * second},
-        {"the deadline is the change of sign", epoch + half - 10 * second},
+        {"the sign changes at the deadline", epoch + half - 10 * second},
         {"the sign has changed", epoch + half},
-        {"one microsecond before", epoch + half - 1},
+        {"one microsecond before that", epoch + half - 1},
         {"three seconds before the first wrap", epoch + whole - 3 * second},
-        {"the deadline is the first wrap", epoch + whole - 10 * second},
+        {"the first wrap is the deadline", epoch + whole - 10 * second},
         {"the first wrap", epoch + whole},
         {"three seconds before a late change of sign", epoch + 150 * whole + half - 3 * second},
         {"three seconds before a late wrap", epoch + 166 * whole - 3 * second},
@@ -132,7 +132,7 @@ std::vector<ClockRow> clock_rows()
     };
 }
 
-TEST_F(WebTransactionUnderFaults, TheTimeLimitIsTenSecondsAtAnyTimeOfTheClock)
+TEST_F(WebTransactionUnderFaults, TheTimeLimitIsTenSecondsAtAnyClockTime)
 {
     for (const ClockRow &row : clock_rows()) {
         SCOPED_TRACE(row.name);
@@ -154,7 +154,7 @@ TEST_F(WebTransactionUnderFaults, TheTimeLimitIsTenSecondsAtAnyTimeOfTheClock)
     }
 }
 
-TEST_F(WebTransactionUnderFaults, ASilenceShorterThanTheLimitPassesAtAnyTimeOfTheClock)
+TEST_F(WebTransactionUnderFaults, ASilenceShorterThanTheLimitIsAllowedAtAnyClockTime)
 {
     for (const ClockRow &row : clock_rows()) {
         SCOPED_TRACE(row.name);
@@ -167,11 +167,11 @@ TEST_F(WebTransactionUnderFaults, ASilenceShorterThanTheLimitPassesAtAnyTimeOfTh
     }
 }
 
-TEST_F(WebTransactionUnderFaults, AClockThatIsSetBackOrForwardMovesTheDeadlineAndNothingElse)
+TEST_F(WebTransactionUnderFaults, SettingTheClockMovesOnlyTheDeadline)
 {
     const struct {
         std::int64_t jump;
-        long waits; // of the header phase until its time is over
+        long waits; // in the header phase, until the timeout
     } rows[] = {
         {-5 * second, 150}, {-1 * millisecond, 101}, {-3600 * second, 36100},
         {5 * second, 50},   {10 * second, 1},        {3600 * second, 1},

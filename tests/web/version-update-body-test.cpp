@@ -1,5 +1,4 @@
-// The texts of a version-update query without a network: reading a reply's body, writing the version
-// number.
+// Reading the body of an update reply and writing a version number, without a network.
 #include "tests/harness/each-locale.h"
 #include "tests/web/version-update-calls.h"
 #include "web/version-update.h"
@@ -28,22 +27,22 @@ struct BodyRow {
     const char *version = untouched;
     const char *url = untouched;
     const char *button = untouched;
-    unsigned capacity = room; // of each buffer; 0 keeps them all untouched
+    unsigned capacity = buffer_size; // of each buffer; 0 keeps them all untouched
 };
 
 void expect_buffer(const Buffer &buffer, const char *value, const BodyRow &row, const char *name)
 {
-    EXPECT_EQ(std::string(buffer.bytes, room), bytes_given(value, row.capacity))
+    EXPECT_EQ(all_bytes(buffer), stored_bytes(value, row.capacity))
         << row.rule << ": the " << name << " of body\n"
         << row.body;
 }
 
-// Reads a row's body, without the buffers whose bits are not set in `wanted`. What stands behind
-// the body's end shows in no buffer; without it the body fills a block of its very size, so that a
-// checker sees a read behind its end.
-void expect_body_row(const BodyRow &row, unsigned wanted, const std::string &behind)
+// Reads a row's body, with null for each optional buffer whose bit in `wanted` is not set. The
+// bytes after the body's end must not reach a buffer. If there are none, the body fills its block
+// exactly, so that a memory checker reports a read past its end.
+void expect_body_row(const BodyRow &row, unsigned wanted, const std::string &after)
 {
-    const std::string bytes = row.body + std::string(1, '\0') + behind;
+    const std::string bytes = row.body + std::string(1, '\0') + after;
     const std::unique_ptr<char[]> body(new char[bytes.size()]);
     std::memcpy(body.get(), bytes.data(), bytes.size());
     Buffer message;
@@ -57,7 +56,7 @@ void expect_body_row(const BodyRow &row, unsigned wanted, const std::string &beh
         << row.rule << ", buffers " << wanted << ": " << row.body;
     expect_buffer(message, row.message, row, "message");
     expect_buffer(version, (wanted & 1) != 0 ? row.version : untouched, row, "version");
-    expect_buffer(url, (wanted & 2) != 0 ? row.url : untouched, row, "address");
+    expect_buffer(url, (wanted & 2) != 0 ? row.url : untouched, row, "URL");
     expect_buffer(button, (wanted & 4) != 0 ? row.button : untouched, row, "button");
 }
 
@@ -66,12 +65,12 @@ void expect_body_rows(const std::vector<BodyRow> &rows)
     for (const BodyRow &row : rows) {
         for (unsigned wanted = 0; wanted < 8; ++wanted) {
             expect_body_row(row, wanted, "");
-            expect_body_row(row, wanted, "behind\nMessage: behind\n");
+            expect_body_row(row, wanted, "after\nMessage: after\n");
         }
     }
 }
 
-TEST(WebReadUpdateBody, TakesTheFourValuesInAnyOrderAndTheMessageToTheEnd)
+TEST(WebReadUpdateBody, ReadsTheFourValuesInAnyOrderAndTheMessageToTheEnd)
 {
     const char *const in_order = "Version: 5.1\nURL: http://a/\nButton: Get\nMessage: New.\n";
     const char *const not_in_order = "Button: Get\nVersion: 5.1\nURL: http://a/\nMessage: New.\n";
@@ -89,7 +88,7 @@ TEST(WebReadUpdateBody, TakesTheFourValuesInAnyOrderAndTheMessageToTheEnd)
     });
 }
 
-TEST(WebReadUpdateBody, TakesAValueFromTheSecondCharacterBehindTheColon)
+TEST(WebReadUpdateBody, AValueBeginsAtTheSecondCharacterAfterTheColon)
 {
     const char *const with_returns = "Version: 5.1\r\nURL: u\r\nButton: b\r\nMessage: m\r\n";
     expect_body_rows({
@@ -106,7 +105,7 @@ TEST(WebReadUpdateBody, TakesAValueFromTheSecondCharacterBehindTheColon)
     });
 }
 
-TEST(WebReadUpdateBody, AValueThatWouldBeginBehindTheEndIsEmpty)
+TEST(WebReadUpdateBody, AValueThatWouldBeginPastTheEndIsEmpty)
 {
     expect_body_rows({
         {"message", "Message:", ""},
@@ -120,7 +119,7 @@ TEST(WebReadUpdateBody, AValueThatWouldBeginBehindTheEndIsEmpty)
     });
 }
 
-TEST(WebReadUpdateBody, WithoutAMessageLineFailsAndKeepsWhatItHasRead)
+TEST(WebReadUpdateBody, FailsWithoutAMessageLineButStoresTheOtherValues)
 {
     expect_body_rows({
         {"empty body", "", untouched},
@@ -150,7 +149,7 @@ TEST(WebReadUpdateBody, ComparesKeysExactlyFromTheLineStartToTheColon)
     });
 }
 
-TEST(WebReadUpdateBody, OfAKeyThatOccursTwiceTheLaterValueWins)
+TEST(WebReadUpdateBody, TheLaterValueOfARepeatedKeyWins)
 {
     expect_body_rows({
         {"later", "Version: 1\nVersion: 2\nMessage: m", "m", "2"},
@@ -188,7 +187,7 @@ struct VersionRow {
     const char *text;
 };
 
-TEST_P(WebFormatVersion, WritesThreeDigitsBehindAPoint)
+TEST_P(WebFormatVersion, WritesThreeDigitsAfterThePoint)
 {
     const VersionRow rows[] = {
         {5.0F, "5.000"},
@@ -198,7 +197,7 @@ TEST_P(WebFormatVersion, WritesThreeDigitsBehindAPoint)
         {-1.5F, "-1.500"},
         {0.125F, "0.125"},
         {10.4F, "10.400"},
-        {2.0625F, "2.062"}, // a tie goes to the even digit
+        {2.0625F, "2.062"}, // a tie rounds to the even digit
         {0.1875F, "0.188"},
         {0.0004F, "0.000"},
         {0.9996F, "1.000"},
@@ -214,13 +213,13 @@ TEST_P(WebFormatVersion, WritesThreeDigitsBehindAPoint)
     };
     for (const VersionRow &row : rows) {
         Buffer buffer;
-        EXPECT_EQ(web_format_version(row.version, buffer.bytes, room), buffer.bytes);
-        EXPECT_EQ(std::string(buffer.bytes, room), bytes_given(row.text, room))
+        EXPECT_EQ(web_format_version(row.version, buffer.bytes, buffer_size), buffer.bytes);
+        EXPECT_EQ(all_bytes(buffer), stored_bytes(row.text, buffer_size))
             << "version " << static_cast<double>(row.version);
     }
 }
 
-TEST_P(WebFormatVersion, CutsTheTextToTheSize)
+TEST_P(WebFormatVersion, CutsTheStringToTheSize)
 {
     struct {
         float version;
@@ -234,7 +233,7 @@ TEST_P(WebFormatVersion, CutsTheTextToTheSize)
     for (const auto &row : rows) {
         Buffer buffer;
         EXPECT_EQ(web_format_version(row.version, buffer.bytes, row.size), buffer.bytes);
-        EXPECT_EQ(std::string(buffer.bytes, room), bytes_given(row.text, row.size))
+        EXPECT_EQ(all_bytes(buffer), stored_bytes(row.text, row.size))
             << "version " << static_cast<double>(row.version) << ", size " << row.size;
     }
 }

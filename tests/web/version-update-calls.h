@@ -1,5 +1,5 @@
-// Whole version-update queries as values: a test says what it asks, gets all bytes of the caller's
-// buffers and compares them. '#' fills a buffer before the call.
+// Whole version-update queries for the tests. All bytes of the caller's buffers are compared; each
+// buffer is filled with '#' before the call.
 #ifndef QUINTRAL_TESTS_WEB_VERSION_UPDATE_CALLS_H
 #define QUINTRAL_TESTS_WEB_VERSION_UPDATE_CALLS_H
 
@@ -15,24 +15,29 @@
 
 namespace quintral::tests {
 
-constexpr unsigned room = 64; // of each buffer, whatever capacity a row gives
+constexpr unsigned buffer_size = 64; // whatever capacity the query is given
 
 // One of the caller's buffers.
 struct Buffer {
-    char bytes[room];
+    char bytes[buffer_size];
     Buffer()
     {
         std::memset(bytes, '#', sizeof bytes);
     }
 };
 
-const char *const untouched = nullptr; // the value of a buffer that was not to be written
-
-// All bytes of a buffer that was given the value: cut, terminated, filled with NULs up to the
-// capacity, and not written behind it.
-inline std::string bytes_given(const char *value, unsigned capacity)
+inline std::string all_bytes(const Buffer &buffer)
 {
-    std::string all(room, '#');
+    return std::string(buffer.bytes, buffer_size);
+}
+
+const char *const untouched = nullptr; // the value of a buffer that must keep its '#'s
+
+// All bytes of a buffer after the value was stored: the value is cut to the capacity, terminated
+// and padded with NULs to the capacity. The rest is unchanged.
+inline std::string stored_bytes(const char *value, unsigned capacity)
+{
+    std::string all(buffer_size, '#');
     if (value == untouched || capacity == 0)
         return all;
     std::string stored = std::string(value).substr(0, capacity - 1);
@@ -40,13 +45,18 @@ inline std::string bytes_given(const char *value, unsigned capacity)
     return all.replace(0, capacity, stored);
 }
 
-inline const char accepted[] = "HTTP/1.0 200 OK\r\n\r\n";
+inline const std::string accepted_header = "HTTP/1.0 200 OK\r\n\r\n";
 
-// What a caller gives, beside its buffers.
-struct Question {
+inline PeerScript accepting(const std::string &body)
+{
+    return answering(accepted_header + body);
+}
+
+// The arguments of a query, except its buffers.
+struct Query {
     std::string service;
     float version = 5.0F;
-    unsigned capacity = room;
+    unsigned capacity = buffer_size;
     const char *proxy_host = nullptr;
     int proxy_port = 0;
     const char *proxy_user = nullptr;
@@ -62,21 +72,20 @@ struct Answer {
     std::string error;
 };
 
-inline int send_question(const Question &question, Answer *answer)
+inline int send_query(const Query &query, Answer *answer)
 {
-    return web_version_update("Sample", "Samples", question.version, "5.0", "Linux", "6.1", "",
-                              "x86_64", question.capacity, answer->message.bytes,
-                              answer->version.bytes, answer->url.bytes, answer->button.bytes,
-                              question.proxy_host, question.proxy_port, question.proxy_user,
-                              question.proxy_password);
+    return web_version_update(
+        "Sample", "Samples", query.version, "5.0", "Linux", "6.1", "", "x86_64", query.capacity,
+        answer->message.bytes, answer->version.bytes, answer->url.bytes, answer->button.bytes,
+        query.proxy_host, query.proxy_port, query.proxy_user, query.proxy_password);
 }
 
-inline Answer ask(const Question &question)
+inline Answer ask(const Query &query)
 {
     const char *const service_before = web_service_host;
-    web_service_host = question.service.c_str();
+    web_service_host = query.service.c_str();
     Answer answer;
-    answer.result = send_question(question, &answer);
+    answer.result = send_query(query, &answer);
     answer.error = web_last_error();
     web_service_host = service_before;
     return answer;
@@ -84,18 +93,18 @@ inline Answer ask(const Question &question)
 
 inline Answer ask(const LoopbackPeer &peer)
 {
-    Question question;
-    question.service = peer.address();
-    return ask(question);
+    Query query;
+    query.service = peer.address();
+    return ask(query);
 }
 
 inline void expect_values(const Answer &answer, const char *message, const char *version,
                           const char *url, const char *button)
 {
-    EXPECT_EQ(std::string(answer.message.bytes, room), bytes_given(message, room)) << "message";
-    EXPECT_EQ(std::string(answer.version.bytes, room), bytes_given(version, room)) << "version";
-    EXPECT_EQ(std::string(answer.url.bytes, room), bytes_given(url, room)) << "address";
-    EXPECT_EQ(std::string(answer.button.bytes, room), bytes_given(button, room)) << "button";
+    EXPECT_EQ(all_bytes(answer.message), stored_bytes(message, buffer_size)) << "message";
+    EXPECT_EQ(all_bytes(answer.version), stored_bytes(version, buffer_size)) << "version";
+    EXPECT_EQ(all_bytes(answer.url), stored_bytes(url, buffer_size)) << "URL";
+    EXPECT_EQ(all_bytes(answer.button), stored_bytes(button, buffer_size)) << "button";
 }
 
 inline void expect_failure(const Answer &answer, int result, const std::string &error)

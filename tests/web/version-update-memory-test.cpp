@@ -1,4 +1,4 @@
-// What memory a version-update query keeps: only the last error.
+// The memory that a version-update query keeps: only the last error.
 #include "tests/harness/loopback-peer.h"
 #include "tests/web/counted-memory.h"
 #include "tests/web/version-update-calls.h"
@@ -16,21 +16,22 @@ namespace {
 
 using namespace tests;
 
-// Asks once, behind an earlier error: the last error is one block, and a query clears it first. So
-// 0 is a query that failed with a text, -1 one that left no text, and neither lost anything.
+// Sends one query after an earlier error. The last error is one block, which the query releases
+// first. So the result is 0 for a query that sets an error and -1 for one that does not, if nothing
+// leaks.
 std::int64_t blocks_kept_by(const LoopbackPeer &peer, Answer *answer)
 {
-    web_set_error("An error text of an earlier query");
+    web_set_error("an earlier error");
     start_counting();
     *answer = ask(peer);
     memory_count.on = false;
     return memory_count.live;
 }
 
-// The header was delivered before, and nobody but the query can release it.
-TEST(WebVersionUpdateBlocks, ATimeOutBehindTheHeaderReleasesIt)
+// The header has been delivered to the query, and only the query can release it.
+TEST(WebVersionUpdateBlocks, ATimeoutAfterTheHeaderReleasesTheHeader)
 {
-    const LoopbackPeer peer({holding_after(std::string(accepted) + "Version: 6\n")});
+    const LoopbackPeer peer({holding_after(accepted_header + "Version: 6\n")});
     Answer answer;
     EXPECT_EQ(blocks_kept_by(peer, &answer), 0);
     expect_failure(answer, 1, timeout_error);
@@ -38,7 +39,7 @@ TEST(WebVersionUpdateBlocks, ATimeOutBehindTheHeaderReleasesIt)
 
 TEST(WebVersionUpdateBlocks, AResetInTheBodyReleasesTheHeader)
 {
-    const LoopbackPeer peer({resetting_after(std::string(accepted) + "Message: m")});
+    const LoopbackPeer peer({resetting_after(accepted_header + "Message: m")});
     Answer answer;
     EXPECT_EQ(blocks_kept_by(peer, &answer), 0);
     expect_failure(answer, -1, reset_error());
@@ -46,7 +47,7 @@ TEST(WebVersionUpdateBlocks, AResetInTheBodyReleasesTheHeader)
 
 TEST(WebVersionUpdateBlocks, ABodyPastTheLimitReleasesTheHeader)
 {
-    const LoopbackPeer peer({answering(std::string(accepted) + "Message: too long")});
+    const LoopbackPeer peer({accepting("Message: too long")});
     web_set_reply_limits(0, 5);
     Answer answer;
     EXPECT_EQ(blocks_kept_by(peer, &answer), 0);
@@ -54,8 +55,8 @@ TEST(WebVersionUpdateBlocks, ABodyPastTheLimitReleasesTheHeader)
     expect_failure(answer, -1, "Reply body from web site is longer than 5 bytes");
 }
 
-// The exchange goes on behind a header that breaks off, and succeeds with an empty body.
-TEST(WebVersionUpdateBlocks, AResetInTheHeaderLeavesItsErrorTextAlone)
+// After an error in the header the exchange goes on, and succeeds with an empty body.
+TEST(WebVersionUpdateBlocks, AResetInTheHeaderKeepsOnlyItsError)
 {
     const LoopbackPeer peer({resetting_after("HTTP/1.0 200 OK\r\nServer: s")});
     Answer answer;
@@ -63,14 +64,16 @@ TEST(WebVersionUpdateBlocks, AResetInTheHeaderLeavesItsErrorTextAlone)
     expect_failure(answer, -1, reset_error());
 }
 
-TEST(WebVersionUpdateBlocks, AReplyThatWasReceivedIsReleased)
+TEST(WebVersionUpdateBlocks, AReceivedReplyIsReleased)
 {
     struct {
-        const char *reply;
+        std::string reply;
         std::int64_t kept;
     } const rows[] = {
-        {"HTTP/1.0 200 OK\r\n\r\nMessage: m", -1}, {"HTTP/1.0 200 OK\r\n\r\nVersion: 6\n", -1},
-        {"HTTP/1.0 200 OK\r\n\r\n", -1},           {"HTTP/1.0 404 Not Found\r\n\r\nMessage: m", 0},
+        {accepted_header + "Message: m", -1},
+        {accepted_header + "Version: 6\n", -1},
+        {accepted_header, -1},
+        {"HTTP/1.0 404 Not Found\r\n\r\nMessage: m", 0},
         {"Something else\r\n\r\nMessage: m", 0},
     };
     for (const auto &row : rows) {
@@ -80,19 +83,20 @@ TEST(WebVersionUpdateBlocks, AReplyThatWasReceivedIsReleased)
     }
 }
 
-// The nth allocation of the query fails; what it had taken before is released.
+// Sends a query whose allocation with this number fails. True if there was such an allocation; the
+// query must then have thrown, and leaked nothing.
 bool fails_in_allocation(int number, const LoopbackPeer &peer)
 {
-    web_set_error("An error text of an earlier query");
+    web_set_error("an earlier error");
     const std::string address = peer.address();
     const char *const service_before = web_service_host;
     web_service_host = address.c_str();
-    Question question;
+    Query query;
     Answer answer;
     bool has_thrown = false;
     start_counting(number);
     try {
-        answer.result = send_question(question, &answer);
+        answer.result = send_query(query, &answer);
     } catch (const std::bad_alloc &) {
         has_thrown = true;
     }
@@ -106,14 +110,14 @@ bool fails_in_allocation(int number, const LoopbackPeer &peer)
     return has_thrown;
 }
 
-TEST(WebVersionUpdateBlocks, MemoryThatRunsOutThrowsAndLosesNothing)
+TEST(WebVersionUpdateBlocks, EachFailedAllocationThrowsAndLeaksNothing)
 {
-    const LoopbackPeer peer({answering(std::string(accepted) + "Version: 6\nMessage: m")});
+    const LoopbackPeer peer({accepting("Version: 6\nMessage: m")});
     int number = 1;
     while (number < 20 && fails_in_allocation(number, peer))
         ++number;
-    EXPECT_EQ(number, 3) << "a query takes two blocks, for the header and for the body";
-    for (int i = 0; i < peer.connection_count(); ++i) // each was closed by the query
+    EXPECT_EQ(number, 3) << "a query allocates two blocks: the header and the body";
+    for (int i = 0; i < peer.connection_count(); ++i) // the query has closed each one
         EXPECT_EQ(peer.received(i), request(peer.address(), "127.0.0.1", sample_body));
 }
 

@@ -38,7 +38,7 @@ TEST_P(WebVersionUpdate, SendsEightFieldsInOrderAndReadsTheAnswer)
 
 TEST_P(WebVersionUpdate, EscapesEachValueAndCutsItAt1023)
 {
-    const LoopbackPeer peer({answering(std::string(accepted) + "Message: m")});
+    const LoopbackPeer peer({accepting("Message: m")});
     const std::string address = peer.address();
     const char *const service_before = web_service_host;
     web_service_host = address.c_str();
@@ -46,7 +46,7 @@ TEST_P(WebVersionUpdate, EscapesEachValueAndCutsItAt1023)
     const std::string spaces(1100, ' ');
     Buffer message;
     EXPECT_EQ(web_version_update("A&B = C?", "50%+1", 1.1F, "\xc4\xe4 1/2", letters.c_str(),
-                                 "#;:\"'\r\n", "-._~*", spaces.c_str(), room, message.bytes,
+                                 "#;:\"'\r\n", "-._~*", spaces.c_str(), buffer_size, message.bytes,
                                  nullptr, nullptr, nullptr, "", 0, nullptr, nullptr),
               0);
     web_service_host = service_before;
@@ -60,7 +60,7 @@ TEST_P(WebVersionUpdate, EscapesEachValueAndCutsItAt1023)
     EXPECT_EQ(peer.received(0), request(address, "127.0.0.1", body));
 }
 
-TEST_P(WebVersionUpdate, SendsTheVersionWithThreeDigitsBehindAPoint)
+TEST_P(WebVersionUpdate, SendsTheVersionWithThreeDigitsAfterThePoint)
 {
     struct {
         float version;
@@ -72,23 +72,23 @@ TEST_P(WebVersionUpdate, SendsTheVersionWithThreeDigitsBehindAPoint)
         {std::numeric_limits<float>::infinity(), "&version=inf&"},
     };
     for (const auto &row : rows) {
-        const LoopbackPeer peer({answering(std::string(accepted) + "Message: m")});
-        Question question;
-        question.service = peer.address();
-        question.version = row.version;
-        EXPECT_EQ(ask(question).result, 0);
+        const LoopbackPeer peer({accepting("Message: m")});
+        Query query;
+        query.service = peer.address();
+        query.version = row.version;
+        EXPECT_EQ(ask(query).result, 0);
         const std::string sent = peer.received(0);
         EXPECT_NE(sent.find(row.sent), std::string::npos) << row.sent << " is not in\n" << sent;
     }
 }
 
-TEST(WebServiceHost, StartsAsTheHostOfTheBuild)
+TEST(WebServiceHost, StartsAsTheBuildSetting)
 {
     EXPECT_STREQ(web_service_host, QUINTRAL_SERVICE_HOST);
 }
 
-// The names stand for nobody: the proxy is asked in their place.
-TEST(WebVersionUpdateProxy, GetsTheWholeAddressOnItsOwnPort)
+// No server has these names; the request goes to the proxy.
+TEST(WebVersionUpdateProxy, GetsTheWholeUrlOnItsOwnPort)
 {
     struct {
         const char *service;
@@ -99,12 +99,12 @@ TEST(WebVersionUpdateProxy, GetsTheWholeAddressOnItsOwnPort)
     };
     for (const auto &row : rows) {
         for (const int excess : {0, 65536}) {
-            const LoopbackPeer proxy({answering(std::string(accepted) + "Message: m")});
-            Question question;
-            question.service = row.service;
-            question.proxy_host = "127.0.0.1";
-            question.proxy_port = proxy.port() + excess;
-            const Answer answer = ask(question);
+            const LoopbackPeer proxy({accepting("Message: m")});
+            Query query;
+            query.service = row.service;
+            query.proxy_host = "127.0.0.1";
+            query.proxy_port = proxy.port() + excess;
+            const Answer answer = ask(query);
             EXPECT_EQ(answer.result, 0) << answer.error;
             expect_values(answer, "m", untouched, untouched, untouched);
             EXPECT_EQ(proxy.received(0), request(row.service, row.host_line, sample_body));
@@ -112,7 +112,7 @@ TEST(WebVersionUpdateProxy, GetsTheWholeAddressOnItsOwnPort)
     }
 }
 
-TEST(WebVersionUpdateProxy, GetsTheCredentialsWhenBothAreGiven)
+TEST(WebVersionUpdateProxy, GetsTheCredentialsIfBothAreGiven)
 {
     struct {
         const char *user;
@@ -126,50 +126,50 @@ TEST(WebVersionUpdateProxy, GetsTheCredentialsWhenBothAreGiven)
         {nullptr, nullptr, ""},
     };
     for (const auto &row : rows) {
-        const LoopbackPeer proxy({answering(std::string(accepted) + "Message: m")});
-        Question question;
-        question.service = "update.quintral.example";
-        question.proxy_host = "127.0.0.1";
-        question.proxy_port = proxy.port();
-        question.proxy_user = row.user;
-        question.proxy_password = row.password;
-        EXPECT_EQ(ask(question).result, 0);
+        const LoopbackPeer proxy({accepting("Message: m")});
+        Query query;
+        query.service = "update.quintral.example";
+        query.proxy_host = "127.0.0.1";
+        query.proxy_port = proxy.port();
+        query.proxy_user = row.user;
+        query.proxy_password = row.password;
+        EXPECT_EQ(ask(query).result, 0);
         EXPECT_EQ(proxy.received(0), request("update.quintral.example", "UPDATE.QUINTRAL.EXAMPLE",
                                              sample_body, row.line));
     }
 }
 
-// The credentials go to whichever peer is asked.
+// The credentials are sent to whichever peer the connection is made to.
 TEST(WebVersionUpdateProxy, IsNotUsedWithoutAHost)
 {
     for (const char *host : {static_cast<const char *>(nullptr), ""}) {
-        const LoopbackPeer peer({answering(std::string(accepted) + "Message: m")});
-        Question question;
-        question.service = peer.address();
-        question.proxy_host = host;
-        question.proxy_port = refused_port();
-        question.proxy_user = "user1";
-        question.proxy_password = "pw1";
-        EXPECT_EQ(ask(question).result, 0);
+        const LoopbackPeer peer({accepting("Message: m")});
+        Query query;
+        query.service = peer.address();
+        query.proxy_host = host;
+        query.proxy_port = refused_port();
+        query.proxy_user = "user1";
+        query.proxy_password = "pw1";
+        EXPECT_EQ(ask(query).result, 0);
         EXPECT_EQ(peer.received(0), request(peer.address(), "127.0.0.1", sample_body,
                                             "Authorization: Basic dXNlcjE6cHcx\r\n"));
     }
 }
 
-struct ReplyRow {
+struct StatusRow {
     const char *header; // without the empty line
     std::string error;  // empty if the reply is accepted
 };
 
-TEST(WebVersionUpdateReply, IsReadWhenItsStatusIs200To299)
+TEST(WebVersionUpdateReply, IsReadIfItsStatusIs200To299)
 {
-    const ReplyRow rows[] = {
+    const StatusRow rows[] = {
         {"HTTP/1.0 200 OK\r\n", ""},
         {"HTTP/1.1 201 Created\r\nServer: s\r\n", ""},
         {"HTTP/1.1 204 No Content\r\n", ""},
         {"HTTP/1.0 299 Last\r\n", ""},
         {"HTTP/1.0 200 OK\n", ""},
-        {"HTTP/1.0 200\r\nServer: s\r\n", ""}, // the next line stands as the reason
+        {"HTTP/1.0 200\r\nServer: s\r\n", ""}, // the next line is taken for the reason
         {"HTTP/1.0 0200 OK\r\n", ""},
         {"X-Before: 1\r\nHTTP/1.0 200 OK\r\n", ""},
         {"HTTP/1.0 200 OK\r\nX-Again: HTTP/1.0 404 Gone\r\n", ""},
@@ -189,7 +189,7 @@ TEST(WebVersionUpdateReply, IsReadWhenItsStatusIs200To299)
         {"HTTP 200 OK\r\n", no_http_error},
         {"", no_http_error},
     };
-    for (const ReplyRow &row : rows) {
+    for (const StatusRow &row : rows) {
         const bool is_accepted = row.error.empty();
         const char *const empty_line = std::strchr(row.header, '\r') != nullptr ? "\r\n" : "\n";
         const LoopbackPeer peer(
@@ -209,19 +209,18 @@ TEST(WebVersionUpdateReply, ShowsAtMost127BytesOfAReason)
     expect_failure(ask(peer), -1, bad_status(404, std::string(127, 'x')));
 }
 
-TEST(WebVersionUpdateReply, ThatIsEmptyIsNoHttp)
+TEST(WebVersionUpdateReply, ThatIsEmptyIsNotHttp)
 {
     const LoopbackPeer peer({{reading}});
     expect_failure(ask(peer), -1, no_http_error);
 }
 
-TEST(WebVersionUpdateReply, WithoutAMessageFailsWithNoErrorTextAndKeepsWhatItHasRead)
+TEST(WebVersionUpdateReply, WithoutAMessageFailsWithoutAnErrorButStoresTheOtherValues)
 {
-    const LoopbackPeer refusing({answering("HTTP/1.0 404 Not Found\r\n\r\n")});
-    EXPECT_NE(ask(refusing).error, "");
-    const LoopbackPeer peer({answering(std::string(accepted) + "Version: 6\nURL: u\nButton: b\n"),
-                             answering(accepted),
-                             answering(std::string(accepted) + "Version: 6\nURL: u")});
+    const LoopbackPeer rejecting({answering("HTTP/1.0 404 Not Found\r\n\r\n")});
+    EXPECT_NE(ask(rejecting).error, "");
+    const LoopbackPeer peer({accepting("Version: 6\nURL: u\nButton: b\n"), accepting(""),
+                             accepting("Version: 6\nURL: u")});
     Answer answer = ask(peer);
     EXPECT_EQ(answer.result, -1);
     EXPECT_EQ(answer.error, "");
@@ -233,49 +232,49 @@ TEST(WebVersionUpdateReply, WithoutAMessageFailsWithNoErrorTextAndKeepsWhatItHas
     expect_values(answer, untouched, "6", untouched, untouched);
 }
 
-TEST(WebVersionUpdateReply, MayBeCutByTheCapacity)
+TEST(WebVersionUpdateReply, IsCutToTheCapacity)
 {
     const char *const body = "Version: 12345\nURL: abcde\nButton: fghij\nMessage: klmno";
-    const LoopbackPeer peer({answering(std::string(accepted) + body)});
+    const LoopbackPeer peer({accepting(body)});
     for (const unsigned capacity : {0u, 1u, 3u}) {
-        Question question;
-        question.service = peer.address();
-        question.capacity = capacity;
-        const Answer answer = ask(question);
+        Query query;
+        query.service = peer.address();
+        query.capacity = capacity;
+        const Answer answer = ask(query);
         EXPECT_EQ(answer.result, 0) << "capacity " << capacity;
-        EXPECT_EQ(std::string(answer.message.bytes, room), bytes_given("klmno", capacity));
-        EXPECT_EQ(std::string(answer.version.bytes, room), bytes_given("12345", capacity));
-        EXPECT_EQ(std::string(answer.url.bytes, room), bytes_given("abcde", capacity));
-        EXPECT_EQ(std::string(answer.button.bytes, room), bytes_given("fghij", capacity));
+        EXPECT_EQ(all_bytes(answer.message), stored_bytes("klmno", capacity));
+        EXPECT_EQ(all_bytes(answer.version), stored_bytes("12345", capacity));
+        EXPECT_EQ(all_bytes(answer.url), stored_bytes("abcde", capacity));
+        EXPECT_EQ(all_bytes(answer.button), stored_bytes("fghij", capacity));
     }
 }
 
-TEST(WebVersionUpdateReply, OfSeveralMegabytesIsReadWhole)
+TEST(WebVersionUpdateReply, OfSeveralMegabytesIsReadInFull)
 {
     std::string body;
     while (body.size() < 2000000)
         body += "Other: some value\nURL: u\n";
-    const LoopbackPeer peer({answering(accepted + body + "Message: " + std::string(2000000, 'x'))});
+    const LoopbackPeer peer({accepting(body + "Message: " + std::string(2000000, 'x'))});
     const Answer answer = ask(peer);
     EXPECT_EQ(answer.result, 0) << answer.error;
-    expect_values(answer, std::string(room, 'x').c_str(), untouched, "u", untouched);
+    expect_values(answer, std::string(buffer_size, 'x').c_str(), untouched, "u", untouched);
 }
 
 // A failed exchange
 
-TEST(WebVersionUpdateFailure, PassesOnAConnectThatIsRefused)
+TEST(WebVersionUpdateFailure, PassesOnARefusedConnection)
 {
-    Question question;
-    question.service = "127.0.0.1:" + std::to_string(refused_port());
-    expect_failure(ask(question), -1,
+    Query query;
+    query.service = "127.0.0.1:" + std::to_string(refused_port());
+    expect_failure(ask(query), -1,
                    "Can't connect to web server '127.0.0.1': " + detail_of(ECONNREFUSED));
 }
 
-TEST(WebVersionUpdateFailure, PassesOnALookUpThatFails)
+TEST(WebVersionUpdateFailure, PassesOnAFailedLookup)
 {
-    Question question;
-    question.service = "a..b";
-    const Answer answer = ask(question);
+    Query query;
+    query.service = "a..b";
+    const Answer answer = ask(query);
     expect_failure(answer, -1, std::string("Can't find web server 'A..B': ") + hstrerror(h_errno));
 }
 
@@ -288,7 +287,7 @@ TEST(WebVersionUpdateFailure, PassesOnACancellation)
     expect_failure(answer, 2, cancel_error);
 }
 
-TEST(WebVersionUpdateFailure, PassesOnATimeOut)
+TEST(WebVersionUpdateFailure, PassesOnATimeout)
 {
     const LoopbackPeer peer({{reading, holding}});
     expect_failure(ask(peer), 1, timeout_error);
