@@ -12,24 +12,24 @@ Frameworks frameworks;
 
 namespace {
 
-enum class Kind : CFTypeID { Number = 1, Text, Address, Bundle, Dictionary };
+enum class Kind : CFTypeID { Number = 1, Text, Url, Bundle, Dictionary };
 
-// One record per handle that a call gave. None is freed before the next reset, so that a handle
-// used too late is recognised.
+// One record for each handle that a call returned. None is freed before the next reset, so that a
+// handle used too late is recognised.
 struct Object {
     Kind kind;
-    std::string text;     // an address's own text, or the root of a bundle
-    std::string path;     // of an address; empty where it has none
+    std::string text;     // the string of a URL, or the root of a bundle
+    std::string path;     // of a URL; empty if it has none
     int number;           // of a number
     bool is_readable;     // of a number
-    const Object *keeper; // whom a borrowed object lives and ends with; null: the system
-    bool is_owned;        // by who made it
+    const Object *keeper; // the owner of a borrowed object; null for the system
+    bool is_owned;        // by the caller that made it
     bool is_released;
 };
 
 std::deque<Object> objects;
 
-// The three keys of the proxy dictionary; the handles of the keys point here.
+// The three keys of the proxy dictionary; their handles point here.
 const char proxy_key_names[][11] = {"HTTPEnable", "HTTPProxy", "HTTPPort"};
 
 Object new_object(Kind kind, const std::string &text)
@@ -52,7 +52,7 @@ const void *give_borrowed(Object object, const Object *keeper)
     return &objects.emplace_back(object);
 }
 
-void note_fault(const char *call, const char *what)
+void record_fault(const char *call, const char *what)
 {
     frameworks.faults.push_back(std::string(call) + ": " + what);
 }
@@ -60,10 +60,10 @@ void note_fault(const char *call, const char *what)
 void require(bool holds, const char *call, const char *what)
 {
     if (!holds)
-        note_fault(call, what);
+        record_fault(call, what);
 }
 
-// Notes a call that can fail; true where this one must.
+// Records a call that can fail. True if this one must fail.
 bool fails(const char *call)
 {
     frameworks.calls.emplace_back(call);
@@ -75,21 +75,21 @@ bool is_gone(const Object &object)
     return object.is_released || (object.keeper != nullptr && object.keeper->is_released);
 }
 
-// The live object of a handle; otherwise null, with a fault noted.
+// The live object of a handle, or null with a fault recorded.
 Object *live_object(const char *call, const void *handle)
 {
     if (handle == nullptr) {
-        note_fault(call, "null");
+        record_fault(call, "null");
         return nullptr;
     }
     const auto found = std::find_if(objects.begin(), objects.end(),
                                     [&](const Object &object) { return &object == handle; });
     if (found == objects.end()) {
-        note_fault(call, "no object");
+        record_fault(call, "not an object");
         return nullptr;
     }
     if (is_gone(*found)) {
-        note_fault(call, "released object");
+        record_fault(call, "released object");
         return nullptr;
     }
     return &*found;
@@ -100,7 +100,7 @@ Object *live_object(const char *call, const void *handle, Kind kind)
     Object *object = live_object(call, handle);
     if (object == nullptr || object->kind == kind)
         return object;
-    note_fault(call, "object of another type");
+    record_fault(call, "object of another type");
     return nullptr;
 }
 
@@ -122,29 +122,28 @@ CFBundleRef give_bundle(const std::string &identifier)
 {
     for (const LoadedBundle &bundle : frameworks.bundles) {
         if (bundle.identifier == identifier)
-            // The system hands a bundle out as a pointer to what may change, alone of all objects.
+            // Unlike all other objects, a bundle is a pointer to non-const.
             return static_cast<CFBundleRef>(
                 const_cast<void *>(give_borrowed(new_object(Kind::Bundle, bundle.root), nullptr)));
     }
     return nullptr;
 }
 
-CFURLRef give_address(const std::string &path)
+CFURLRef give_url(const std::string &path)
 {
-    Object address = new_object(Kind::Address, path);
-    address.path = path;
-    return static_cast<CFURLRef>(give_owned(address));
+    Object url = new_object(Kind::Url, path);
+    url.path = path;
+    return static_cast<CFURLRef>(give_owned(url));
 }
 
-// An address in a bundle: the folder's path and the one below it.
-CFURLRef copy_bundle_address(const char *call, CFBundleRef handle, bool is_absolute,
-                             const char *below)
+// The URL of something in a bundle.
+CFURLRef copy_bundle_url(const char *call, CFBundleRef handle, bool is_absolute, const char *below)
 {
     const bool failing = fails(call);
     const Object *bundle = live_object(call, handle, Kind::Bundle);
     if (bundle == nullptr || failing)
         return nullptr;
-    return give_address((is_absolute ? bundle->text : "") + below);
+    return give_url((is_absolute ? bundle->text : "") + below);
 }
 
 bool has_resource(const std::string &root, const std::string &name)
@@ -166,8 +165,8 @@ const void *give_proxy_entry(const ProxyEntry &entry, const Object *dictionary)
     return give_borrowed(number, dictionary);
 }
 
-// Whether a reference's bytes from its first zero on are zeros, at least one.
-bool is_filled(const UInt8 *first_zero, const UInt8 *end)
+// True if a reference ends in zeros only, at least one.
+bool is_valid_reference(const UInt8 *first_zero, const UInt8 *end)
 {
     return first_zero != end && std::all_of(first_zero, end, [](UInt8 byte) { return byte == 0; });
 }
@@ -249,13 +248,13 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr,
     return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, cStr)));
 }
 
-// A failure leaves its mark in the first byte: nobody may take the buffer for untouched.
+// A failure changes the first byte, so that a caller cannot assume an unchanged buffer.
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding)
 {
     const bool failing = fails(__func__);
     const Object *string = live_object(__func__, theString, Kind::Text);
-    require(bufferSize > 0, __func__, "no room");
+    require(bufferSize > 0, __func__, "no space");
     if (string == nullptr || bufferSize <= 0)
         return false;
     if (failing || !can_encode(__func__, string->text, encoding) ||
@@ -296,7 +295,7 @@ const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key)
                                              : nullptr;
 }
 
-// A blank makes no address.
+// A string with a space is not a URL.
 CFURLRef CFURLCreateWithBytes(CFAllocatorRef allocator, const UInt8 *URLBytes, CFIndex length,
                               CFStringEncoding encoding, CFURLRef baseURL)
 {
@@ -309,7 +308,7 @@ CFURLRef CFURLCreateWithBytes(CFAllocatorRef allocator, const UInt8 *URLBytes, C
                            static_cast<std::size_t>(length));
     if (!can_encode(__func__, text, encoding) || text.find(' ') != std::string::npos)
         return nullptr;
-    return static_cast<CFURLRef>(give_owned(new_object(Kind::Address, text)));
+    return static_cast<CFURLRef>(give_owned(new_object(Kind::Url, text)));
 }
 
 CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef filePath,
@@ -320,17 +319,17 @@ CFURLRef CFURLCreateWithFileSystemPath(CFAllocatorRef allocator, CFStringRef fil
     require(allocator == kCFAllocatorDefault, __func__, "unexpected allocator");
     require(pathStyle == kCFURLPOSIXPathStyle, __func__, "unexpected style");
     require(isDirectory, __func__, "not marked as a folder");
-    return path != nullptr && !failing ? give_address(path->text) : nullptr;
+    return path != nullptr && !failing ? give_url(path->text) : nullptr;
 }
 
 CFStringRef CFURLCopyFileSystemPath(CFURLRef anURL, CFURLPathStyle pathStyle)
 {
     const bool failing = fails(__func__);
-    const Object *address = live_object(__func__, anURL, Kind::Address);
+    const Object *url = live_object(__func__, anURL, Kind::Url);
     require(pathStyle == kCFURLPOSIXPathStyle, __func__, "unexpected style");
-    if (address == nullptr || address->path.empty() || failing)
+    if (url == nullptr || url->path.empty() || failing)
         return nullptr;
-    return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, address->path)));
+    return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, url->path)));
 }
 
 CFBundleRef CFBundleGetMainBundle(void)
@@ -347,27 +346,27 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef bundleID)
 
 CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle)
 {
-    return copy_bundle_address(__func__, bundle, true, "");
+    return copy_bundle_url(__func__, bundle, true, "");
 }
 
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle)
 {
-    return copy_bundle_address(__func__, bundle, true, "/Contents/MacOS/program");
+    return copy_bundle_url(__func__, bundle, true, "/Contents/MacOS/program");
 }
 
 CFURLRef CFBundleCopySupportFilesDirectoryURL(CFBundleRef bundle)
 {
-    return copy_bundle_address(__func__, bundle, false, "Contents");
+    return copy_bundle_url(__func__, bundle, false, "Contents");
 }
 
 CFURLRef CFBundleCopyResourcesDirectoryURL(CFBundleRef bundle)
 {
-    return copy_bundle_address(__func__, bundle, false, "Contents/Resources");
+    return copy_bundle_url(__func__, bundle, false, "Contents/Resources");
 }
 
 CFURLRef CFBundleCopyBuiltInPlugInsURL(CFBundleRef bundle)
 {
-    return copy_bundle_address(__func__, bundle, false, "Contents/PlugIns");
+    return copy_bundle_url(__func__, bundle, false, "Contents/PlugIns");
 }
 
 CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
@@ -380,7 +379,7 @@ CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
     require(subDirName == nullptr, __func__, "unexpected sub-folder");
     if (owner == nullptr || name == nullptr || failing || !has_resource(owner->text, name->text))
         return nullptr;
-    return give_address(owner->text + "/Contents/Resources/" + name->text);
+    return give_url(owner->text + "/Contents/Resources/" + name->text);
 }
 
 OSErr Gestalt(OSType selector, SInt32 *response)
@@ -391,7 +390,7 @@ OSErr Gestalt(OSType selector, SInt32 *response)
     return failing ? recorded_gestalt_failure : frameworks.gestalt_status;
 }
 
-// A reference holds the path's text, with zeros behind it.
+// A reference contains the path, padded with zeros.
 OSStatus FSPathMakeRef(const UInt8 *path, FSRef *ref, Boolean *isDirectory)
 {
     require(isDirectory == nullptr, __func__, "unexpected out value");
@@ -411,7 +410,7 @@ OSStatus LSOpenFSRef(const FSRef *inRef, FSRef *outLaunchedRef)
     const bool failing = fails(__func__);
     const UInt8 *end = std::find(inRef->hidden, std::end(inRef->hidden), 0);
     const std::string path(inRef->hidden, end);
-    require(is_filled(end, std::end(inRef->hidden)), __func__, "reference that nobody filled");
+    require(is_valid_reference(end, std::end(inRef->hidden)), __func__, "invalid reference");
     if (path.empty())
         return recorded_no_such_file;
     frameworks.opened.push_back("file " + path);
@@ -420,12 +419,12 @@ OSStatus LSOpenFSRef(const FSRef *inRef, FSRef *outLaunchedRef)
 
 OSStatus LSOpenCFURLRef(CFURLRef inURL, CFURLRef *outLaunchedURL)
 {
-    require(outLaunchedURL == nullptr, __func__, "unexpected out address");
+    require(outLaunchedURL == nullptr, __func__, "unexpected out URL");
     const bool failing = fails(__func__);
-    const Object *address = live_object(__func__, inURL, Kind::Address);
-    if (address == nullptr)
+    const Object *url = live_object(__func__, inURL, Kind::Url);
+    if (url == nullptr)
         return recorded_no_application;
-    frameworks.opened.push_back("address " + address->text);
+    frameworks.opened.push_back("URL " + url->text);
     return failing ? recorded_no_application : frameworks.open_status;
 }
 

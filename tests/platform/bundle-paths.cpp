@@ -1,11 +1,11 @@
-// Prints what the bundle queries answer in this process; tests copy it into installed trees:
+// Prints the results of the bundle queries for itself. Tests copy it into installed trees:
 //
 //     bundle-paths CAPACITY NAME [REMOVED [REPLACEMENT]]
 //
-// A line each for the locations by number, for the suite's plug-in bundle ("plugin") and for its
-// resource NAME ("resource"): the path, or "-" where the answer was null and the buffer untouched.
-// NAME is also that of the main bundle's resource; NULL stands for no name. REMOVED is removed, or
-// REPLACEMENT moved into its place, before the first query.
+// It prints one line for each location, by number, one for the plug-in bundle ("plugin") and one
+// for its resource NAME ("resource"): the path, or "-" if the result was null and the buffer
+// untouched. NAME is also the resource of the main bundle; NULL means no name. Before the first
+// query REMOVED is removed, or replaced by REPLACEMENT.
 #include "platform/platform.h"
 
 #include <climits>
@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr std::size_t margin = 16; // behind the capacity, to be left alone
+constexpr std::size_t margin = 16; // bytes after the capacity, which must stay unchanged
 
 struct Buffer {
     std::string bytes;
@@ -32,25 +32,25 @@ Buffer make_buffer(std::size_t capacity)
 
 std::string text_of(const Buffer &buffer)
 {
-    const std::string room = buffer.bytes.substr(0, buffer.capacity);
+    const std::string text = buffer.bytes.substr(0, buffer.capacity);
     if (buffer.bytes.substr(buffer.capacity) != std::string(margin, '#'))
-        return "WRITTEN BEHIND THE CAPACITY";
-    if (room == std::string(buffer.capacity, '#'))
+        return "WRITTEN PAST THE CAPACITY";
+    if (text == std::string(buffer.capacity, '#'))
         return "-";
-    if (room.find('\0') == std::string::npos)
+    if (text.find('\0') == std::string::npos)
         return "NO TERMINATOR";
-    return room.c_str();
+    return text.c_str();
 }
 
 void print_answer(const std::string &key, const Buffer &buffer, const char *result)
 {
     std::string text = text_of(buffer);
     if (result == nullptr && text != "-")
-        text = "NULL, BUT THE BUFFER WAS TOUCHED";
+        text = "NULL, BUT THE BUFFER WAS CHANGED";
     if (result != nullptr && result != buffer.bytes.data())
         text = "ANOTHER POINTER";
     if (result != nullptr && text == "-")
-        text = "NOT NULL, BUT THE BUFFER IS UNTOUCHED";
+        text = "NOT NULL, BUT THE BUFFER IS UNCHANGED";
     std::printf("%s %s\n", key.c_str(), text.c_str());
 }
 

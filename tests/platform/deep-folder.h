@@ -1,4 +1,4 @@
-// Folders with paths near and beyond the longest that the system takes.
+// Folders with paths near and beyond the system's length limit.
 #ifndef QUINTRAL_TESTS_PLATFORM_DEEP_FOLDER_H
 #define QUINTRAL_TESTS_PLATFORM_DEEP_FOLDER_H
 

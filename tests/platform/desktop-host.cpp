@@ -107,8 +107,8 @@ void prepare_nothing()
 {
 }
 
-void ask_in_host(const Settings &environment, const std::function<void()> &prepare,
-                 const Open &open, Findings *findings)
+void call_in_host(const Settings &environment, const std::function<void()> &prepare,
+                  const Open &open, Findings *findings)
 {
     ChildOptions options;
     options.environment = environment;
@@ -123,20 +123,20 @@ void ask_in_host(const Settings &environment, const std::function<void()> &prepa
     EXPECT_TRUE(findings->childless);
     EXPECT_TRUE(findings->descriptors_kept);
     EXPECT_TRUE(findings->signals_kept);
-    EXPECT_EQ(findings->handled_by_strangers, 0);
+    EXPECT_EQ(findings->handled_in_copies, 0);
 }
 
 std::int32_t status_in_host(const FakeDesktop &desktop, const Open &open,
                             const std::function<void()> &prepare)
 {
     const SharedFindings findings;
-    ask_in_host(desktop.environment(), prepare, open, &*findings);
+    call_in_host(desktop.environment(), prepare, open, &*findings);
     return findings->status;
 }
 
-std::int32_t open_address(const std::string &address)
+std::int32_t open_url(const std::string &url)
 {
-    return platform_open_url(address.data(), address.size());
+    return platform_open_url(url.data(), url.size());
 }
 
 std::int32_t status_without_delay(const Open &open)
@@ -151,12 +151,12 @@ std::int32_t status_without_delay(const Open &open)
     return status;
 }
 
-Open address_opener(const std::string &address)
+Open url_opener(const std::string &url)
 {
-    return [address] { return status_without_delay([&address] { return open_address(address); }); };
+    return [url] { return status_without_delay([&url] { return open_url(url); }); };
 }
 
-void need(bool condition, int exit_status)
+void exit_unless(bool condition, int exit_status)
 {
     if (!condition)
         _exit(exit_status);
@@ -172,7 +172,7 @@ void set_handler(int number, void (*handler)(int), int flags)
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = flags;
-    need(sigaction(number, &action, nullptr) == 0, 75);
+    exit_unless(sigaction(number, &action, nullptr) == 0, 75);
 }
 
 int shortest_wait(const std::function<int()> &wait, int short_enough)

@@ -1,5 +1,5 @@
-// Which calls the macOS sources make, over the recording frameworks: each call fails in turn, and
-// every object is released.
+// The calls that the macOS sources make, over the recording frameworks: each call fails in turn,
+// and every object must be released.
 #include "platform/platform.h"
 #include "tests/macos-frameworks/recording.h"
 #include "tests/platform/macos-operations.h"
@@ -24,9 +24,9 @@ const Operation operations[] = {
     {"version", [] { return os_version(12); }},
     {"reference", [] { return make_and_open_ref("/a"); }},
     {"path", [] { return open_path("/a"); }},
-    {"address", [] { return open_url("http://a", 8); }},
+    {"URL", [] { return open_url("http://a", 8); }},
     {"document path", [] { return open_document("/a"); }},
-    {"document address", [] { return open_document("http://a"); }},
+    {"document URL", [] { return open_document("http://a"); }},
     {"MainBundle", [] { return bundle_path(MainBundle, nullptr); }},
     {"MainExecutable", [] { return bundle_path(MainExecutable, nullptr); }},
     {"MainSupportFiles", [] { return bundle_path(MainSupportFiles, nullptr); }},
@@ -40,12 +40,12 @@ const Operation operations[] = {
     {"proxy", [] { return http_proxy(); }},
 };
 
-// An operation's calls in their order, each with the answer if it fails. The first row of an
-// operation names no call and has the answer if none fails.
+// The calls of an operation in order, each with the result if it fails. The first row of an
+// operation names no call and has the result if none fails.
 struct CallRow {
     std::string operation;
     std::string call;
-    const char *answer;
+    const char *result;
 };
 
 const CallRow rows[] = {
@@ -60,17 +60,17 @@ const CallRow rows[] = {
     {"path", "FSPathMakeRef", "-43 "},
     {"path", "LSOpenFSRef", "-10814 file /a"},
 
-    {"address", "", "0 address http://a"},
-    {"address", "CFURLCreateWithBytes", "-30773 "},
-    {"address", "LSOpenCFURLRef", "-10814 address http://a"},
+    {"URL", "", "0 URL http://a"},
+    {"URL", "CFURLCreateWithBytes", "-30773 "},
+    {"URL", "LSOpenCFURLRef", "-10814 URL http://a"},
 
     {"document path", "", "0 file /a"},
     {"document path", "FSPathMakeRef", "-1 "},
     {"document path", "LSOpenFSRef", "-1 file /a"},
 
-    {"document address", "", "0 address http://a"},
-    {"document address", "CFURLCreateWithBytes", "-1 "},
-    {"document address", "LSOpenCFURLRef", "-1 address http://a"},
+    {"document URL", "", "0 URL http://a"},
+    {"document URL", "CFURLCreateWithBytes", "-1 "},
+    {"document URL", "LSOpenCFURLRef", "-1 URL http://a"},
 
     {"MainBundle", "", "buffer /Applications/Caf\xc3\xa9.app$"},
     {"MainBundle", "CFBundleGetMainBundle", "null "},
@@ -160,11 +160,11 @@ std::vector<CallRow> rows_of(const Operation &operation)
 }
 
 // Runs the operation with its call of this number failing, counted from 1; 0 for none.
-void check_answer(const Operation &operation, const CallRow &row, std::size_t failing_call)
+void check_result(const Operation &operation, const CallRow &row, std::size_t failing_call)
 {
     set_up_machine();
     frameworks.failing_call = failing_call;
-    EXPECT_EQ(operation.run(), row.answer) << operation.name << ": " << row.call;
+    EXPECT_EQ(operation.run(), row.result) << operation.name << ": " << row.call;
     expect_all_released();
 }
 
@@ -177,7 +177,7 @@ TEST(MacosSources, MakeTheseCallsAndReleaseEverything)
         std::vector<std::string> names;
         for (std::size_t i = 1; i < calls.size(); ++i)
             names.push_back(calls[i].call);
-        check_answer(operation, calls[0], 0);
+        check_result(operation, calls[0], 0);
         EXPECT_EQ(joined(frameworks.calls), joined(names));
     }
 }
@@ -187,7 +187,7 @@ TEST(MacosSources, AnswerAndReleaseEverythingWhicheverCallFails)
     for (const Operation &operation : operations) {
         const std::vector<CallRow> calls = rows_of(operation);
         for (std::size_t i = 1; i < calls.size(); ++i) {
-            check_answer(operation, calls[i], i);
+            check_result(operation, calls[i], i);
             EXPECT_GE(frameworks.calls.size(), i) << operation.name << ": " << calls[i].call;
         }
     }

@@ -38,7 +38,7 @@ std::string shown_opening(std::int32_t returned)
     return std::to_string(returned) + ' ' + joined(frameworks.opened);
 }
 
-// What lies on the stack when an operation begins: no zeros that nobody put there.
+// Fills the stack below the caller, so that an operation does not find zeros by luck.
 void fill_stack()
 {
     volatile unsigned char bytes[4096];
@@ -46,7 +46,7 @@ void fill_stack()
         byte = 0xa5;
 }
 
-void (*volatile soil_stack)() = fill_stack; // through a pointer: never inlined, never dropped
+void (*volatile soil_stack)() = fill_stack; // a pointer, so that the call is never optimised away
 
 } // namespace
 
@@ -129,9 +129,9 @@ std::string open_path(const char *path)
     return shown_opening(platform_open_path(path));
 }
 
-std::string open_url(const char *address, std::size_t count)
+std::string open_url(const char *url, std::size_t count)
 {
-    return shown_opening(platform_open_url(address, count));
+    return shown_opening(platform_open_url(url, count));
 }
 
 std::string open_document(const char *text)

@@ -1,6 +1,6 @@
-// The operations of the macOS sources over the recording frameworks, each with its answer as a
-// string: what was returned, and the buffer, which is filled with '#' before the call. In a shown
-// buffer '$' is a zero byte and the '#'s at the end are left out, so an untouched buffer is empty.
+// The operations of the macOS sources over the recording frameworks. Each returns a string with the
+// result and the buffer, which is filled with '#' before the call. A NUL is shown as '$', and the
+// '#'s at the end are left out, so an unchanged buffer is shown as an empty string.
 //
 //     set_up_machine();
 //     EXPECT_EQ(plugin_bundle_path(), "buffer /Library/First.plugin$");
@@ -16,7 +16,7 @@
 
 namespace quintral::tests {
 
-constexpr std::size_t buffer_size = 80; // of every operation's buffer, whatever capacity it is told
+constexpr std::size_t buffer_size = 80; // whatever capacity the operation is given
 
 // A machine on which everything works: three bundles and a proxy.
 void set_up_machine();
@@ -24,7 +24,7 @@ void set_up_machine();
 // Removes a loaded bundle by its identifier, the main one by "".
 void unload(const std::string &identifier);
 
-// No fault was recorded and every object was released.
+// Checks that no fault was recorded and that every object was released.
 void expect_all_released();
 
 // Entries of the proxy dictionary.
@@ -42,7 +42,7 @@ std::string bundle_path(unsigned location, const char *name, std::size_t capacit
 std::string plugin_bundle_path(std::size_t capacity = buffer_size);
 std::string plugin_resource_path(const char *name, std::size_t capacity = buffer_size);
 std::string open_path(const char *path);
-std::string open_url(const char *address, std::size_t count);
+std::string open_url(const char *url, std::size_t count);
 std::string open_document(const char *text);
 std::string make_and_open_ref(const char *path);
 std::string http_proxy(std::size_t size = buffer_size);

@@ -1,4 +1,4 @@
-// The recording frameworks themselves: their declarations, and that they notice every misuse.
+// The recording frameworks themselves: their declarations and their record of misuse.
 #include "platform/platform.h"
 #include "tests/macos-frameworks/recording.h"
 #include "tests/platform/macos-operations.h"
@@ -12,8 +12,6 @@ namespace quintral {
 namespace {
 
 using namespace tests;
-
-// The declarations
 
 TEST(MacosDeclarations, MatchThoseOfTheSystem)
 {
@@ -34,7 +32,7 @@ TEST(MacosDeclarations, MatchThoseOfTheSystem)
     EXPECT_EQ(static_cast<CFIndex>(kCFURLPOSIXPathStyle), 0);
 }
 
-// The recording itself
+// The recording
 
 CFStringRef new_string(const char *text)
 {
@@ -66,11 +64,11 @@ void use_entry_of_released_dictionary()
     CFGetTypeID(host);
 }
 
-void use_address_as_string()
+void use_url_as_string()
 {
-    CFURLRef address = CFBundleCopyBundleURL(CFBundleGetMainBundle());
-    CFBundleGetBundleWithIdentifier(reinterpret_cast<CFStringRef>(address));
-    CFRelease(address);
+    CFURLRef url = CFBundleCopyBundleURL(CFBundleGetMainBundle());
+    CFBundleGetBundleWithIdentifier(reinterpret_cast<CFStringRef>(url));
+    CFRelease(url);
 }
 
 void make_string_in_other_encoding()
@@ -78,7 +76,7 @@ void make_string_in_other_encoding()
     CFRelease(CFStringCreateWithCString(kCFAllocatorDefault, "text", 0));
 }
 
-void get_string_into_no_space()
+void get_string_into_empty_buffer()
 {
     char byte = '#';
     CFStringRef string = new_string("");
@@ -86,7 +84,7 @@ void get_string_into_no_space()
     CFRelease(string);
 }
 
-void make_path_that_is_no_folder()
+void make_path_that_is_not_a_folder()
 {
     CFStringRef path = new_string("/folder");
     CFRelease(
@@ -115,19 +113,19 @@ TEST(RecordingFrameworks, RecordEveryMisuse)
         void (*misuse)();
     } rows[] = {
         {"CFRelease: null", [] { CFRelease(nullptr); }},
-        {"CFRelease: no object", [] { CFRelease("text"); }},
+        {"CFRelease: not an object", [] { CFRelease("text"); }},
         {"CFRelease: borrowed object", [] { CFRelease(CFBundleGetMainBundle()); }},
         {"CFRelease: released object", release_twice},
         {"CFBundleGetBundleWithIdentifier: released object", use_released_string},
         {"CFGetTypeID: released object", use_entry_of_released_dictionary},
         {"CFBundleCopyBundleURL: null", [] { CFBundleCopyBundleURL(nullptr); }},
-        {"CFBundleGetBundleWithIdentifier: object of another type", use_address_as_string},
+        {"CFBundleGetBundleWithIdentifier: object of another type", use_url_as_string},
         {"CFStringCreateWithCString: null", [] { new_string(nullptr); }},
         {"CFStringCreateWithCString: unexpected encoding", make_string_in_other_encoding},
-        {"CFStringGetCString: no room", get_string_into_no_space},
-        {"CFURLCreateWithFileSystemPath: not marked as a folder", make_path_that_is_no_folder},
-        {"LSOpenFSRef: reference that nobody filled", open_garbage},
-        {"LSOpenFSRef: reference that nobody filled", open_reference_with_last_byte_set},
+        {"CFStringGetCString: no space", get_string_into_empty_buffer},
+        {"CFURLCreateWithFileSystemPath: not marked as a folder", make_path_that_is_not_a_folder},
+        {"LSOpenFSRef: invalid reference", open_garbage},
+        {"LSOpenFSRef: invalid reference", open_reference_with_last_byte_set},
     };
     for (const auto &row : rows) {
         set_up_machine();

@@ -1,4 +1,4 @@
-// The bundle queries on Linux. The program that asks is bundle-paths, copied into installed trees.
+// The bundle queries on Linux. The program bundle-paths makes them, in copies in installed trees.
 #include "platform/platform.h"
 
 #include "tests/harness/child-process.h"
@@ -29,8 +29,8 @@ Answers parse_answers(const std::string &output)
     for (std::size_t start = 0; start < output.size();) {
         const std::size_t end = output.find('\n', start);
         const std::string line = output.substr(start, end - start);
-        const std::size_t blank = line.find(' ');
-        answers[line.substr(0, blank)] = line.substr(blank + 1);
+        const std::size_t space = line.find(' ');
+        answers[line.substr(0, space)] = line.substr(space + 1);
         start = end + 1;
     }
     return answers;
@@ -40,7 +40,7 @@ struct Query {
     std::string resource = "missing";
     std::string capacity = "8192";
     std::vector<std::string> more = {}; // arguments of bundle-paths
-    std::string folder = {};            // working folder, the test's own where empty
+    std::string folder = {};            // working folder; empty for the test's own
 };
 
 Answers run_program(const std::string &program, const Query &query = {})
@@ -60,7 +60,7 @@ Answers run_program(const std::string &program, const Query &query = {})
 const char *const suite_bundle = "PlugIns/" QUINTRAL_PLUGIN_IDENTIFIER ".bundle";
 const char *const second_bundle = "PlugIns/" QUINTRAL_SECOND_PLUGIN_IDENTIFIER ".bundle";
 
-// All answers for a program and its main bundle that has neither plug-ins nor the resource.
+// All answers for a program whose main bundle has neither plug-in bundles nor the resource.
 Answers plain_answers(const std::string &program, const std::string &bundle)
 {
     Answers answers;
@@ -74,7 +74,7 @@ Answers plain_answers(const std::string &program, const std::string &bundle)
     return answers;
 }
 
-// The system's own name for a temporary folder, which may lie behind a link.
+// The canonical path of a temporary folder, whose path may contain a link.
 std::string real_path(const std::string &path)
 {
     return std::filesystem::canonical(path).string();
@@ -97,7 +97,7 @@ std::string install_program(const std::string &path)
     return path;
 }
 
-// PREFIX/bin/NAME and PREFIX/share/NAME.resources in a temporary folder.
+// A temporary folder with PREFIX/bin/NAME and PREFIX/share/NAME.resources.
 class InstalledTree {
 public:
     explicit InstalledTree(const std::string &prefix = "prefix", const std::string &name = "shapes")
@@ -148,7 +148,7 @@ TEST(PlatformBundle, OfAProgramInBinIsItsResourcesFolderInShare)
         const char *name;
     } rows[] = {
         {"prefix", "shapes"},
-        {"with blank", "Quintral Shapes"},
+        {"with space", "Quintral Shapes"},
         {"a/b/c", "shapes.bin"},
         {"bin", "bin"},
         {"bin/share", "share"},
@@ -165,8 +165,8 @@ TEST(PlatformBundle, OfAnyOtherProgramIsItsOwnFolder)
 {
     const struct {
         const char *program;
-        const char *resources; // a folder, none where empty
-        const char *file;      // a file, none where empty
+        const char *resources; // a folder to make, or empty
+        const char *file;      // a file to make, or empty
     } rows[] = {
         {"prefix/bin/shapes", "", ""},
         {"prefix/bin/shapes", "prefix/share/other.resources", ""},
@@ -285,12 +285,12 @@ TEST(PlatformBundle, ResourceIsTheEntryOfThatNameInTheFolder)
     for (const std::string &folder : {tree.bundle(), suite}) {
         make_folders(folder + "/sub/deep");
         make_folders(folder + "/..sub");
-        for (const char *name : {"welcome.txt", "with blank #1 100%", "..hidden", "trailing..",
+        for (const char *name : {"welcome.txt", "with space #1 100%", "..hidden", "trailing..",
                                  "...", "-option", "sub/deep/file", "..sub/file", "NULL.txt"})
             make_file(folder + "/" + name);
         make_link("welcome.txt", folder + "/link");
     }
-    for (const char *name : {"welcome.txt", "with blank #1 100%", "..hidden", "trailing..", "...",
+    for (const char *name : {"welcome.txt", "with space #1 100%", "..hidden", "trailing..", "...",
                              "-option", "sub/deep/file", "..sub/file", "sub", "sub/deep", "link"}) {
         Query query;
         query.resource = name;
@@ -380,7 +380,7 @@ TEST(PlatformBundle, APlugInBundleIsNeverAFile)
     EXPECT_EQ(run_program(tree.program()), plain_answers(tree.program(), tree.bundle()));
 }
 
-// A folder below `start` of exactly `length` bytes of path, made with all above it.
+// Makes a folder below `start` whose path is exactly `length` bytes long.
 std::string folder_of_length(std::string start, std::size_t length)
 {
     while (start.size() + 1 < length)
@@ -397,7 +397,7 @@ TEST(PlatformBundle, OfAProgramWithTheLongestPathIsItsOwnFolder)
     const std::string program = install_program(own + "/shapes");
     ASSERT_EQ(program.size(), 4095U);
     Answers expected = plain_answers(program, own);
-    expected["4"] = "-"; // longer than a path can be
+    expected["4"] = "-"; // the path would be too long
     EXPECT_EQ(run_program(program), expected);
 }
 
@@ -407,7 +407,7 @@ TEST(PlatformBundle, IsNotLookedForIfItsPathWouldBeTooLong)
     const std::string prefix = folder_of_length(real_path(folder.path()), 4080);
     ASSERT_EQ(prefix.size(), 4080U);
     const std::string program = install_program(prefix + "/bin/shapes");
-    make_folders(prefix + "/share/shapes.r"); // what remains where it is cut
+    make_folders(prefix + "/share/shapes.r"); // the path of the bundle, cut
     EXPECT_EQ(run_program(program), plain_answers(program, prefix + "/bin"));
 }
 

@@ -1,5 +1,5 @@
-// The platform queries on Linux: the system's name and version, file references, addresses. Bundles
-// are in platform-bundle-linux-test.cpp, opening in the desktop in xdg-open-test.cpp.
+// The platform queries on Linux: the system's name and version, file references, URLs. Bundles are
+// in platform-bundle-linux-test.cpp, opening in the desktop in xdg-open-test.cpp.
 #include "platform/platform.h"
 
 #include "tests/harness/child-process.h"
@@ -28,7 +28,7 @@ bool uname_fails = false;
 
 } // namespace
 
-// Stands before the C library's.
+// Takes precedence over the C library's uname.
 extern "C" int uname(utsname *system) noexcept
 {
     if (!uname_fails)
@@ -51,7 +51,8 @@ TEST(PlatformOsName, IsLinux)
     EXPECT_EQ(buffer, std::string("Linux\0###", 9));
 }
 
-// The text cut to the capacity, its terminator and one in the last byte; nothing behind.
+// The version is cut to the capacity; it and the last byte of the buffer are terminated. Nothing is
+// written past the capacity.
 void expect_version(const std::string &version, std::size_t capacity)
 {
     std::string buffer(capacity + 4, '#');
@@ -83,7 +84,7 @@ TEST(PlatformOsVersion, IsUnknownIfUnameFails)
 
 // References
 
-// Goes back to where the process was when the record goes.
+// Changes the working folder until the end of the scope.
 class WorkingFolder {
 public:
     explicit WorkingFolder(const std::string &path) : before_(std::filesystem::current_path())
@@ -103,11 +104,11 @@ private:
     std::filesystem::path before_;
 };
 
-// A folder with a file, folders, links and a name for each trap.
+// Fills a folder with files, folders, links and difficult names.
 void fill_reference_folder(const TempFolder &folder)
 {
     make_file(folder.path("file"));
-    make_file(folder.path("with blank #1 100%"));
+    make_file(folder.path("with space #1 100%"));
     make_file(folder.path("-option"));
     make_directory(folder.path("sub"));
     make_file(folder.path("sub/deep"));
@@ -142,7 +143,7 @@ TEST(PlatformMakeRef, KeepsAnAbsolutePath)
 {
     const TempFolder folder;
     fill_reference_folder(folder);
-    for (const char *name : {"file", "with blank #1 100%", "-option", "sub", "sub/", "sub/deep",
+    for (const char *name : {"file", "with space #1 100%", "-option", "sub", "sub/", "sub/deep",
                              "link", "sub/../file", "sub//deep"})
         expect_ref(folder.path(name), folder.path(name));
     expect_ref("/", "/");
@@ -155,7 +156,7 @@ TEST(PlatformMakeRef, MakesARelativePathAbsolute)
     fill_reference_folder(folder);
     const WorkingFolder working(folder.path());
     const std::string here = std::filesystem::current_path().string() + "/";
-    for (const char *name : {"file", "with blank #1 100%", "-option", "sub/deep", ".", "./file",
+    for (const char *name : {"file", "with space #1 100%", "-option", "sub/deep", ".", "./file",
                              "sub/../file", "link"})
         expect_ref(name, here + name);
 }
@@ -223,7 +224,7 @@ TEST(PlatformMakeRef, AcceptsPathsUpToTheSystemsLimit)
     }
 }
 
-// Addresses. No xdg-open is found, so that -1 says that the bytes are an address.
+// URLs. No xdg-open is found, so -1 means that the bytes are accepted as a URL.
 
 constexpr std::int32_t no_xdg_open = -1;
 
@@ -245,7 +246,8 @@ private:
     std::string path_;
 };
 
-// From a block of exactly the count, so that a sanitizer sees a byte read behind it.
+// Copies the bytes to a block of exactly their size, so that a sanitizer reports a read past its
+// end.
 std::int32_t open_bytes(const std::string &bytes)
 {
     const std::vector<char> block(bytes.begin(), bytes.end());
@@ -254,35 +256,35 @@ std::int32_t open_bytes(const std::string &bytes)
 
 TEST_F(PlatformAddress, BeginsWithAScheme)
 {
-    for (const char *address :
+    for (const char *url :
          {"http://www.quintral.example/", "mailto:somebody@quintral.example", "a:", "A:", "z:x",
           "Z:x", "x-a.b+c9:rest", "HTTP://A", "file:///etc/passwd", "urn:isbn:0"})
-        EXPECT_EQ(open_bytes(address), no_xdg_open) << address;
+        EXPECT_EQ(open_bytes(url), no_xdg_open) << url;
 }
 
 TEST_F(PlatformAddress, IsRejectedWithoutAScheme)
 {
-    for (const char *address : {"",
-                                ":",
-                                "://host",
-                                "www.quintral.example",
-                                "http",
-                                "http//host",
-                                "/etc/passwd",
-                                "relative/path",
-                                "1http://host",
-                                "+a:b",
-                                "-a:b",
-                                ".a:b",
-                                "-",
-                                "--help",
-                                "--help:x",
-                                " http://host",
-                                "ht tp://host",
-                                "ht_tp://host",
-                                "h%74tp://host",
-                                "http;//host:80"})
-        EXPECT_EQ(open_bytes(address), PlatformNoAddress) << address;
+    for (const char *url : {"",
+                            ":",
+                            "://host",
+                            "www.quintral.example",
+                            "http",
+                            "http//host",
+                            "/etc/passwd",
+                            "relative/path",
+                            "1http://host",
+                            "+a:b",
+                            "-a:b",
+                            ".a:b",
+                            "-",
+                            "--help",
+                            "--help:x",
+                            " http://host",
+                            "ht tp://host",
+                            "ht_tp://host",
+                            "h%74tp://host",
+                            "http;//host:80"})
+        EXPECT_EQ(open_bytes(url), PlatformNoAddress) << url;
     EXPECT_EQ(PlatformNoAddress, -30773);
 }
 
@@ -302,7 +304,7 @@ TEST_F(PlatformAddress, ContainsOnlyUrlCharacters)
 TEST_F(PlatformAddress, HasASchemeOfLettersDigitsPlusMinusAndPeriod)
 {
     const std::string letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-    const std::string later = letters + "0123456789+-.:"; // a ':' ends it
+    const std::string later = letters + "0123456789+-.:"; // a ':' ends the scheme
     for (int byte = 0; byte < 256; ++byte) {
         const char c = static_cast<char>(byte);
         const bool first = letters.find(c) != std::string::npos;
@@ -321,7 +323,8 @@ TEST_F(PlatformAddress, IsReadOnlyUpToTheCount)
     EXPECT_EQ(platform_open_url("http://host", 4), PlatformNoAddress);
     EXPECT_EQ(platform_open_url("http://host", 5), no_xdg_open);
     EXPECT_EQ(platform_open_url("http://host", 0), PlatformNoAddress);
-    EXPECT_EQ(platform_open_url("http://host", 12), PlatformNoAddress); // its terminator counts
+    EXPECT_EQ(platform_open_url("http://host", 12),
+              PlatformNoAddress); // the terminator is a byte too
 }
 
 } // namespace

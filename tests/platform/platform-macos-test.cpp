@@ -89,7 +89,7 @@ TEST(PlatformMacosOpen, ReturnsTheStatusOfTheLaunchServices)
         frameworks.opened.clear();
         EXPECT_EQ(open_path("/caf\xc3\xa9"), prefix + " file /caf\xc3\xa9");
         frameworks.opened.clear();
-        EXPECT_EQ(open_url("http://a/b", 10), prefix + " address http://a/b");
+        EXPECT_EQ(open_url("http://a/b", 10), prefix + " URL http://a/b");
         expect_all_released();
     }
 }
@@ -111,10 +111,10 @@ TEST(PlatformMacosOpenUrl, ReadsOnlyUpToTheCount)
         std::size_t count;
         const char *answer;
     } rows[] = {
-        {"http://a/bcd", 10, "0 address http://a/b"},
-        {"http://caf\xc3\xa9/", 13, "0 address http://caf\xc3\xa9/"},
+        {"http://a/bcd", 10, "0 URL http://a/b"},
+        {"http://caf\xc3\xa9/", 13, "0 URL http://caf\xc3\xa9/"},
         {"http://a b", 10, "-30773 "},
-        {"http://a b", 8, "0 address http://a"},
+        {"http://a b", 8, "0 URL http://a"},
         {"http://a/\xff", 10, "-30773 "},
         {"http://a", std::numeric_limits<std::size_t>::max(), "-30773 "},
         {"http://a", std::numeric_limits<std::size_t>::max() / 2 + 1, "-30773 "},
@@ -137,14 +137,14 @@ TEST(PlatformMacosOpenDocument, OpensAPathIfItBeginsWithASlashOtherwiseAUrl)
         {"/a b", 0, "0 file /a b"},
         {"/", 0, "0 file /"},
         {"//a", 0, "0 file //a"},
-        {"a/b.txt", 0, "0 address a/b.txt"},
-        {"http://a/b", 0, "0 address http://a/b"},
-        {"", 0, "0 address "},
+        {"a/b.txt", 0, "0 URL a/b.txt"},
+        {"http://a/b", 0, "0 URL http://a/b"},
+        {"", 0, "0 URL "},
         {"a b", 0, "-1 "},
         {"/a/b.txt", -10814, "-1 file /a/b.txt"},
         {"/a/b.txt", 1, "-1 file /a/b.txt"},
-        {"http://a/b", -10814, "-1 address http://a/b"},
-        {"http://a/b", 1, "-1 address http://a/b"},
+        {"http://a/b", -10814, "-1 URL http://a/b"},
+        {"http://a/b", 1, "-1 URL http://a/b"},
     };
     for (const auto &row : rows) {
         set_up_machine();
@@ -214,7 +214,7 @@ TEST(PlatformMacosBundlePath, IsNullForASecondProductThatIsNotLoaded)
     expect_all_released();
 }
 
-// The system leaves a '!' where a path does not fit.
+// The recording leaves a '!' if a path does not fit.
 TEST(PlatformMacosBundlePath, ReturnsTheBufferEvenIfThePathDoesNotFit)
 {
     const struct {

@@ -1,4 +1,4 @@
-// The text of a Mac OS X version number, with every byte of the buffer.
+// The string for a Mac OS X version number, checked with every byte of the buffer.
 #include "platform/platform.h"
 
 #include <cstdint>
@@ -9,15 +9,15 @@
 namespace quintral {
 namespace {
 
-constexpr std::size_t room = 24;
+constexpr std::size_t buffer_size = 24;
 
-// A buffer that held '#'s: the text as far as it fits, its terminator and one in the last byte of
-// the capacity. `text` is already cut.
+// The buffer is filled with '#' before the call. `text` is already cut to the capacity; it and the
+// last byte of the capacity are terminated.
 void expect_version(std::uint32_t number, std::size_t capacity, const std::string &text)
 {
-    std::string buffer(room, '#');
+    std::string buffer(buffer_size, '#');
     EXPECT_EQ(platform_format_system_version(number, buffer.data(), capacity), buffer.data());
-    std::string expected(room, '#');
+    std::string expected(buffer_size, '#');
     expected.replace(0, text.size() + 1, text + '\0');
     expected[capacity - 1] = '\0';
     EXPECT_EQ(buffer, expected) << "number 0x" << std::hex << number << std::dec << ", capacity "
@@ -37,7 +37,7 @@ TEST(PlatformFormatSystemVersion, WritesTheLowFourHexDigitsWithPeriods)
         {0x0001, "00.0.1"}, {0x0010, "00.1.0"}, {0x0100, "01.0.0"},
     };
     for (const VersionRow &row : rows)
-        expect_version(row.number, room, row.text);
+        expect_version(row.number, buffer_size, row.text);
 }
 
 TEST(PlatformFormatSystemVersion, WritesHexDigitsAbove9AsNumbers)
@@ -47,7 +47,7 @@ TEST(PlatformFormatSystemVersion, WritesHexDigitsAbove9AsNumbers)
         {0xabcd, "1011.12.13"}, {0xffff, "1515.15.15"},
     };
     for (const VersionRow &row : rows)
-        expect_version(row.number, room, row.text);
+        expect_version(row.number, buffer_size, row.text);
 }
 
 TEST(PlatformFormatSystemVersion, IgnoresTheHighBits)
@@ -58,7 +58,7 @@ TEST(PlatformFormatSystemVersion, IgnoresTheHighBits)
         {0x80000000, "00.0.0"},
     };
     for (const VersionRow &row : rows)
-        expect_version(row.number, room, row.text);
+        expect_version(row.number, buffer_size, row.text);
 }
 
 TEST(PlatformFormatSystemVersion, IsCutToTheCapacityAndTerminatesTheLastByte)
@@ -68,7 +68,7 @@ TEST(PlatformFormatSystemVersion, IsCutToTheCapacityAndTerminatesTheLastByte)
         const char *text;
     } rows[] = {
         {1, ""},      {2, "1"},      {3, "10"},     {4, "10."},     {5, "10.4"},
-        {6, "10.4."}, {7, "10.4.9"}, {8, "10.4.9"}, {15, "10.4.9"}, {room, "10.4.9"},
+        {6, "10.4."}, {7, "10.4.9"}, {8, "10.4.9"}, {15, "10.4.9"}, {buffer_size, "10.4.9"},
     };
     for (const auto &row : rows)
         expect_version(0x1049, row.capacity, row.text);

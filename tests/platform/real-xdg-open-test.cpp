@@ -18,8 +18,8 @@ namespace {
 
 using namespace tests;
 
-// A desktop without a desktop environment, of which a folder holds all the settings: texts, folders
-// and web addresses are opened by the recorder.
+// A generic desktop with all its settings in one folder. The recorder opens text files, folders and
+// web addresses.
 class RealDesktop {
 public:
     RealDesktop() : root_(std::filesystem::canonical(folder_.path()).string())
@@ -46,8 +46,7 @@ public:
         return wait_for_record(path("record"));
     }
 
-    // With a display, whether or not anything answers there, and more settings, the later ones
-    // before the earlier.
+    // A display is set, whether or not anything answers there. `more` takes precedence.
     Settings environment(const Settings &more = {}) const
     {
         Settings settings = {
@@ -79,7 +78,7 @@ void expect_opened(const RealDesktop &desktop, const Settings &more, const Open 
                    const std::string &argument)
 {
     const SharedFindings findings;
-    ask_in_host(desktop.environment(more), prepare_nothing, open, &*findings);
+    call_in_host(desktop.environment(more), prepare_nothing, open, &*findings);
     EXPECT_EQ(findings->status, 0);
     EXPECT_EQ(record_argument(desktop.record()), argument);
 }
@@ -87,12 +86,12 @@ void expect_opened(const RealDesktop &desktop, const Settings &more, const Open 
 TEST(RealXdgOpen, IsInstalled)
 {
     EXPECT_EQ(access("/usr/bin/xdg-open", X_OK), 0) << "the package xdg-utils";
-    EXPECT_EQ(access("/usr/bin/file", X_OK), 0) << "the package file, which tells types of files";
+    EXPECT_EQ(access("/usr/bin/file", X_OK), 0) << "the package file, which recognises file types";
 }
 
 TEST(RealXdgOpen, OpensAFileOfAnyName)
 {
-    for (const char *name : {"plain.txt", "with two  blanks.txt", "#1.txt", "100% #2.txt",
+    for (const char *name : {"plain.txt", "with two  spaces.txt", "#1.txt", "100% #2.txt",
                              "a%20b%25.txt", "it's \"quoted\" & $(exit 3); `exit 3` *?.txt",
                              "http:a.txt", "\xC3\xBCml\xC3\xA4ut.txt", "-option"}) {
         const RealDesktop desktop;
@@ -105,7 +104,7 @@ TEST(RealXdgOpen, OpensAFileOfAnyName)
 
 TEST(RealXdgOpen, OpensAFolder)
 {
-    for (const char *name : {"folder", "with blank #1 100%"}) {
+    for (const char *name : {"folder", "with space #1 100%"}) {
         const RealDesktop desktop;
         const std::string path = desktop.path("documents/" + std::string(name));
         make_directory(path);
@@ -116,26 +115,26 @@ TEST(RealXdgOpen, OpensAFolder)
 
 TEST(RealXdgOpen, OpensAUrl)
 {
-    for (const char *address :
+    for (const char *url :
          {"http://www.quintral.example/", "http://a.example/b?c=d&e=%20f;g=$(exit)*#h"}) {
         const RealDesktop desktop;
         expect_opened(
-            desktop, {}, [address] { return open_address(address); }, address);
+            desktop, {}, [url] { return open_url(url); }, url);
     }
 }
 
 TEST(RealXdgOpen, UsesTheBrowserWithoutADisplay)
 {
-    for (const char *address : {"http://www.quintral.example/a?b=c%20d#e", "other:address"}) {
+    for (const char *url : {"http://www.quintral.example/a?b=c%20d#e", "other:url"}) {
         const RealDesktop desktop;
         const Settings settings = {{"DISPLAY", ""}, {"BROWSER", desktop.path("recorder")}};
         expect_opened(
-            desktop, settings, [address] { return open_address(address); }, address);
+            desktop, settings, [url] { return open_url(url); }, url);
     }
     const RealDesktop desktop;
     const std::string path = desktop.path("documents/file #1 100%.txt");
     make_file(path);
-    // For files the system's mailcap comes before the browser.
+    // For files, mailcap takes precedence over the browser.
     make_directory(desktop.path("bin"));
     make_link("/bin/false", desktop.path("bin/run-mailcap"));
     const Settings settings = {{"DISPLAY", ""},
@@ -150,18 +149,17 @@ TEST(RealXdgOpen, IsFoundInTheDefaultFoldersWithoutPath)
     const RealDesktop desktop;
     const Settings settings = {{"DISPLAY", ""}, {"BROWSER", desktop.path("recorder")}};
     const SharedFindings findings;
-    ask_in_host(
+    call_in_host(
         desktop.environment(settings), [] { unsetenv("PATH"); },
-        [] { return open_address("http://a.example/"); }, &*findings);
+        [] { return open_url("http://a.example/"); }, &*findings);
     EXPECT_EQ(findings->status, 0);
     EXPECT_EQ(record_argument(desktop.record()), "http://a.example/");
 }
 
-std::int32_t real_status(const RealDesktop &desktop, const Settings &more,
-                         const std::string &address)
+std::int32_t real_status(const RealDesktop &desktop, const Settings &more, const std::string &url)
 {
     const SharedFindings findings;
-    ask_in_host(desktop.environment(more), prepare_nothing, address_opener(address), &*findings);
+    call_in_host(desktop.environment(more), prepare_nothing, url_opener(url), &*findings);
     return findings->status;
 }
 
@@ -181,9 +179,9 @@ TEST(RealXdgOpen, IsNotWaitedForWhileTheApplicationRuns)
 {
     const RealDesktop desktop;
     const SharedFindings findings;
-    ask_in_host(
+    call_in_host(
         desktop.environment({{"FAKE_SLEEP", "yes"}}), prepare_nothing,
-        [] { return open_address("http://a.example/"); }, &*findings);
+        [] { return open_url("http://a.example/"); }, &*findings);
     EXPECT_EQ(findings->status, 0);
     EXPECT_LT(findings->milliseconds, 4000);
     EXPECT_TRUE(end_recorder(desktop));

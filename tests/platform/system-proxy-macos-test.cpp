@@ -20,7 +20,7 @@ const Entries complete_entries = {{"HTTPEnable", number_entry(1)},
                                   {"HTTPProxy", text_entry("cache")},
                                   {"HTTPPort", number_entry(3128)}};
 
-// The complete entries with one of them replaced or missing.
+// The complete entries, with one replaced or removed.
 Entries with(const std::string &key, const ProxyEntry &entry)
 {
     Entries entries = complete_entries;
@@ -38,7 +38,7 @@ Entries without(const std::string &key)
 TEST(SystemProxyMacos, NeedsEachOfTheThreeEntries)
 {
     const char *const no_proxy = "false $ 0";
-    const char *const emptied = "false $ache$ 0"; // the host had been copied
+    const char *const emptied = "false $ache$ 0"; // the host had been copied and was then emptied
     Entries other_protocols = {{"SOCKSEnable", number_entry(1)}};
     for (const auto &[key, entry] : complete_entries)
         other_protocols["HTTPS" + key.substr(4)] = entry;

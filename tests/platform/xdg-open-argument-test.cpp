@@ -33,11 +33,11 @@ void make_program(const std::string &folder, const std::string &content, mode_t 
     EXPECT_EQ(chmod((folder + "/xdg-open").c_str(), permissions), 0);
 }
 
-// The hosts' working folder is bin, with the fake in it.
+// The working folder is bin, which contains the fake xdg-open.
 std::int32_t status_with_path(const FakeDesktop &desktop, const std::string &path)
 {
-    return status_in_host(desktop, address_opener("exit:7"), [&] {
-        need(chdir(desktop.path("bin").c_str()) == 0, 77);
+    return status_in_host(desktop, url_opener("exit:7"), [&] {
+        exit_unless(chdir(desktop.path("bin").c_str()) == 0, 77);
         setenv("PATH", replace_first(path, "ROOT", desktop.path("")).c_str(), 1);
     });
 }
@@ -95,12 +95,12 @@ TEST(XdgOpenSearch, ReturnsMinus1IfThereIsNoneOrItCannotBeStarted)
 
 TEST(XdgOpenArgument, IsTheUrlUnchanged)
 {
-    for (const char *address :
+    for (const char *url :
          {"http://www.quintral.example/a?b=c&d=%20;e#f", "x:-h", "x:", "http://a/$(exit)*'!~[]",
           "mailto:a@b.example,c@d.example?subject=100%25"}) {
         const FakeDesktop desktop;
-        EXPECT_EQ(status_in_host(desktop, address_opener(address)), 0);
-        EXPECT_EQ(record_argument(desktop.record()), address);
+        EXPECT_EQ(status_in_host(desktop, url_opener(url)), 0);
+        EXPECT_EQ(record_argument(desktop.record()), url);
     }
 }
 
@@ -112,7 +112,7 @@ TEST(XdgOpenArgument, IsTheUrlUpToTheCount)
 }
 
 const char *const trap_names[] = {
-    "file",      "with  two blanks", "#1 100%25 ?a=b&c", "-option", "--help", "$(exit 3) `exit 3`",
+    "file",      "with  two spaces", "#1 100%25 ?a=b&c", "-option", "--help", "$(exit 3) `exit 3`",
     "'quoted\"", "http:a",           "\xC3\xBC \xFF",    "*",
 };
 
@@ -134,13 +134,13 @@ TEST(XdgOpenArgument, IsARelativePathMadeAbsolute)
         make_file(desktop.path(name));
         EXPECT_EQ(status_in_host(
                       desktop, [name] { return platform_open_path(name); },
-                      [&] { need(chdir(desktop.path("").c_str()) == 0, 78); }),
+                      [&] { exit_unless(chdir(desktop.path("").c_str()) == 0, 78); }),
                   0);
         EXPECT_EQ(record_argument(desktop.record()), desktop.path(name));
     }
 }
 
-// The shell that runs xdg-open would make another path of these, or an address.
+// The shell that runs xdg-open would turn these into other paths or into a URL.
 TEST(XdgOpenArgument, IsNeverAPathThatXdgOpenWouldMisread)
 {
     for (const char *name :
@@ -186,9 +186,9 @@ TEST(XdgOpenArgument, IsNeverAMissingPathOrAnInvalidUrl)
         {"relative path", [] { return platform_open_path("missing"); }, -43},
         {"long path", [] { return platform_open_path(std::string(5000, '/').c_str()); }, -1},
         {"empty reference", [] { return platform_open_ref(PlatformFileRef()); }, -1},
-        {"no path", [] { return platform_open_ref(ref_of("--help")); }, -1},
-        {"no end", [] { return platform_open_ref(ref_of(std::string(4096, '/'))); }, -1},
-        {"no address", [] { return open_address("--help"); }, PlatformNoAddress},
+        {"not a path", [] { return platform_open_ref(ref_of("--help")); }, -1},
+        {"no terminator", [] { return platform_open_ref(ref_of(std::string(4096, '/'))); }, -1},
+        {"not a URL", [] { return open_url("--help"); }, PlatformNoAddress},
         {"no bytes", [] { return platform_open_url(nullptr, 0); }, PlatformNoAddress},
     };
     for (const auto &row : rows)
@@ -205,7 +205,7 @@ TEST(XdgOpenDocument, IsAPathIfItBeginsWithASlashOtherwiseAUrl)
     const struct {
         std::string text;
         int result;
-        std::string argument; // none where empty
+        std::string argument; // empty if xdg-open is not started
     } rows[] = {
         {file, 0, file},
         {folder.path("exit:0"), 0, folder.path("exit:0")},
@@ -218,14 +218,14 @@ TEST(XdgOpenDocument, IsAPathIfItBeginsWithASlashOtherwiseAUrl)
         {"file", -1, ""},
         {"./file", -1, ""},
         {"", -1, ""},
-        {"http://with blank/", -1, ""},
+        {"http://with space/", -1, ""},
     };
     for (const auto &row : rows) {
         const FakeDesktop desktop;
         const Open open = [&row] { return platform_open_document(row.text.c_str()); };
         EXPECT_EQ(status_in_host(
                       desktop, [&open] { return status_without_delay(open); },
-                      [&] { need(chdir(folder.path("").c_str()) == 0, 79); }),
+                      [&] { exit_unless(chdir(folder.path("").c_str()) == 0, 79); }),
                   row.result)
             << row.text;
         const std::string record = desktop.record();

@@ -29,8 +29,8 @@ TEST(XdgOpenStatus, IsTheExitStatus)
 {
     const FakeDesktop desktop;
     for (const int status : {0, 1, 2, 3, 4, 9, 126, 127, 128, 137, 255}) {
-        const std::string address = "exit:" + std::to_string(status);
-        EXPECT_EQ(status_in_host(desktop, address_opener(address)), status);
+        const std::string url = "exit:" + std::to_string(status);
+        EXPECT_EQ(status_in_host(desktop, url_opener(url)), status);
     }
 }
 
@@ -38,27 +38,27 @@ TEST(XdgOpenStatus, IsMinus1IfASignalEndedXdgOpen)
 {
     const FakeDesktop desktop;
     for (const int number : {SIGHUP, SIGKILL, SIGPIPE, SIGALRM, SIGTERM, SIGRTMAX}) {
-        const std::string address = "signal:" + std::to_string(number);
-        EXPECT_EQ(status_in_host(desktop, address_opener(address)), -1) << number;
+        const std::string url = "signal:" + std::to_string(number);
+        EXPECT_EQ(status_in_host(desktop, url_opener(url)), -1) << number;
     }
 }
 
 TEST(XdgOpenStatus, IsTheExitStatusIfItComesWithinOneSecond)
 {
     const FakeDesktop desktop;
-    EXPECT_EQ(status_in_host(desktop, address_opener("late:3")), 3);
+    EXPECT_EQ(status_in_host(desktop, url_opener("late:3")), 3);
 }
 
-// Opens an address whose recorder stays at work; how long that took the host.
-int milliseconds_of_a_wait(const std::string &address)
+// Opens a URL whose recorder keeps running. Returns how long the call took.
+int milliseconds_of_a_wait(const std::string &url)
 {
     const FakeDesktop desktop;
     const SharedFindings findings;
-    ask_in_host(
-        desktop.environment(), prepare_nothing, [&] { return open_address(address); }, &*findings);
+    call_in_host(
+        desktop.environment(), prepare_nothing, [&] { return open_url(url); }, &*findings);
     EXPECT_EQ(findings->status, 0);
     EXPECT_GE(findings->milliseconds, 900);
-    EXPECT_TRUE(end_recorder(desktop)) << "it was to stay at work";
+    EXPECT_TRUE(end_recorder(desktop)) << "the recorder should still be running";
     return findings->milliseconds;
 }
 
@@ -84,25 +84,25 @@ void expect_clean_start(const std::function<void()> &prepare)
 {
     const FakeDesktop desktop;
     const auto prepare_in_folder = [&] {
-        need(chdir(desktop.path("bin").c_str()) == 0, 70);
+        exit_unless(chdir(desktop.path("bin").c_str()) == 0, 70);
         prepare();
     };
-    EXPECT_EQ(status_in_host(desktop, address_opener("exit:7"), prepare_in_folder), 7);
+    EXPECT_EQ(status_in_host(desktop, url_opener("exit:7"), prepare_in_folder), 7);
     const std::string record = desktop.record();
     const std::string settings = "folder: " + desktop.path("bin") + "\nmark: own mark\n";
     const std::string expected = nothing_inherited + settings;
     EXPECT_EQ(record.substr(0, expected.size()), expected);
-    EXPECT_NE(record_value(record, "session"), std::to_string(getsid(0))); // the host's too
+    EXPECT_NE(record_value(record, "session"), std::to_string(getsid(0))); // which the host has too
     EXPECT_NE(record_value(record, "group"), std::to_string(getpgrp()));
 }
 
 void open_many_descriptors()
 {
     for (int i = 0; i < 500; ++i)
-        need(dup(STDERR_FILENO) >= 0, 71); // not close-on-exec
+        exit_unless(dup(STDERR_FILENO) >= 0, 71); // not close-on-exec
 }
 
-// Has the system refuse a call, as some sandboxes do, to this process and all that come from it.
+// Makes a system call fail, as some sandboxes do, in this process and its descendants.
 void refuse_call(unsigned number)
 {
     sock_filter instructions[] = {
@@ -112,14 +112,14 @@ void refuse_call(unsigned number)
         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
     };
     const sock_fprog program = {sizeof instructions / sizeof instructions[0], instructions};
-    need(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, 72);
-    need(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0, 73);
+    exit_unless(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, 72);
+    exit_unless(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0, 73);
 }
 
 void refuse_close_range()
 {
     refuse_call(SYS_close_range);
-    need(syscall(SYS_close_range, 2000, 2000, 0) != 0, 74);
+    exit_unless(syscall(SYS_close_range, 2000, 2000, 0) != 0, 74);
 }
 
 void block_all_signals()
@@ -175,7 +175,7 @@ TEST(XdgOpenStart, InheritsNoBlockedOrIgnoredSignal)
 TEST(XdgOpenStart, FailsIfDescriptorsCannotBeClosed)
 {
     const FakeDesktop desktop;
-    EXPECT_EQ(status_in_host(desktop, address_opener("exit:7"),
+    EXPECT_EQ(status_in_host(desktop, url_opener("exit:7"),
                              [] {
                                  refuse_close_range();
                                  refuse_call(SYS_getdents64);
@@ -188,7 +188,7 @@ TEST(XdgOpenStart, FailsIfAForkFails)
 {
     for (const int number : {1, 2}) {
         const FakeDesktop desktop;
-        EXPECT_EQ(status_in_host(desktop, address_opener("exit:7"),
+        EXPECT_EQ(status_in_host(desktop, url_opener("exit:7"),
                                  [number] {
                                      fork_script.calls = 0;
                                      fork_script.failing_call = number;
@@ -199,13 +199,13 @@ TEST(XdgOpenStart, FailsIfAForkFails)
     }
 }
 
-// A host's own handler of forks may wait for what there is only in the host.
+// The fork handler may wait for something that exists only in the host.
 TEST(XdgOpenStart, FailsIfAForkHandlerOfTheHostBlocks)
 {
     const FakeDesktop desktop;
     const SharedFindings findings;
     static pid_t host;
-    ask_in_host(
+    call_in_host(
         desktop.environment(),
         [] {
             host = getpid();
@@ -213,52 +213,53 @@ TEST(XdgOpenStart, FailsIfAForkHandlerOfTheHostBlocks)
                 while (getpid() != host)
                     poll(nullptr, 0, 10000);
             };
-            need(pthread_atfork(wait_in_copies, nullptr, nullptr) == 0, 84);
+            exit_unless(pthread_atfork(wait_in_copies, nullptr, nullptr) == 0, 84);
         },
-        [] { return open_address("exit:7"); }, &*findings);
+        [] { return open_url("exit:7"); }, &*findings);
     EXPECT_EQ(findings->status, -1);
     EXPECT_LT(findings->milliseconds, 4000);
     EXPECT_EQ(desktop.record(), "");
 }
 
-// Leaves room for so many descriptors before the limit is reached.
-void leave_room(int room)
+// Opens descriptors until only `count` more are allowed.
+void leave_descriptors(int count)
 {
     constexpr rlim_t limit = 64;
     rlimit descriptors = {};
     getrlimit(RLIMIT_NOFILE, &descriptors);
     descriptors.rlim_cur = limit;
-    need(setrlimit(RLIMIT_NOFILE, &descriptors) == 0, 76);
+    exit_unless(setrlimit(RLIMIT_NOFILE, &descriptors) == 0, 76);
     int last = 0;
     for (int number = 0; number >= 0; number = dup(STDERR_FILENO))
         last = std::max(last, number);
-    for (int i = 0; i < room; ++i)
+    for (int i = 0; i < count; ++i)
         close(last - i);
 }
 
 TEST(XdgOpenStart, FailsIfTheHostHasNoDescriptorsLeftForThePipe)
 {
-    for (const int room : {0, 1}) {
+    for (const int count : {0, 1}) {
         const FakeDesktop desktop;
-        EXPECT_EQ(status_in_host(desktop, address_opener("exit:7"), [room] { leave_room(room); }),
-                  -1);
+        EXPECT_EQ(
+            status_in_host(desktop, url_opener("exit:7"), [count] { leave_descriptors(count); }),
+            -1);
         EXPECT_EQ(desktop.record(), "");
     }
 }
 
 TEST(XdgOpenStart, NeedsOnlyTheTwoDescriptorsOfThePipe)
 {
-    expect_clean_start([] { leave_room(2); });
+    expect_clean_start([] { leave_descriptors(2); });
     expect_clean_start([] {
         refuse_close_range();
-        leave_room(2);
+        leave_descriptors(2);
     });
 }
 
 TEST(XdgOpenStart, FailsIfTheUrlIsTooLongForAnArgument)
 {
     const FakeDesktop desktop;
-    EXPECT_EQ(status_in_host(desktop, address_opener("exit:" + std::string(200000, '0'))), -1);
+    EXPECT_EQ(status_in_host(desktop, url_opener("exit:" + std::string(200000, '0'))), -1);
     EXPECT_EQ(desktop.record(), "");
 }
 

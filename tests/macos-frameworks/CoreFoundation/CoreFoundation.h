@@ -1,12 +1,11 @@
-// Stand-in for the framework's header: what the project's macOS sources use of it, declared as the
-// system documents it, so that those sources compile on every machine. recording.cpp beside it
-// defines the functions for the tests.
+// Replaces the framework's header on machines without it. It declares what the macOS sources use,
+// as the system documents it; recording.cpp defines the functions for the tests.
 #ifndef QUINTRAL_TESTS_MACOS_FRAMEWORKS_CORE_FOUNDATION_H
 #define QUINTRAL_TESTS_MACOS_FRAMEWORKS_CORE_FOUNDATION_H
 
 extern "C" {
 
-// Scalars. The 32-bit integers are longs where longs have 32 bits.
+// Scalars. The 32-bit integers are longs if longs have 32 bits.
 
 typedef unsigned char Boolean;
 typedef unsigned char UInt8;
@@ -64,7 +63,7 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void *valuePt
 
 const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key);
 
-// Addresses
+// URLs
 
 enum CFURLPathStyle : CFIndex { kCFURLPOSIXPathStyle = 0 };
 

@@ -1,11 +1,11 @@
-// Stand-in for the framework's header, as CoreFoundation/CoreFoundation.h beside it.
+// Replaces the framework's header on machines without it, like CoreFoundation/CoreFoundation.h.
 #ifndef QUINTRAL_TESTS_MACOS_FRAMEWORKS_CORE_SERVICES_H
 #define QUINTRAL_TESTS_MACOS_FRAMEWORKS_CORE_SERVICES_H
 
 #include <CoreFoundation/CoreFoundation.h>
 
-// Later systems warn of these calls. A compiler that knows no system versions always does, so that
-// a source that must build without a warning there fails here.
+// Later systems deprecate these calls. A compiler without system versions always warns, so that a
+// source that would not build there without a warning does not build here either.
 #if __has_attribute(availability)
 #define QUINTRAL_TESTS_DEPRECATED_IN(version)                                                      \
     __attribute__((availability(macosx, introduced = 10.0, deprecated = version)))

@@ -1,4 +1,4 @@
-// Stand-in for the framework's header, as CoreFoundation/CoreFoundation.h beside it.
+// Replaces the framework's header on machines without it, like CoreFoundation/CoreFoundation.h.
 #ifndef QUINTRAL_TESTS_MACOS_FRAMEWORKS_SYSTEM_CONFIGURATION_H
 #define QUINTRAL_TESTS_MACOS_FRAMEWORKS_SYSTEM_CONFIGURATION_H
 
