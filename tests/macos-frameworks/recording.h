@@ -1,4 +1,4 @@
-// Mock frameworks of macOS. They answer as a test sets them up, and record every object that is
+// Mock frameworks of macOS. They return what a test sets up, and record every object that is
 // made or released, every misuse and everything that is opened. A test can make each call fail in
 // turn. Link recording.cpp with the unchanged macOS sources, compiled with this folder in the
 // include path and QUINTRAL_PLATFORM_MACOS defined:
@@ -54,7 +54,7 @@ constexpr OSStatus recorded_no_application = -10814;
 
 struct Frameworks {
     // Set by the test.
-    SInt32 system_version; // what Gestalt answers
+    SInt32 system_version; // from Gestalt
     OSErr gestalt_status;  // 0 for success
     OSStatus make_status;  // of FSPathMakeRef; if not 0, the reference is not changed
     OSStatus open_status;  // of the two opening calls

@@ -26,7 +26,7 @@ std::string joined(const std::vector<std::string> &texts)
 
 namespace {
 
-std::string shown_answer(const char *returned, const std::string &buffer)
+std::string shown_result(const char *returned, const std::string &buffer)
 {
     if (returned == nullptr)
         return "null " + shown(buffer);
@@ -46,7 +46,7 @@ void fill_stack()
         byte = 0xa5;
 }
 
-void (*volatile soil_stack)() = fill_stack; // a pointer, so that the call is never optimised away
+void (*volatile dirty_stack)() = fill_stack; // a pointer, so that the call is never optimised away
 
 } // namespace
 
@@ -99,21 +99,21 @@ std::string os_version(std::size_t capacity)
 {
     std::string buffer(buffer_size, '#');
     const char *returned = platform_os_version(buffer.data(), capacity);
-    return shown_answer(returned, buffer);
+    return shown_result(returned, buffer);
 }
 
 std::string bundle_path(unsigned location, const char *name, std::size_t capacity)
 {
     std::string buffer(buffer_size, '#');
     const char *returned = platform_bundle_path(buffer.data(), capacity, location, name);
-    return shown_answer(returned, buffer);
+    return shown_result(returned, buffer);
 }
 
 std::string plugin_bundle_path(std::size_t capacity)
 {
     std::string buffer(buffer_size, '#');
     const char *returned = platform_plugin_bundle_path(buffer.data(), capacity);
-    return shown_answer(returned, buffer);
+    return shown_result(returned, buffer);
 }
 
 std::string plugin_resource_path(const char *name, std::size_t capacity)
@@ -125,7 +125,7 @@ std::string plugin_resource_path(const char *name, std::size_t capacity)
 
 std::string open_path(const char *path)
 {
-    soil_stack();
+    dirty_stack();
     return shown_opening(platform_open_path(path));
 }
 
@@ -136,7 +136,7 @@ std::string open_url(const char *url, std::size_t count)
 
 std::string open_document(const char *text)
 {
-    soil_stack();
+    dirty_stack();
     return shown_opening(platform_open_document(text));
 }
 

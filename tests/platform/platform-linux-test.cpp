@@ -324,7 +324,7 @@ TEST_F(PlatformAddress, IsReadOnlyUpToTheCount)
     EXPECT_EQ(platform_open_url("http://host", 5), no_xdg_open);
     EXPECT_EQ(platform_open_url("http://host", 0), PlatformNoAddress);
     EXPECT_EQ(platform_open_url("http://host", 12),
-              PlatformNoAddress); // the terminator is a byte too
+              PlatformNoAddress); // with its terminator
 }
 
 } // namespace

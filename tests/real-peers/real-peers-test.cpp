@@ -1,7 +1,6 @@
-// The version-update query against servers that others wrote: nginx with a PHP page at
-// /version-update.php, and tinyproxy in between. All of them run on this machine's loopback, with
-// configuration files and everything that they write in a temporary folder, which is also this
-// process's working folder while a test runs.
+// The version-update query against independent servers: nginx with a PHP page at
+// /version-update.php, directly or through tinyproxy. They run on the loopback interface. All their
+// files are in a temporary folder, which is the working folder during each test.
 #include "web/version-update.h"
 
 #include "tests/harness/child-process.h"
@@ -40,10 +39,10 @@ using tests::Child;
 using tests::ChildOptions;
 using tests::ChildResult;
 
-// ---- Servers ----
+// Servers
 
-// The path of an installed program, or an empty text after a test failure that says what to
-// install. Server programs live in folders that an ordinary user's PATH need not hold.
+// The path of an installed program. If there is none, the test fails with the package to install,
+// and the result is empty. Servers are often in folders that are not in an ordinary user's PATH.
 std::string installed_program(const std::string &name, const std::string &package)
 {
     const char *path = std::getenv("PATH");
@@ -91,7 +90,7 @@ std::uint16_t free_port()
     return ntohs(address.sin_port);
 }
 
-// Runs a server under `timeout`, so that it ends even where this process is ended from outside.
+// Runs a server under `timeout`, so that it ends even if this process is killed.
 Child start_server(const std::vector<std::string> &command)
 {
     std::vector<std::string> bounded = {"timeout", "-k", "2", "100"};
@@ -111,13 +110,13 @@ void stop_server(Child *child)
     child->process_id = -1;
 }
 
-// Starts a server that writes its process id to `pid_file` once it listens. Somebody else may take
-// the port between the look and the start, so a few are tried.
+// Starts a server that writes its process id to `pid_file` once it listens. Tries several ports,
+// because another process may take one before the server starts.
 std::uint16_t start_on_free_port(const std::vector<std::string> &command, const char *pid_file,
                                  const std::function<void(std::uint16_t)> &write_settings,
                                  Child *child)
 {
-    std::string said;
+    std::string output;
     for (int i = 0; i < 4; ++i) {
         const std::uint16_t port = free_port();
         write_settings(port);
@@ -130,14 +129,14 @@ std::uint16_t start_on_free_port(const std::vector<std::string> &command, const 
         tests::child_signal(*child, SIGTERM);
         const ChildResult result = tests::child_wait(*child);
         child->process_id = -1;
-        said = result.output + result.error;
+        output = result.output + result.error;
     }
-    ADD_FAILURE() << command[0] << " does not start: " << said;
+    ADD_FAILURE() << command[0] << " does not start: " << output;
     return 0;
 }
 
-// One process that serves the requests itself: it ends by its own id, and as root it does not turn
-// into a user who can't enter the temporary folder.
+// A single process, so that its process id ends it. As root it stays root; the user of a worker
+// process could not enter the temporary folder.
 void write_nginx_settings(std::uint16_t port)
 {
     std::ofstream("nginx.conf") << "daemon off;\n"
@@ -251,15 +250,14 @@ protected:
             std::printf("--- %s\n%s", log, tests::file_content(log).c_str());
     }
 
-    // What the page tells of a request that came straight from the client: its request line holds
-    // the whole address.
+    // What the page reports about a direct request, whose request line has the whole URL.
     std::string received_directly(const std::string &credentials = "none") const
     {
-        return "POST http://" + service + "/version-update.php HTTP/1.0\r\nvia nobody\r\n" +
+        return "POST http://" + service + "/version-update.php HTTP/1.0\r\nvia none\r\n" +
                "credentials " + credentials + "\r\n";
     }
 
-    // The same for one that tinyproxy has handed on: only the path is left.
+    // The same for a request through tinyproxy, which leaves only the path.
     static std::string received_through_proxy(const std::string &credentials = "none")
     {
         return "POST /version-update.php HTTP/1.0\r\nvia 1.0 quintral-test\r\ncredentials " +
@@ -277,7 +275,7 @@ protected:
     std::string service;
 };
 
-// ---- The library ----
+// The library
 
 struct Reply {
     int result = -2;
@@ -288,7 +286,7 @@ struct Reply {
     std::string message;
 };
 
-// The version of the installed tinyproxy is no concern of these tests.
+// Removes the version of the installed tinyproxy.
 std::string without_proxy_version(std::string text)
 {
     const std::size_t begin = text.find(" (tinyproxy/");
@@ -315,7 +313,7 @@ Reply ask(const std::string &product, float version, int proxy_port = 0, const c
     return reply;
 }
 
-// The fields of `ask` and of `run_utility`, as the page tells what it received.
+// What the page reports about the fields of `ask` and `run_utility`.
 std::string fields(const std::string &product, const std::string &version)
 {
     return "product=" + product + "\r\nproductline=Quintral & Co\r\nversion=" + version +
@@ -385,9 +383,7 @@ TEST_F(RealPeers, LibraryReadsALongAnswerInFull)
 {
     start_tinyproxy();
     ASSERT_NE(proxy_port, 0);
-    std::string message;
-    for (int i = 0; i < 6000; ++i)
-        message += "0123456789";
+    const std::string message = tests::repeated(6000, "0123456789");
     const Reply expected = {0, "", "", "", "", message + "\r\n"};
     expect_reply(ask("Long", 1.0F), expected);
     expect_reply(ask("Long", 1.0F, proxy_port), expected);
@@ -402,10 +398,9 @@ TEST_F(RealPeers, LibraryReportsAnErrorStatusOfTheServer)
     expect_reply(ask("Gone", 1.0F, proxy_port), gone);
 }
 
-// tinyproxy closes behind an error of its own without having read the form, which resets the
-// connection: behind the answer, so that the status is lost and only the broken connection is
-// reported. Where the form reaches it after the close, the answer has its clean end and the status
-// is reported.
+// After an error reply of its own, tinyproxy closes the connection without reading the form. That
+// usually resets the connection, so that only the reset is reported. If the form arrives after the
+// close, the reply ends cleanly and its status is reported.
 void expect_proxy_error(const Reply &reply, const std::string &status)
 {
     const std::string reset = "Error receiving data from web site: code " +
@@ -418,14 +413,14 @@ TEST_F(RealPeers, LibraryReportsAnErrorOfTinyproxyItself)
 {
     start_tinyproxy();
     ASSERT_NE(proxy_port, 0);
-    const std::string nobody = "127.0.0.1:" + std::to_string(tests::refused_port());
-    web_service_host = nobody.c_str();
+    const std::string refused = "127.0.0.1:" + std::to_string(tests::refused_port());
+    web_service_host = refused.c_str();
     for (int i = 0; i < 10; ++i)
         expect_proxy_error(ask("Quintral Shapes", 1.0F, proxy_port),
                            "500 from web site: Unable to connect");
 }
 
-// The credentials go out as those of the server, so a proxy hands them on to it.
+// The credentials are sent in the header line for the server, so a proxy passes them on.
 TEST_F(RealPeers, CredentialsReachTheServerDirectlyAndThroughTinyproxy)
 {
     start_tinyproxy();
@@ -438,7 +433,7 @@ TEST_F(RealPeers, CredentialsReachTheServerDirectlyAndThroughTinyproxy)
               first_line + received_through_proxy(credentials) + fields("Other", "1.000"));
 }
 
-// A proxy that wants credentials for itself looks for them on another header line.
+// A proxy expects its own credentials in a different header line.
 TEST_F(RealPeers, CredentialsDoNotSatisfyTinyproxysOwnAuthentication)
 {
     start_tinyproxy("BasicAuth user1 pw1\n");
@@ -448,7 +443,7 @@ TEST_F(RealPeers, CredentialsDoNotSatisfyTinyproxysOwnAuthentication)
     EXPECT_EQ(tests::file_content("nginx-access.log"), "");
 }
 
-// ---- The utility ----
+// The utility
 
 ChildResult run_utility(const std::string &service, const std::vector<std::string> &more,
                         const ChildOptions &options = {})

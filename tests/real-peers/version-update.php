@@ -1,7 +1,7 @@
 <?php
-// An update page as a maker would write it, for the test with real servers. Lines end in CR LF, as
-// many services write them. The message tells what arrived: how the request came and every field
-// as PHP decoded it.
+// A typical update page, for the tests with real servers. Lines end in CR LF, as many services write
+// them. The message reports the request line, the proxy, the credentials and every field as PHP
+// decoded it.
 
 const NEWEST = [
     'Quintral Shapes' => ['5.200', 'http://www.quintral.example/shapes', 'Get it'],
@@ -26,7 +26,7 @@ function answer(array $lines, string $message): never
     exit("Message: $message\r\n");
 }
 
-// A version with three digits behind the point as a whole number of thousandths.
+// A version with up to three decimal places, as an integer number of thousandths.
 function thousandths(string $version): int
 {
     [$whole, $fraction] = explode('.', "$version.");
@@ -36,7 +36,7 @@ function thousandths(string $version): int
 function received(): string
 {
     $text = $_SERVER['REQUEST_LINE'] . "\r\n";
-    $text .= 'via ' . ($_SERVER['HTTP_VIA'] ?? 'nobody') . "\r\n";
+    $text .= 'via ' . ($_SERVER['HTTP_VIA'] ?? 'none') . "\r\n";
     $text .= 'credentials ' . ($_SERVER['HTTP_AUTHORIZATION'] ?? 'none');
     foreach ($_POST as $name => $value) {
         $text .= "\r\n$name=$value";

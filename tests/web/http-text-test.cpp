@@ -6,8 +6,6 @@
 #include "tests/harness/text.h"
 
 #include <algorithm>
-#include <cctype>
-#include <clocale>
 #include <cstdio>
 #include <cstring>
 #include <string>

@@ -5,8 +5,11 @@
 #include "web/transaction.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
-#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

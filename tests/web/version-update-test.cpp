@@ -1,6 +1,7 @@
 // Whole version-update queries over real sockets.
 #include "tests/harness/each-locale.h"
 #include "tests/harness/loopback-peer.h"
+#include "tests/harness/text.h"
 #include "tests/web/version-update-calls.h"
 #include "web/transaction.h"
 #include "web/version-update.h"
@@ -50,13 +51,12 @@ TEST_P(WebVersionUpdate, EscapesEachValueAndCutsItAt1023)
                                  nullptr, nullptr, nullptr, "", 0, nullptr, nullptr),
               0);
     web_service_host = service_before;
-    std::string body = "product=A%26B%20%3d%20C%3f&productline=50%25%2b1&version=1%2e100"
-                       "&version%5fname=%c4%e4%201%2f2&os=" +
-                       std::string(1023, 'x') +
-                       "&os%5fversion=%23%3b%3a%22%27%0d%0a&machine%5fid=%2d%2e%5f%7e%2a"
-                       "&processor%5farch=";
-    for (int i = 0; i < 1021; ++i)
-        body += "%20";
+    const std::string body = "product=A%26B%20%3d%20C%3f&productline=50%25%2b1&version=1%2e100"
+                             "&version%5fname=%c4%e4%201%2f2&os=" +
+                             std::string(1023, 'x') +
+                             "&os%5fversion=%23%3b%3a%22%27%0d%0a&machine%5fid=%2d%2e%5f%7e%2a"
+                             "&processor%5farch=" +
+                             repeated(1021, "%20");
     EXPECT_EQ(peer.received(0), request(address, "127.0.0.1", body));
 }
 
