@@ -42,6 +42,9 @@ function(quintral_add_library folder)
   endif()
   target_sources(${target} PUBLIC
     FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
+  # Without these, 32-bit Linux cannot examine files of 2 GiB and more or dated after 2038. They are
+  # public because time_t is part of the interfaces. Other systems ignore them.
+  target_compile_definitions(${target} PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
   target_include_directories(${target} PUBLIC
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${target} PUBLIC ${arg_LINKS})

@@ -3,10 +3,6 @@
 #ifndef QUINTRAL_SUPPORT_C_UTILS_DIRECTORY_WALK_H
 #define QUINTRAL_SUPPORT_C_UTILS_DIRECTORY_WALK_H
 
-// Linux on 32 bits otherwise refuses to examine files of 2 GiB and more, and directories with long
-// inode numbers. Must stand before every header of the system.
-#define _FILE_OFFSET_BITS 64
-
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>

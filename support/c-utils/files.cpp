@@ -1,7 +1,7 @@
 // remove_tree is in remove-tree-at.cpp or remove-tree-path.cpp; the build picks one by the system.
-#include "support/c-utils/directory-walk.h" // first, since it sets the size of file offsets
-
 #include "support/c-utils/files.h"
+
+#include "support/c-utils/directory-walk.h"
 #include "support/error.h"
 
 #include <cerrno>

@@ -4,9 +4,9 @@
 // links around it cannot make it leave the tree. It keeps the last few directories on the current
 // path open, reopens the others through "..", and stops if ".." is not the directory it came from.
 // It does not recurse.
-#include "support/c-utils/directory-walk.h" // first, since it sets the size of file offsets
-
 #include "support/c-utils/files.h"
+
+#include "support/c-utils/directory-walk.h"
 
 #include <deque>
 

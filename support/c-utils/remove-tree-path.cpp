@@ -5,9 +5,9 @@
 // its path has been examined, the removal follows the link. Callers must make sure that nobody else
 // can write to the tree. Otherwise it behaves as files.h describes; one descriptor is open at a
 // time.
-#include "support/c-utils/directory-walk.h" // first, since it sets the size of file offsets
-
 #include "support/c-utils/files.h"
+
+#include "support/c-utils/directory-walk.h"
 
 #include <vector>
 

@@ -1,5 +1,6 @@
 #include "tests/support/failing-calls.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -23,20 +24,13 @@ namespace {
 bool watching = false;
 int failing_error = 0;
 
-std::string without_offset_size(std::string function)
-{
-    const std::size_t length = function.size();
-    const bool sized = length > 2 && function.compare(length - 2, 2, "64") == 0;
-    return sized ? function.substr(0, length - 2) : function;
-}
-
-// True where this call is the one to fail; errno is set then.
+// Records the call. True if it is the one to fail; errno is set then.
 bool call_fails(const char *function, const char *name)
 {
     if (!watching)
         return false;
     watching = false;
-    calls.push_back({without_offset_size(function), name == nullptr ? "" : name});
+    calls.push_back({function, name == nullptr ? "" : name});
     const std::size_t number = calls.size();
     if (before_call)
         before_call(calls.back());
@@ -46,12 +40,31 @@ bool call_fails(const char *function, const char *name)
     return number == failing_call;
 }
 
-template <typename Function> Function system_call(const char *name)
+// Returns the C library's own function. The headers rename some functions by the size of their file
+// offsets and times: stat becomes stat64, or __stat64_time64 on 32 bits. The definitions below are
+// renamed alike, so they replace what the helpers call, and the widest name that the library has is
+// the one that the headers chose.
+template <typename Function> Function *system_call(const char *name, Function *)
 {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    static const char *const patterns[] = {"__%s64_time64", "__%s_time64", "%s64", "%s"};
+    void *found = nullptr;
+    for (const char *pattern : patterns) {
+        char candidate[64]; // not a string, because tests count allocations
+        std::snprintf(candidate, sizeof candidate, pattern, name);
+        if (found == nullptr)
+            found = dlsym(RTLD_NEXT, candidate);
+    }
+    return reinterpret_cast<Function *>(found);
 }
 
-template <typename Record> Record *forge_name(Record *entry)
+int without_type(int result, struct stat *status)
+{
+    if (result == 0 && watching && type_bits_hidden)
+        status->st_mode &= static_cast<mode_t>(~S_IFMT);
+    return result;
+}
+
+dirent *with_forged_name(dirent *entry)
 {
     if (entry != nullptr && watching && !forged_name.empty() &&
         std::strcmp(entry->d_name, "forged") == 0)
@@ -59,14 +72,7 @@ template <typename Record> Record *forge_name(Record *entry)
     return entry;
 }
 
-template <typename Status> int hide_type(int result, Status *status)
-{
-    if (result == 0 && watching && type_bits_hidden)
-        status->st_mode &= static_cast<mode_t>(~S_IFMT);
-    return result;
-}
-
-// For calls that release what they were given even when they fail.
+// The result of a call that releases its argument even if it fails.
 int released(int result, bool fails)
 {
     if (fails)
@@ -76,15 +82,6 @@ int released(int result, bool fails)
 
 } // namespace
 
-void stop_watching()
-{
-    watching = false;
-    failing_call = 0;
-    type_bits_hidden = false;
-    before_call = nullptr;
-    forged_name.clear();
-}
-
 void watch_calls(std::size_t call_to_fail, int error)
 {
     calls.clear();
@@ -93,110 +90,100 @@ void watch_calls(std::size_t call_to_fail, int error)
     watching = true;
 }
 
+void stop_watching()
+{
+    watching = false;
+    failing_call = 0;
+    before_call = nullptr;
+    type_bits_hidden = false;
+    forged_name.clear();
+}
+
 } // namespace quintral::tests
 
 using quintral::tests::call_fails;
-using quintral::tests::failing_error;
-using quintral::tests::forge_name;
-using quintral::tests::hide_type;
 using quintral::tests::released;
 using quintral::tests::system_call;
+using quintral::tests::with_forged_name;
+using quintral::tests::without_type;
 
-#define DEFINE_STAT(function, record)                                                              \
-    extern "C" int function(const char *path, struct record *status) noexcept                      \
-    {                                                                                              \
-        if (call_fails(#function, path))                                                           \
-            return -1;                                                                             \
-        static const auto real = system_call<int (*)(const char *, struct record *)>(#function);   \
-        return hide_type(real(path, status), status);                                              \
-    }
+extern "C" int stat(const char *path, struct stat *status) noexcept
+{
+    if (call_fails("stat", path))
+        return -1;
+    static const auto real = system_call("stat", &stat);
+    return without_type(real(path, status), status);
+}
 
-#define DEFINE_FSTAT(function, record)                                                             \
-    extern "C" int function(int descriptor, struct record *status) noexcept                        \
-    {                                                                                              \
-        if (call_fails(#function, nullptr))                                                        \
-            return -1;                                                                             \
-        static const auto real = system_call<int (*)(int, struct record *)>(#function);            \
-        return real(descriptor, status);                                                           \
-    }
+extern "C" int lstat(const char *path, struct stat *status) noexcept
+{
+    if (call_fails("lstat", path))
+        return -1;
+    static const auto real = system_call("lstat", &lstat);
+    return without_type(real(path, status), status);
+}
 
-#define DEFINE_FSTATAT(function, record)                                                           \
-    extern "C" int function(int folder, const char *name, struct record *status,                   \
-                            int flags) noexcept                                                    \
-    {                                                                                              \
-        if (call_fails(#function, name))                                                           \
-            return -1;                                                                             \
-        static const auto real =                                                                   \
-            system_call<int (*)(int, const char *, struct record *, int)>(#function);              \
-        return hide_type(real(folder, name, status, flags), status);                               \
-    }
+extern "C" int fstat(int descriptor, struct stat *status) noexcept
+{
+    if (call_fails("fstat", nullptr))
+        return -1;
+    static const auto real = system_call("fstat", &fstat);
+    return real(descriptor, status);
+}
 
-#define DEFINE_OPENAT(function)                                                                    \
-    extern "C" int function(int folder, const char *name, int flags, ...)                          \
-    {                                                                                              \
-        std::va_list arguments;                                                                    \
-        va_start(arguments, flags);                                                                \
-        const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;                \
-        va_end(arguments);                                                                         \
-        if (call_fails(#function, name))                                                           \
-            return -1;                                                                             \
-        static const auto real = system_call<int (*)(int, const char *, int, ...)>(#function);     \
-        return real(folder, name, flags, mode);                                                    \
-    }
+extern "C" int fstatat(int folder, const char *name, struct stat *status, int flags) noexcept
+{
+    if (call_fails("fstatat", name))
+        return -1;
+    static const auto real = system_call("fstatat", &fstatat);
+    return without_type(real(folder, name, status, flags), status);
+}
 
-#define DEFINE_FCNTL(function)                                                                     \
-    extern "C" int function(int descriptor, int command, ...)                                      \
-    {                                                                                              \
-        std::va_list arguments;                                                                    \
-        va_start(arguments, command);                                                              \
-        void *argument = va_arg(arguments, void *);                                                \
-        va_end(arguments);                                                                         \
-        if (call_fails(#function, nullptr))                                                        \
-            return -1;                                                                             \
-        static const auto real = system_call<int (*)(int, int, ...)>(#function);                   \
-        return real(descriptor, command, argument);                                                \
-    }
+extern "C" int openat(int folder, const char *name, int flags, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    if (call_fails("openat", name))
+        return -1;
+    static const auto real = system_call("openat", &openat);
+    return real(folder, name, flags, mode);
+}
 
-#define DEFINE_READDIR(function, record)                                                           \
-    extern "C" struct record *function(DIR *stream)                                                \
-    {                                                                                              \
-        if (call_fails(#function, nullptr))                                                        \
-            return nullptr;                                                                        \
-        static const auto real = system_call<struct record *(*)(DIR *)>(#function);                \
-        return forge_name(real(stream));                                                           \
-    }
+extern "C" int fcntl(int descriptor, int command, ...)
+{
+    std::va_list arguments;
+    va_start(arguments, command);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (call_fails("fcntl", nullptr))
+        return -1;
+    static const auto real = system_call("fcntl", &fcntl);
+    return real(descriptor, command, argument);
+}
 
-#define DEFINE_FOPEN(function)                                                                     \
-    extern "C" FILE *function(const char *path, const char *mode)                                  \
-    {                                                                                              \
-        if (call_fails(#function, path))                                                           \
-            return nullptr;                                                                        \
-        static const auto real = system_call<FILE *(*)(const char *, const char *)>(#function);    \
-        return real(path, mode);                                                                   \
-    }
+extern "C" dirent *readdir(DIR *stream)
+{
+    if (call_fails("readdir", nullptr))
+        return nullptr;
+    static const auto real = system_call("readdir", &readdir);
+    return with_forged_name(real(stream));
+}
 
-DEFINE_STAT(stat, stat)
-DEFINE_STAT(stat64, stat64)
-DEFINE_STAT(lstat, stat)
-DEFINE_STAT(lstat64, stat64)
-DEFINE_FSTAT(fstat, stat)
-DEFINE_FSTAT(fstat64, stat64)
-DEFINE_FSTATAT(fstatat, stat)
-DEFINE_FSTATAT(fstatat64, stat64)
-DEFINE_OPENAT(openat)
-DEFINE_OPENAT(openat64)
-DEFINE_FCNTL(fcntl)
-DEFINE_FCNTL(fcntl64)
-DEFINE_READDIR(readdir, dirent)
-DEFINE_READDIR(readdir64, dirent64)
-DEFINE_FOPEN(fopen)
-DEFINE_FOPEN(fopen64)
+extern "C" FILE *fopen(const char *path, const char *mode)
+{
+    if (call_fails("fopen", path))
+        return nullptr;
+    static const auto real = system_call("fopen", &fopen);
+    return real(path, mode);
+}
 
 extern "C" int unlinkat(int folder, const char *name, int flags) noexcept
 {
     if (call_fails("unlinkat", name))
         return -1;
-    static const auto real = system_call<int (*)(int, const char *, int)>("unlinkat");
+    static const auto real = system_call("unlinkat", &unlinkat);
     return real(folder, name, flags);
 }
 
@@ -204,7 +191,7 @@ extern "C" int unlink(const char *path) noexcept
 {
     if (call_fails("unlink", path))
         return -1;
-    static const auto real = system_call<int (*)(const char *)>("unlink");
+    static const auto real = system_call("unlink", &unlink);
     return real(path);
 }
 
@@ -212,7 +199,7 @@ extern "C" int rmdir(const char *path) noexcept
 {
     if (call_fails("rmdir", path))
         return -1;
-    static const auto real = system_call<int (*)(const char *)>("rmdir");
+    static const auto real = system_call("rmdir", &rmdir);
     return real(path);
 }
 
@@ -220,7 +207,7 @@ extern "C" int chmod(const char *path, mode_t mode) noexcept
 {
     if (call_fails("chmod", path))
         return -1;
-    static const auto real = system_call<int (*)(const char *, mode_t)>("chmod");
+    static const auto real = system_call("chmod", &chmod);
     return real(path, mode);
 }
 
@@ -228,7 +215,7 @@ extern "C" DIR *opendir(const char *path)
 {
     if (call_fails("opendir", path))
         return nullptr;
-    static const auto real = system_call<DIR *(*)(const char *)>("opendir");
+    static const auto real = system_call("opendir", &opendir);
     return real(path);
 }
 
@@ -236,28 +223,28 @@ extern "C" DIR *fdopendir(int descriptor)
 {
     if (call_fails("fdopendir", nullptr))
         return nullptr;
-    static const auto real = system_call<DIR *(*)(int)>("fdopendir");
+    static const auto real = system_call("fdopendir", &fdopendir);
     return real(descriptor);
 }
 
 extern "C" int closedir(DIR *stream)
 {
     const bool fails = call_fails("closedir", nullptr);
-    static const auto real = system_call<int (*)(DIR *)>("closedir");
+    static const auto real = system_call("closedir", &closedir);
     return released(real(stream), fails);
 }
 
 extern "C" int close(int descriptor)
 {
     const bool fails = call_fails("close", nullptr);
-    static const auto real = system_call<int (*)(int)>("close");
+    static const auto real = system_call("close", &close);
     return released(real(descriptor), fails);
 }
 
 extern "C" int fclose(FILE *stream)
 {
     const bool fails = call_fails("fclose", nullptr);
-    static const auto real = system_call<int (*)(FILE *)>("fclose");
+    static const auto real = system_call("fclose", &fclose);
     return released(real(stream), fails);
 }
 
@@ -265,7 +252,6 @@ extern "C" std::size_t fread(void *buffer, std::size_t size, std::size_t count, 
 {
     if (call_fails("fread", nullptr))
         return 0;
-    static const auto real =
-        system_call<std::size_t (*)(void *, std::size_t, std::size_t, FILE *)>("fread");
+    static const auto real = system_call("fread", &fread);
     return real(buffer, size, count, stream);
 }

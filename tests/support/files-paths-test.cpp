@@ -4,11 +4,8 @@
 #include "tests/support/files-checks.h"
 
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <string>
-#include <system_error>
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -26,13 +23,8 @@ using tests::make_link;
 using tests::make_one_of_each;
 using tests::make_socket;
 using tests::Names;
-using tests::record_visit;
-using tests::RecordedReports;
-using tests::Report;
-using tests::reports;
 using tests::run_without_rights;
 using tests::TempFolder;
-using tests::Visits;
 
 TEST(FileExists, Is1WhereThePathLeadsToSomething)
 {
@@ -151,31 +143,6 @@ TEST(PathBasename, IsADotForANullOrEmptyPath)
 {
     EXPECT_STREQ(path_basename(nullptr), ".");
     EXPECT_STREQ(path_basename(""), ".");
-}
-
-// Large files
-
-TEST(LargeFiles, AreFilesLikeAnyOther)
-{
-    const TempFolder folder;
-    make_directory(folder.path("tree"));
-    const std::string path = folder.path("tree/file");
-    make_file(path);
-    std::error_code error;
-    std::filesystem::resize_file(path, std::uintmax_t{3} << 30, error);
-    if (error)
-        GTEST_SKIP() << "no room for a file of 3 GiB, holes and all: " << error.message();
-    const RecordedReports recorded;
-    EXPECT_EQ(file_exists(path.c_str()), 1);
-    std::FILE *stream = open_file(path.c_str(), "r", OpenReport);
-    EXPECT_NE(stream, nullptr);
-    EXPECT_EQ(close_file(stream), 0);
-    Visits visits;
-    for_each_file(folder.path("tree").c_str(), record_visit, &visits);
-    EXPECT_EQ(visits.paths, Names{path});
-    EXPECT_EQ(remove_tree(folder.path("tree").c_str()), 0);
-    EXPECT_EQ(entries_below(folder.path()), Names());
-    EXPECT_EQ(reports, std::vector<Report>());
 }
 
 } // namespace
