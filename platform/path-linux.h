@@ -22,11 +22,10 @@ inline bool join_path(char *path, std::size_t capacity, const char *folder, cons
     return length >= 0 && static_cast<std::size_t>(length) < capacity;
 }
 
-// stat64, because 32-bit stat fails for folders with 64-bit inode numbers.
 inline bool is_folder(const char *path)
 {
-    struct stat64 status = {};
-    return stat64(path, &status) == 0 && S_ISDIR(status.st_mode);
+    struct stat status = {};
+    return stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 // True for a file that the caller may execute. Folders, which may have that permission too, are
