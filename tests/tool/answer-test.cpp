@@ -9,11 +9,10 @@
 #include <gtest/gtest.h>
 
 #include "tests/harness/text.h"
+#include "tests/tool/json-line.h"
 
-namespace quintral {
+namespace quintral::tests::tool {
 namespace {
-
-using tests::repeated;
 
 using AnswerPointer = std::unique_ptr<UpdateAnswer>;
 
@@ -34,12 +33,12 @@ AnswerPointer make_answer(const std::string &version, const std::string &address
     return answer;
 }
 
-TEST(CleanAnswer, DropsWhatTheLineEndingsLeftOfTheShortValues)
+TEST(CleanAnswer, RemovesTheRestOfALineEndingFromTheShortValues)
 {
     const struct {
         std::string value;
         std::string version;
-        std::string other; // web address and button caption keep their blanks
+        std::string other; // the web address and the button caption keep their spaces
     } rows[] = {
         {"", "", ""},
         {"5.2", "5.2", "5.2"},
@@ -66,7 +65,7 @@ TEST(CleanAnswer, DropsWhatTheLineEndingsLeftOfTheShortValues)
     }
 }
 
-TEST(CleanAnswer, DropsOneCarriageReturnBeforeEachLineFeedAndAtTheEndOfTheMessage)
+TEST(CleanAnswer, RemovesOneCarriageReturnBeforeEachLineFeedAndAtTheEndOfTheMessage)
 {
     const struct {
         std::string message;
@@ -125,15 +124,25 @@ void print_with_tag(const char *text, const char *tag)
     printed += std::string("<") + tag + ">" + text;
 }
 
-TEST(PrintAnswer, PrintsALineForEachValueGivenThenTheMessageEachWithItsTag)
+void expect_printed(const UpdateAnswer &answer, const std::string &expected)
 {
+    const PrintHandler previous = set_print_handler(print_with_tag);
+    printed.clear();
+    print_answer(answer);
+    set_print_handler(previous);
+    EXPECT_EQ(printed, expected);
+}
+
+TEST(PrintAnswer, PrintsALineForEachValueThenTheMessageEachWithItsTag)
+{
+    const char all[] =
+        "<version>Version: 5.3\n<url>URL: http://a/\n<button>Button: Get it\n<message>News\n";
+    expect_printed(*make_answer("5.3", "http://a/", "Get it", "News\n"), all);
     const struct {
         AnswerPointer answer;
         const char *expected;
     } rows[] = {
         {make_answer("", "", "", ""), ""},
-        {make_answer("5.3", "http://a/", "Get it", "News\n"),
-         "<version>Version: 5.3\n<url>URL: http://a/\n<button>Button: Get it\n<message>News\n"},
         {make_answer("5.3", "", "", ""), "<version>Version: 5.3\n"},
         {make_answer("", "http://a/", "", ""), "<url>URL: http://a/\n"},
         {make_answer("", "", "Get it", ""), "<button>Button: Get it\n"},
@@ -141,54 +150,51 @@ TEST(PrintAnswer, PrintsALineForEachValueGivenThenTheMessageEachWithItsTag)
         {make_answer("", "", "", "News\n\n"), "<message>News\n\n"},
         {make_answer("", "", "", "\n"), "<message>\n"},
         {make_answer("", "", "", "One\n\tTwo"), "<message>One\n\tTwo\n"},
-        {make_answer("\x1B[1m", "a\tb", "\xE2\x80\xAE", "\x9B\n"),
-         "<version>Version: \\x1B[1m\n<url>URL: a\tb\n<button>Button: \\xE2\\x80\\xAE\n"
-         "<message>\\x9B\n"},
     };
-    const PrintHandler previous = set_print_handler(print_with_tag);
-    for (const auto &row : rows) {
-        printed.clear();
-        print_answer(*row.answer);
-        EXPECT_EQ(printed, row.expected);
-    }
-    set_print_handler(previous);
+    for (const auto &row : rows)
+        expect_printed(*row.answer, row.expected);
+}
+
+TEST(PrintAnswer, MakesEveryValueSafe)
+{
+    expect_printed(*make_answer("\x1B[1m", "a\tb", "\xE2\x80\xAE", "\x9B\n"),
+                   "<version>Version: \\x1B[1m\n"
+                   "<url>URL: a\tb\n"
+                   "<button>Button: \\xE2\\x80\\xAE\n"
+                   "<message>\\x9B\n");
 }
 
 TEST(OutcomeJson, AlwaysHasEveryKeyOnOneLine)
 {
     const AnswerPointer full = make_answer("5.3", "http://a/", "Get \"it\"", "One\n\tTwo\n");
+    EXPECT_EQ(outcome_json({"answered", 10, Newer::Yes, full.get(), nullptr}),
+              "{\"status\":\"answered\",\"exit_status\":10,\"newer\":true,\"version\":\"5.3\","
+              "\"url\":\"http://a/\",\"button\":\"Get \\\"it\\\"\",\"message\":\"One\\n\\tTwo\\n\","
+              "\"error\":null}\n");
+    EXPECT_EQ(outcome_json({"failed", 1, Newer::Unknown, nullptr, "a \\ \x1B\x80"}),
+              "{\"status\":\"failed\",\"exit_status\":1,\"newer\":null,\"version\":null,"
+              "\"url\":null,\"button\":null,\"message\":null,"
+              "\"error\":\"a \\\\ \\u001b\\ufffd\"}\n");
+}
+
+TEST(OutcomeJson, HasNullForWhatIsNotGiven)
+{
+    const AnswerPointer full = make_answer("5.3", "a", "b", "c");
     const AnswerPointer empty = make_answer("", "", "", "");
-    const std::string long_error(5000, 'e');
-    const struct {
-        RunOutcome outcome;
-        std::string expected;
-    } rows[] = {
-        {{"answered", 10, Newer::Yes, full.get(), nullptr},
-         "{\"status\":\"answered\",\"exit_status\":10,\"newer\":true,\"version\":\"5.3\","
-         "\"url\":\"http://a/\",\"button\":\"Get \\\"it\\\"\",\"message\":\"One\\n\\tTwo\\n\","
-         "\"error\":null}\n"},
-        {{"answered", 0, Newer::No, full.get(), nullptr},
-         "{\"status\":\"answered\",\"exit_status\":0,\"newer\":false,\"version\":\"5.3\","
-         "\"url\":\"http://a/\",\"button\":\"Get \\\"it\\\"\",\"message\":\"One\\n\\tTwo\\n\","
-         "\"error\":null}\n"},
-        {{"answered", 0, Newer::Unknown, empty.get(), nullptr},
-         "{\"status\":\"answered\",\"exit_status\":0,\"newer\":null,\"version\":null,"
-         "\"url\":null,\"button\":null,\"message\":\"\",\"error\":null}\n"},
-        {{"failed", 1, Newer::Unknown, nullptr, "a \\ \x1B\x80"},
-         "{\"status\":\"failed\",\"exit_status\":1,\"newer\":null,\"version\":null,"
-         "\"url\":null,\"button\":null,\"message\":null,"
-         "\"error\":\"a \\\\ \\u001b\\ufffd\"}\n"},
-        {{"failed", 1, Newer::Unknown, nullptr, long_error.c_str()},
-         "{\"status\":\"failed\",\"exit_status\":1,\"newer\":null,\"version\":null,"
-         "\"url\":null,\"button\":null,\"message\":null,\"error\":\"" +
-             long_error + "\"}\n"},
-        {{"cancelled", 143, Newer::Unknown, nullptr, "x"},
-         "{\"status\":\"cancelled\",\"exit_status\":143,\"newer\":null,\"version\":null,"
-         "\"url\":null,\"button\":null,\"message\":null,\"error\":\"x\"}\n"},
-    };
-    for (const auto &row : rows)
-        EXPECT_EQ(outcome_json(row.outcome), row.expected);
+    EXPECT_EQ(outcome_json({"answered", 0, Newer::No, full.get(), nullptr}),
+              json_line("answered", 0, "false", {"\"5.3\"", "\"a\"", "\"b\"", "\"c\""}, "null"));
+    EXPECT_EQ(outcome_json({"answered", 0, Newer::Unknown, empty.get(), nullptr}),
+              json_line("answered", 0, "null", {"null", "null", "null", "\"\""}, "null"));
+    EXPECT_EQ(outcome_json({"cancelled", 143, Newer::Unknown, nullptr, "x"}),
+              unanswered_json("cancelled", 143, "x"));
+}
+
+TEST(OutcomeJson, HoldsTheWholeOfALongError)
+{
+    const std::string error(5000, 'e');
+    EXPECT_EQ(outcome_json({"failed", 1, Newer::Unknown, nullptr, error.c_str()}),
+              unanswered_json("failed", 1, error));
 }
 
 } // namespace
-} // namespace quintral
+} // namespace quintral::tests::tool

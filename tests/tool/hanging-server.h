@@ -1,4 +1,4 @@
-// A server that a connect never reaches.
+// A server for tests of a connect that hangs.
 #ifndef QUINTRAL_TESTS_TOOL_HANGING_SERVER_H
 #define QUINTRAL_TESTS_TOOL_HANGING_SERVER_H
 
@@ -15,23 +15,19 @@
 
 namespace quintral::tests::tool {
 
-// A server whose queue is full, so that connecting to it never comes to an end.
-struct HangingServer {
-    int listener = -1;
-    std::array<int, 4> clients = {-1, -1, -1, -1};
-    sockaddr_in address = {};
-
+// A server with a full queue: connecting to it never completes.
+class HangingServer {
+public:
     HangingServer()
     {
-        listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        sockaddr *const name = reinterpret_cast<sockaddr *>(&address);
-        if (bind(listener, name, size) != 0 || getsockname(listener, name, &size) != 0 ||
-            listen(listener, 0) != 0)
+        name_.sin_family = AF_INET;
+        name_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof name_;
+        sockaddr *const name = reinterpret_cast<sockaddr *>(&name_);
+        if (bind(listener_, name, size) != 0 || getsockname(listener_, name, &size) != 0 ||
+            listen(listener_, 0) != 0)
             ADD_FAILURE() << "can't listen: " << std::strerror(errno);
-        for (int &client : clients) {
+        for (int &client : clients_) {
             client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
             if (connect(client, name, size) == 0)
                 ADD_FAILURE() << "connected at once";
@@ -40,18 +36,24 @@ struct HangingServer {
 
     ~HangingServer()
     {
-        for (int client : clients)
+        for (const int client : clients_)
             close(client);
-        close(listener);
+        close(listener_);
     }
 
     HangingServer(const HangingServer &) = delete;
     HangingServer &operator=(const HangingServer &) = delete;
 
-    std::string service() const
+    // "127.0.0.1:PORT"
+    std::string address() const
     {
-        return "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        return "127.0.0.1:" + std::to_string(ntohs(name_.sin_port));
     }
+
+private:
+    int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::array<int, 4> clients_ = {-1, -1, -1, -1}; // more than the queue holds
+    sockaddr_in name_ = {};
 };
 
 } // namespace quintral::tests::tool

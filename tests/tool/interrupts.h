@@ -21,14 +21,14 @@ inline std::string cancelled_json(int signal_number)
     return unanswered_json("cancelled", 128 + signal_number, cancelled_text);
 }
 
-// What /proc says of a process in the line of this name.
-inline std::string process_status(const Child &child, const std::string &name)
+// The value of a field of /proc/PID/status, with the space before it.
+inline std::string process_status(const Child &child, const std::string &field)
 {
     std::ifstream file("/proc/" + std::to_string(child.process_id) + "/status");
     std::string line;
     while (std::getline(file, line)) {
-        if (line.compare(0, name.size(), name) == 0)
-            return line.substr(name.size());
+        if (line.compare(0, field.size(), field) == 0)
+            return line.substr(field.size());
     }
     return "";
 }
@@ -39,8 +39,8 @@ inline bool catches_signals(const Child &child)
     return (std::strtoull(process_status(child, "SigCgt:").c_str(), nullptr, 16) & both) == both;
 }
 
-// True as soon as the utility has taken over its signals.
-inline bool wait_until_watching(const Child &child)
+// True as soon as the utility has installed its signal handlers.
+inline bool wait_for_handlers(const Child &child)
 {
     for (int waited = 0; waited < patience; waited += 5) {
         if (catches_signals(child))
@@ -50,9 +50,9 @@ inline bool wait_until_watching(const Child &child)
     return false;
 }
 
-// Starts the utility against the peer and interrupts it once the request has come.
+// Runs the utility against a peer and interrupts it that many milliseconds after the request arrived.
 inline ChildResult interrupt_exchange(const PeerScript &script, int signal_number,
-                                      const Texts &arguments, const ChildOptions &options = {},
+                                      const Strings &arguments, const ChildOptions &options = {},
                                       int milliseconds = 0)
 {
     const LoopbackPeer peer({script});

@@ -7,7 +7,7 @@
 
 namespace quintral::tests::tool {
 
-// An object with its values as they are written.
+// The object with these members, which are given as JSON except the status.
 inline std::string json_line(const std::string &status, int exit_status, const std::string &newer,
                              const std::array<std::string, 4> &values, const std::string &error)
 {
@@ -16,6 +16,7 @@ inline std::string json_line(const std::string &status, int exit_status, const s
            ",\"button\":" + values[2] + ",\"message\":" + values[3] + ",\"error\":" + error + "}\n";
 }
 
+// The object of a run that failed, with the error as in JSON.
 inline std::string unanswered_json(const std::string &status, int exit_status,
                                    const std::string &error)
 {

@@ -1,4 +1,4 @@
-// The request that the service or a proxy must be sent.
+// The request that the service, or a proxy, must receive.
 #ifndef QUINTRAL_TESTS_TOOL_QUERY_H
 #define QUINTRAL_TESTS_TOOL_QUERY_H
 
@@ -16,13 +16,16 @@
 
 namespace quintral::tests::tool {
 
-// What the service or a proxy must be sent.
+// The fields of the form, in their order.
+enum Field { Product, ProductLine, Version, VersionName, Os, OsVersion, MachineId, ProcessorArch };
+
 struct Query {
-    std::string address; // of the service, as it stands in the URL
-    Texts values;        // of the eight fields
+    std::string address; // of the service, as in the URL
+    Strings values;      // one for each field
     std::string credentials = {};
 };
 
+// Escapes everything but letters and digits.
 inline std::string escaped(const std::string &text)
 {
     std::string result;
@@ -37,7 +40,7 @@ inline std::string escaped(const std::string &text)
     return result;
 }
 
-inline std::string form_of(const Texts &values)
+inline std::string form_of(const Strings &values)
 {
     static const char *const names[] = {
         "product", "productline",  "version",      "version%5fname",
@@ -48,6 +51,7 @@ inline std::string form_of(const Texts &values)
     return form;
 }
 
+// The host of the service in upper case, without the port.
 inline std::string host_line(const std::string &address)
 {
     std::string host = address.substr(0, address.find(':'));
@@ -72,7 +76,8 @@ inline std::string request_of(const Query &query)
     return request + "\r\n" + form;
 }
 
-inline Texts default_values()
+// The values that the utility sends without any options.
+inline Strings default_values()
 {
     utsname system = {};
     EXPECT_EQ(uname(&system), 0);
@@ -86,10 +91,10 @@ inline Texts default_values()
             os_name,    os_version, "",      system.machine};
 }
 
-// The end of every request in these tests.
+// The end of a request with the default processor.
 inline std::string request_end()
 {
-    return "processor%5farch=" + escaped(default_values().back());
+    return "processor%5farch=" + escaped(default_values()[ProcessorArch]);
 }
 
 } // namespace quintral::tests::tool

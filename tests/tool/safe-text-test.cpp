@@ -16,7 +16,7 @@ namespace {
 
 using tests::repeated;
 
-std::string byte_text(unsigned byte)
+std::string one_byte(unsigned byte)
 {
     return std::string(1, static_cast<char>(byte));
 }
@@ -24,14 +24,14 @@ std::string byte_text(unsigned byte)
 std::string utf8(std::uint32_t c)
 {
     if (c < 0x80)
-        return byte_text(c);
+        return one_byte(c);
     if (c < 0x800)
-        return byte_text(0xC0 | c >> 6) + byte_text(0x80 | (c & 0x3F));
+        return one_byte(0xC0 | c >> 6) + one_byte(0x80 | (c & 0x3F));
     if (c < 0x10000)
-        return byte_text(0xE0 | c >> 12) + byte_text(0x80 | (c >> 6 & 0x3F)) +
-               byte_text(0x80 | (c & 0x3F));
-    return byte_text(0xF0 | c >> 18) + byte_text(0x80 | (c >> 12 & 0x3F)) +
-           byte_text(0x80 | (c >> 6 & 0x3F)) + byte_text(0x80 | (c & 0x3F));
+        return one_byte(0xE0 | c >> 12) + one_byte(0x80 | (c >> 6 & 0x3F)) +
+               one_byte(0x80 | (c & 0x3F));
+    return one_byte(0xF0 | c >> 18) + one_byte(0x80 | (c >> 12 & 0x3F)) +
+           one_byte(0x80 | (c >> 6 & 0x3F)) + one_byte(0x80 | (c & 0x3F));
 }
 
 std::string hex_of_bytes(const std::string &bytes)
@@ -58,16 +58,16 @@ struct Range {
     std::uint32_t last;
 };
 
-// What is never shown raw: control bytes but tab and line feed, DEL with the C1 controls, and the
-// bidirectional controls.
-const Range hidden[] = {
+// Characters that are never shown as they are: control bytes except tab and line feed, DEL and the C1
+// controls, and the bidirectional controls.
+const Range unsafe[] = {
     {0x01, 0x08},     {0x0B, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C},
     {0x200E, 0x200F}, {0x202A, 0x202E}, {0x2066, 0x2069},
 };
 
-bool is_hidden(std::uint32_t c)
+bool is_unsafe(std::uint32_t c)
 {
-    for (const Range &range : hidden) {
+    for (const Range &range : unsafe) {
         if (c >= range.first && c <= range.last)
             return true;
     }
@@ -81,7 +81,7 @@ bool is_surrogate(std::uint32_t c)
 
 std::string expected_safe(std::uint32_t c)
 {
-    return is_hidden(c) ? hex_of_bytes(utf8(c)) : utf8(c);
+    return is_unsafe(c) ? hex_of_bytes(utf8(c)) : utf8(c);
 }
 
 std::string expected_json(std::uint32_t c)
@@ -96,7 +96,7 @@ std::string expected_json(std::uint32_t c)
     case '\\':
         return "\\\\";
     default:
-        return is_hidden(c) ? json_escape_of(c) : utf8(c);
+        return is_unsafe(c) ? json_escape_of(c) : utf8(c);
     }
 }
 
@@ -116,8 +116,8 @@ void expect_block_is_safe(std::uint32_t first)
     EXPECT_EQ(json_string(source.c_str()), json + "\"") << "from U+" << std::hex << first;
 }
 
-// The first plane whole, of the others, where nothing is hidden, both ends.
-TEST(SafeText, EveryCharacterOfUnicodeIsShownUnlessItIsAControl)
+// All of the first plane, and both ends of the others, which hold no controls.
+TEST(SafeText, EveryCharacterIsShownUnlessItIsAControl)
 {
     for (std::uint32_t first = 0; first < 0x10000; first += 0x100)
         expect_block_is_safe(first);
@@ -130,8 +130,8 @@ TEST(SafeText, EveryCharacterOfUnicodeIsShownUnlessItIsAControl)
 TEST(SafeText, EveryByteAloneIsShownOrEscaped)
 {
     for (unsigned byte = 0; byte < 256; ++byte) {
-        const std::string text = byte == 0 ? "" : byte_text(byte);
-        const bool shown = byte < 0x80 && !is_hidden(byte);
+        const std::string text = byte == 0 ? "" : one_byte(byte);
+        const bool shown = byte < 0x80 && !is_unsafe(byte);
         const std::string safe = shown ? text : hex_of_bytes(text);
         const std::string json = byte == 0 ? "" : byte < 0x80 ? expected_json(byte) : "\\ufffd";
         EXPECT_EQ(safe_text(text.c_str()), safe) << "byte " << byte;
@@ -146,7 +146,7 @@ struct SafeRow {
     const char *json;
 };
 
-TEST(SafeText, ControlsAreWrittenOut)
+TEST(SafeText, ControlsAreEscaped)
 {
     const SafeRow rows[] = {
         {0x0001, "\\x01", "\\u0001"},
@@ -204,69 +204,69 @@ TEST(SafeText, ControlsAreWrittenOut)
     }
 }
 
-TEST(SafeText, ALineFeedIsWrittenOutOnALineOnly)
+TEST(SafeText, ALineFeedIsEscapedOnlyBySafeLine)
 {
     EXPECT_EQ(safe_text("one\ntwo\n"), "one\ntwo\n");
     EXPECT_EQ(safe_line("one\ntwo\n"), "one\\x0Atwo\\x0A");
     EXPECT_EQ(safe_line("one\r\ntwo\tthree"), "one\\x0D\\x0Atwo\tthree");
 }
 
+std::string with_replacement_characters(const std::string &text)
+{
+    std::string result;
+    for (const char c : text)
+        result += c == '?' ? std::string("\\ufffd") : std::string(1, c);
+    return result;
+}
+
 struct IllFormedRow {
     const char *source;
     const char *safe;
-    const char *json;
+    const char *json; // a '?' for each "\ufffd"
 };
 
-TEST(SafeText, EachByteThatIsNotWellFormedIsWrittenOut)
+TEST(SafeText, EachIllFormedByteIsEscaped)
 {
     const IllFormedRow rows[] = {
-        // nothing that leads or follows
-        {"a\x80z", "a\\x80z", "a\\ufffdz"},
-        {"a\xBFz", "a\\xBFz", "a\\ufffdz"},
-        {"a\xF5z", "a\\xF5z", "a\\ufffdz"},
-        {"\xFE\xFF", "\\xFE\\xFF", "\\ufffd\\ufffd"},
-        {"Gr\xFC\xDF"
-         "e",
-         "Gr\\xFC\\xDF"
-         "e",
-         "Gr\\ufffd\\ufffd"
-         "e"},
-        // longer than need be
-        {"\xC0\x80", "\\xC0\\x80", "\\ufffd\\ufffd"},
-        {"\xC1\xBF", "\\xC1\\xBF", "\\ufffd\\ufffd"},
-        {"\xE0\x80\x9B", "\\xE0\\x80\\x9B", "\\ufffd\\ufffd\\ufffd"},
-        {"\xE0\x9F\xBF", "\\xE0\\x9F\\xBF", "\\ufffd\\ufffd\\ufffd"},
-        {"\xF0\x80\x80\x9B", "\\xF0\\x80\\x80\\x9B", "\\ufffd\\ufffd\\ufffd\\ufffd"},
-        {"\xF0\x8F\xBF\xBF", "\\xF0\\x8F\\xBF\\xBF", "\\ufffd\\ufffd\\ufffd\\ufffd"},
-        {"\xF8\x88\x80\x80\x80", "\\xF8\\x88\\x80\\x80\\x80",
-         "\\ufffd\\ufffd\\ufffd\\ufffd\\ufffd"},
+        // neither a lead nor a continuation byte that is expected
+        {"a\x80z", "a\\x80z", "a?z"},
+        {"a\xBFz", "a\\xBFz", "a?z"},
+        {"a\xF5z", "a\\xF5z", "a?z"},
+        {"\xFE\xFF", "\\xFE\\xFF", "??"},
+        {"Gr\xFC\xDFz", "Gr\\xFC\\xDFz", "Gr??z"},
+        // longer than necessary
+        {"\xC0\x80", "\\xC0\\x80", "??"},
+        {"\xC1\xBF", "\\xC1\\xBF", "??"},
+        {"\xE0\x80\x9B", "\\xE0\\x80\\x9B", "???"},
+        {"\xE0\x9F\xBF", "\\xE0\\x9F\\xBF", "???"},
+        {"\xF0\x80\x80\x9B", "\\xF0\\x80\\x80\\x9B", "????"},
+        {"\xF0\x8F\xBF\xBF", "\\xF0\\x8F\\xBF\\xBF", "????"},
+        {"\xF8\x88\x80\x80\x80", "\\xF8\\x88\\x80\\x80\\x80", "?????"},
         // surrogates, alone and in pairs
-        {"\xED\xA0\x80", "\\xED\\xA0\\x80", "\\ufffd\\ufffd\\ufffd"},
-        {"\xED\xBF\xBF", "\\xED\\xBF\\xBF", "\\ufffd\\ufffd\\ufffd"},
-        {"\xED\xA0\xBD\xED\xB8\x80", "\\xED\\xA0\\xBD\\xED\\xB8\\x80",
-         "\\ufffd\\ufffd\\ufffd\\ufffd\\ufffd\\ufffd"},
-        // behind the end of Unicode
-        {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80", "\\ufffd\\ufffd\\ufffd\\ufffd"},
-        {"\xF5\x80\x80\x80", "\\xF5\\x80\\x80\\x80", "\\ufffd\\ufffd\\ufffd\\ufffd"},
-        // cut off: by the end, by a letter, by another character
-        {"\xC3", "\\xC3", "\\ufffd"},
-        {"\xE2\x82", "\\xE2\\x82", "\\ufffd\\ufffd"},
-        {"\xF0\x9F\x98", "\\xF0\\x9F\\x98", "\\ufffd\\ufffd\\ufffd"},
-        {"\xC3z", "\\xC3z", "\\ufffdz"},
-        {"\xE2\x82z", "\\xE2\\x82z", "\\ufffd\\ufffdz"},
-        {"\xF0\x9F\x98z", "\\xF0\\x9F\\x98z", "\\ufffd\\ufffd\\ufffdz"},
-        {"\xC3\xC3\xA4", "\\xC3\xC3\xA4", "\\ufffd\xC3\xA4"},
-        {"\xE2\x82\xC3\xA4", "\\xE2\\x82\xC3\xA4", "\\ufffd\\ufffd\xC3\xA4"},
-        {"\xF0\x9F\x98\xE2\x82\xAC", "\\xF0\\x9F\\x98\xE2\x82\xAC",
-         "\\ufffd\\ufffd\\ufffd\xE2\x82\xAC"},
-        {"\xC3\x1B", "\\xC3\\x1B", "\\ufffd\\u001b"},
+        {"\xED\xA0\x80", "\\xED\\xA0\\x80", "???"},
+        {"\xED\xBF\xBF", "\\xED\\xBF\\xBF", "???"},
+        {"\xED\xA0\xBD\xED\xB8\x80", "\\xED\\xA0\\xBD\\xED\\xB8\\x80", "??????"},
+        // above the last character of Unicode
+        {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80", "????"},
+        {"\xF5\x80\x80\x80", "\\xF5\\x80\\x80\\x80", "????"},
+        // cut short: by the end, by a letter, by another character
+        {"\xC3", "\\xC3", "?"},
+        {"\xE2\x82", "\\xE2\\x82", "??"},
+        {"\xF0\x9F\x98", "\\xF0\\x9F\\x98", "???"},
+        {"\xC3z", "\\xC3z", "?z"},
+        {"\xE2\x82z", "\\xE2\\x82z", "??z"},
+        {"\xF0\x9F\x98z", "\\xF0\\x9F\\x98z", "???z"},
+        {"\xC3\xC3\xA4", "\\xC3\xC3\xA4", "?\xC3\xA4"},
+        {"\xE2\x82\xC3\xA4", "\\xE2\\x82\xC3\xA4", "??\xC3\xA4"},
+        {"\xF0\x9F\x98\xE2\x82\xAC", "\\xF0\\x9F\\x98\xE2\x82\xAC", "???\xE2\x82\xAC"},
+        {"\xC3\x1B", "\\xC3\\x1B", "?\\u001b"},
         // a continuation byte too many
-        {"\xC3\xA4\xA4", "\xC3\xA4\\xA4", "\xC3\xA4\\ufffd"},
+        {"\xC3\xA4\xA4", "\xC3\xA4\\xA4", "\xC3\xA4?"},
     };
     for (const IllFormedRow &row : rows) {
         EXPECT_EQ(safe_text(row.source), row.safe);
         EXPECT_EQ(safe_line(row.source), row.safe);
-        EXPECT_EQ(json_string(row.source), std::string("\"") + row.json + "\"")
+        EXPECT_EQ(json_string(row.source), "\"" + with_replacement_characters(row.json) + "\"")
             << "for " << row.safe;
     }
 }
@@ -275,7 +275,7 @@ TEST(SafeText, EachByteThatIsNotWellFormedIsWrittenOut)
 struct LeadRow {
     unsigned first;
     unsigned last;
-    unsigned length; // 0: leads nothing
+    unsigned length; // 0: not a lead byte
     unsigned low;
     unsigned high;
 };
@@ -295,21 +295,21 @@ const LeadRow &lead_row(unsigned lead)
     return *row;
 }
 
-// Every second byte behind every lead byte, the rest as it must be. Where the pair is ill-formed,
-// all that is not ASCII is written out.
-TEST(SafeText, TheSecondByteDecidesAsTheTableOfUnicodeSays)
+// Every second byte after every lead byte, with a valid rest. If the pair is ill-formed, everything
+// that is not ASCII is escaped.
+TEST(SafeText, TheSecondByteIsJudgedByTheTableOfUnicode)
 {
     for (unsigned lead = 0x80; lead < 0x100; ++lead) {
         const LeadRow &row = lead_row(lead);
         const std::string rest = row.length < 3 ? "" : repeated(row.length - 2, "\xBF");
         for (unsigned second = 1; second < 0xC0; ++second) {
-            const std::string source = byte_text(lead) + byte_text(second) + rest;
+            const std::string source = one_byte(lead) + one_byte(second) + rest;
             const bool well_formed = second >= row.low && second <= row.high && row.length > 1;
             const bool is_control = (lead == 0xC2 && second < 0xA0) || source == "\xD8\x9C";
-            const bool second_is_shown = second < 0x80 && !is_hidden(second);
+            const bool second_is_shown = second < 0x80 && !is_unsafe(second);
             const std::string ill_formed =
-                hex_of_bytes(byte_text(lead)) +
-                (second_is_shown ? byte_text(second) : hex_of_bytes(byte_text(second))) +
+                hex_of_bytes(one_byte(lead)) +
+                (second_is_shown ? one_byte(second) : hex_of_bytes(one_byte(second))) +
                 hex_of_bytes(rest);
             EXPECT_EQ(safe_text(source.c_str()), well_formed && !is_control ? source : ill_formed)
                 << "bytes " << lead << " " << second;
@@ -317,9 +317,9 @@ TEST(SafeText, TheSecondByteDecidesAsTheTableOfUnicodeSays)
     }
 }
 
-// What a text of some letters, a piece that is shown as `written`, and a "b" becomes. Where the
-// piece does not fit, nothing smaller takes its place.
-std::string expected_cut(std::size_t letters, const std::string &written)
+// The line for some letters, a piece that is shown as `written`, and a "b". If the piece does not
+// fit, nothing after it is shown either.
+std::string expected_line(std::size_t letters, const std::string &written)
 {
     const std::string start(letters, 'a');
     if (letters + written.size() > 1003)
@@ -327,32 +327,34 @@ std::string expected_cut(std::size_t letters, const std::string &written)
     return start + written + (letters + written.size() < 1003 ? "b" : "");
 }
 
-TEST(SafeLine, IsCutAt1003BytesNeverInsideACharacterOrAnEscape)
+TEST(SafeLine, IsTruncatedTo1003BytesNeverWithinACharacterOrAnEscape)
 {
     const struct {
         const char *piece;
         const char *written;
     } pieces[] = {
-        {"c", "c"},                               // one byte
-        {"\xC3\xA4", "\xC3\xA4"},                 // two
-        {"\xE2\x82\xAC", "\xE2\x82\xAC"},         // three
-        {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"}, // four
-        {"\n", "\\x0A"},                          // an escape
-        {"\xFF", "\\xFF"},                        // an ill-formed byte
-        {"\xC2\x9B", "\\xC2\\x9B"},               // a character of two escapes
-        {"\xE2\x80\xAE", "\\xE2\\x80\\xAE"},      // of three
+        // characters of one to four bytes
+        {"c", "c"},
+        {"\xC3\xA4", "\xC3\xA4"},
+        {"\xE2\x82\xAC", "\xE2\x82\xAC"},
+        {"\xF0\x9F\x98\x80", "\xF0\x9F\x98\x80"},
+        // one to three escapes
+        {"\n", "\\x0A"},
+        {"\xFF", "\\xFF"},
+        {"\xC2\x9B", "\\xC2\\x9B"},
+        {"\xE2\x80\xAE", "\\xE2\\x80\\xAE"},
     };
     for (const auto &piece : pieces) {
         const std::size_t length = std::strlen(piece.written);
         for (std::size_t before = 1003 - length - 2; before <= 1004; ++before) {
             const std::string source = std::string(before, 'a') + piece.piece + "b";
-            EXPECT_EQ(safe_line(source.c_str()), expected_cut(before, piece.written))
+            EXPECT_EQ(safe_line(source.c_str()), expected_line(before, piece.written))
                 << before << " letters, then " << piece.written;
         }
     }
 }
 
-TEST(SafeLine, ALongTextKeeps1003BytesAndAnUncutTextAll)
+TEST(SafeLine, IsTheOnlyOneThatTruncates)
 {
     EXPECT_EQ(safe_line(std::string(5000, 'x').c_str()), std::string(1003, 'x'));
     EXPECT_EQ(safe_line(repeated(500, "\x1B").c_str()), repeated(250, "\\x1B"));

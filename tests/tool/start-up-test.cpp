@@ -13,10 +13,10 @@ namespace {
 
 TEST(LaunchArgument, IsDroppedWhereItStandsFirst)
 {
-    using Texts = std::vector<std::string>;
+    using Strings = std::vector<std::string>;
     const struct {
-        Texts before;
-        Texts after;
+        Strings before;
+        Strings after;
     } rows[] = {
         {{"prog", "-psn_0_12345"}, {"prog"}},
         {{"prog", "-psn_0_12345", "-proxy", "cache:3128"}, {"prog", "-proxy", "cache:3128"}},

@@ -1,9 +1,10 @@
-// What the utility prints of an answer.
+// What the utility prints for an answer, as text and as a JSON object.
 #include <array>
 #include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "tests/tool/is-json-line.h"
 #include "tests/tool/json-line.h"
@@ -12,95 +13,109 @@
 namespace quintral::tests::tool {
 namespace {
 
+struct ExpectedAnswer {
+    std::string text;
+    const char *newer;                 // than 5.2, as in the object
+    std::array<std::string, 4> values; // as in the object
+};
+
+// Runs the utility as version 5.2, with each combination of -json and -exit-code.
+void expect_answer(const std::string &body, const ExpectedAnswer &expected)
+{
+    const std::string what = testing::PrintToString(body);
+    const PeerScript script = sending(reply_of(body));
+    const int newer_status = std::strcmp(expected.newer, "true") == 0 ? 10 : 0;
+    const auto object = [&expected](int status) {
+        return json_line("answered", status, expected.newer, expected.values, "null");
+    };
+    const Strings version = {"-product-version", "5.2"};
+    expect_ended(ask(script, version).result, 0, expected.text, "", what);
+    expect_ended(ask(script, joined(version, {"-exit-code"})).result, newer_status, expected.text,
+                 "", what);
+    const ChildResult json = ask(script, joined(version, {"-json"})).result;
+    expect_ended(json, 0, object(0), "", what);
+    EXPECT_TRUE(is_json_line(json.output)) << json.output;
+    expect_ended(ask(script, joined(version, {"-json", "-exit-code"})).result, newer_status,
+                 object(newer_status), "", what);
+}
+
+// A reply whose values hold nothing that text and object show differently.
 struct AnswerRow {
     std::string body;
-    std::string text;                  // standard output
-    const char *newer;                 // than 5.2, in JSON
-    std::array<std::string, 4> values; // in JSON
+    std::string message;
+    std::string version = {}; // empty: not given
+    const char *newer = "null";
+    std::string url = {};
+    std::string button = {};
 };
+
+std::string text_line(const std::string &key, const std::string &value)
+{
+    return value.empty() ? "" : key + ": " + value + "\n";
+}
+
+std::string json_value(const std::string &value)
+{
+    return value.empty() ? "null" : nlohmann::json(value).dump();
+}
 
 void expect_answer(const AnswerRow &row)
 {
-    const std::string what = testing::PrintToString(row.body);
-    const PeerScript script = sending(reply_of(row.body));
-    const bool newer = std::strcmp(row.newer, "true") == 0;
-    const Texts version = {"-product-version", "5.2"};
-    expect_ended(ask(script, version).result, 0, row.text, "", what);
-    expect_ended(ask(script, joined(version, {"-exit-code"})).result, newer ? 10 : 0, row.text, "",
-                 what);
-    const ChildResult json = ask(script, joined(version, {"-json"})).result;
-    expect_ended(json, 0, json_line("answered", 0, row.newer, row.values, "null"), "", what);
-    EXPECT_TRUE(is_json_line(json.output)) << json.output;
-    const ChildResult json_10 = ask(script, joined(version, {"-json", "-exit-code"})).result;
-    expect_ended(json_10, newer ? 10 : 0,
-                 json_line("answered", newer ? 10 : 0, row.newer, row.values, "null"), "", what);
+    std::string text = text_line("Version", row.version) + text_line("URL", row.url) +
+                       text_line("Button", row.button) + row.message;
+    if (!row.message.empty() && row.message.back() != '\n')
+        text += '\n';
+    expect_answer(row.body, {text,
+                             row.newer,
+                             {json_value(row.version), json_value(row.url), json_value(row.button),
+                              nlohmann::json(row.message).dump()}});
 }
 
 TEST(ToolAnswer, EachValueIsOneLineAndTheMessageFollowsAsGiven)
 {
+    expect_answer("Version: 5.3\nURL: http://a/\nButton: Get it\nMessage: One\nTwo\n",
+                  {"Version: 5.3\nURL: http://a/\nButton: Get it\nOne\nTwo\n",
+                   "true",
+                   {"\"5.3\"", "\"http://a/\"", "\"Get it\"", "\"One\\nTwo\\n\""}});
+    const std::string with_crlf = "Version: 5.3\r\nURL: a\r\nButton: b\r\nMessage: One\r\nTwo\r\n";
     const AnswerRow rows[] = {
-        {"Version: 5.3\nURL: http://a/\nButton: Get it\nMessage: One\nTwo\n",
-         "Version: 5.3\nURL: http://a/\nButton: Get it\nOne\nTwo\n",
-         "true",
-         {"\"5.3\"", "\"http://a/\"", "\"Get it\"", "\"One\\nTwo\\n\""}},
         // always in this order
-        {"Button: Get it\nURL: http://a/\nVersion: 5.1\nMessage: One\n",
-         "Version: 5.1\nURL: http://a/\nButton: Get it\nOne\n",
-         "false",
-         {"\"5.1\"", "\"http://a/\"", "\"Get it\"", "\"One\\n\""}},
+        {"Button: b\nURL: a\nVersion: 5.1\nMessage: One\n", "One\n", "5.1", "false", "a", "b"},
         // with the line endings that services write
-        {"Version: 5.3\r\nURL: http://a/\r\nButton: Get it\r\nMessage: One\r\nTwo\r\n",
-         "Version: 5.3\nURL: http://a/\nButton: Get it\nOne\nTwo\n",
-         "true",
-         {"\"5.3\"", "\"http://a/\"", "\"Get it\"", "\"One\\nTwo\\n\""}},
-        // a message without a line feed gets one on the text output
-        {"Message: One", "One\n", "null", {"null", "null", "null", "\"One\""}},
-        {"Message: One\r", "One\n", "null", {"null", "null", "null", "\"One\""}},
-        {"Message: One\nTwo", "One\nTwo\n", "null", {"null", "null", "null", "\"One\\nTwo\""}},
-        {"Message: \n", "\n", "null", {"null", "null", "null", "\"\\n\""}},
-        // an empty message prints nothing
-        {"Message: ", "", "null", {"null", "null", "null", "\"\""}},
-        {"Message:", "", "null", {"null", "null", "null", "\"\""}},
-        {"Message: \r", "", "null", {"null", "null", "null", "\"\""}},
-        {"Version: 5.3\nMessage: ", "Version: 5.3\n", "true", {"\"5.3\"", "null", "null", "\"\""}},
+        {with_crlf, "One\nTwo\n", "5.3", "true", "a", "b"},
+        // the text output ends with a line feed
+        {"Message: One", "One"},
+        {"Message: One\r", "One"},
+        {"Message: One\nTwo", "One\nTwo"},
+        {"Message: \n", "\n"},
+        // but an empty message prints nothing
+        {"Message: ", ""},
+        {"Message:", ""},
+        {"Message: \r", ""},
+        {"Version: 5.3\nMessage: ", "", "5.3", "true"},
         // an empty value counts as not given
-        {"Version: \nURL: \nButton: \nMessage: One\n",
-         "One\n",
-         "null",
-         {"null", "null", "null", "\"One\\n\""}},
-        {"Version: \r\nURL: \r\nButton: \r\nMessage: One\r\n",
-         "One\n",
-         "null",
-         {"null", "null", "null", "\"One\\n\""}},
-        {"Version: \t \r\nURL: http://a/\r\nMessage: One\n",
-         "URL: http://a/\nOne\n",
-         "null",
-         {"null", "\"http://a/\"", "null", "\"One\\n\""}},
-        // one carriage return goes, a second one shows
-        {"URL: a\r\r\nButton: b\rc\r\nMessage: d\r\r\ne\rf\r\r",
-         "URL: a\\x0D\nButton: b\\x0Dc\nd\\x0D\ne\\x0Df\\x0D\n",
-         "null",
-         {"null", "\"a\\u000d\"", "\"b\\u000dc\"", "\"d\\u000d\\ne\\u000df\\u000d\""}},
-        // the later value wins, other keys are passed over
-        {"Version: 5.3\nColour: red\nVersion: 5.1\nMessage: One\n",
-         "Version: 5.1\nOne\n",
-         "false",
-         {"\"5.1\"", "null", "null", "\"One\\n\""}},
-        {"Message: Version: 5.3\nURL: x\n",
-         "Version: 5.3\nURL: x\n",
-         "null",
-         {"null", "null", "null", "\"Version: 5.3\\nURL: x\\n\""}},
-        // tabs stay, in JSON as an escape
-        {"Button: a\tb\nMessage: \tc \"d\" \\e\n",
-         "Button: a\tb\n\tc \"d\" \\e\n",
-         "null",
-         {"null", "null", "\"a\\tb\"", "\"\\tc \\\"d\\\" \\\\e\\n\""}},
+        {"Version: \nURL: \nButton: \nMessage: One\n", "One\n"},
+        {"Version: \r\nURL: \r\nButton: \r\nMessage: One\r\n", "One\n"},
+        {"Version: \t \r\nURL: http://a/\r\nMessage: One\n", "One\n", "", "null", "http://a/"},
+        // the last value of a key counts, unknown keys are ignored
+        {"Version: 5.3\nColour: red\nVersion: 5.1\nMessage: One\n", "One\n", "5.1", "false"},
+        {"Message: Version: 5.3\nURL: x\n", "Version: 5.3\nURL: x\n"},
+        // tabs are kept, in JSON as an escape
+        {"Button: a\tb\nMessage: \tc \"d\" \\e\n", "\tc \"d\" \\e\n", "", "null", "", "a\tb"},
     };
     for (const AnswerRow &row : rows)
         expect_answer(row);
 }
 
-TEST(ToolAnswer, AVersionIsNewerAsADecimalNumber)
+TEST(ToolAnswer, ASecondCarriageReturnIsEscaped)
+{
+    expect_answer("URL: a\r\r\nButton: b\rc\r\nMessage: d\r\r\ne\rf\r\r",
+                  {"URL: a\\x0D\nButton: b\\x0Dc\nd\\x0D\ne\\x0Df\\x0D\n",
+                   "null",
+                   {"null", "\"a\\u000d\"", "\"b\\u000dc\"", "\"d\\u000d\\ne\\u000df\\u000d\""}});
+}
+
+TEST(ToolAnswer, AVersionIsComparedAsADecimalNumber)
 {
     const std::string nines(40, '9');
     const struct {
@@ -129,32 +144,25 @@ TEST(ToolAnswer, AVersionIsNewerAsADecimalNumber)
         {"new", "null", "new"},
     };
     for (const auto &row : rows)
-        expect_answer({"Version: " + row.version + "\nMessage: ",
-                       "Version: " + row.shown + "\n",
-                       row.newer,
-                       {"\"" + row.shown + "\"", "null", "null", "\"\""}});
+        expect_answer({"Version: " + row.version + "\nMessage: ", "", row.shown, row.newer});
 }
 
-TEST(ToolAnswer, HostileTextIsWrittenOut)
+TEST(ToolAnswer, HostileBytesAreEscaped)
 {
-    const AnswerRow row = {
+    expect_answer(
         "Version: \x1B]0;title\a\r\n"
         "URL: http://a/\xE2\x80\xAEmoc.b\xE2\x81\xA9\r\n"
-        "Button: \xC2\x9B"
-        "2J\x7F\xFF\xD8\x9C\r\n"
+        "Button: \302\2332J\x7F\xFF\xD8\x9C\r\n"
         "Message: \x08\x0B\x9B\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xED\xA0\x80\xC0\x80\xE2\x82\r\n",
-        "Version: \\x1B]0;title\\x07\n"
-        "URL: http://a/\\xE2\\x80\\xAEmoc.b\\xE2\\x81\\xA9\n"
-        "Button: \\xC2\\x9B"
-        "2J\\x7F\\xFF\\xD8\\x9C\n"
-        "\\x08\\x0B\\x9B\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\\xED\\xA0\\x80\\xC0\\x80\\xE2\\x82\n",
-        "null",
-        {"\"\\u001b]0;title\\u0007\"", "\"http://a/\\u202emoc.b\\u2069\"",
-         "\"\\u009b"
-         "2J\\u007f\\ufffd\\u061c\"",
-         "\"\\u0008\\u000b\\ufffd\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\\ufffd\\ufffd\\ufffd"
-         "\\ufffd\\ufffd\\ufffd\\ufffd\\n\""}};
-    expect_answer(row);
+        {"Version: \\x1B]0;title\\x07\n"
+         "URL: http://a/\\xE2\\x80\\xAEmoc.b\\xE2\\x81\\xA9\n"
+         "Button: \\xC2\\x9B2J\\x7F\\xFF\\xD8\\x9C\n"
+         "\\x08\\x0B\\x9B\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\\xED\\xA0\\x80\\xC0\\x80\\xE2\\x82\n",
+         "null",
+         {"\"\\u001b]0;title\\u0007\"", "\"http://a/\\u202emoc.b\\u2069\"",
+          "\"\\u009b2J\\u007f\\ufffd\\u061c\"",
+          "\"\\u0008\\u000b\\ufffd\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\\ufffd\\ufffd\\ufffd"
+          "\\ufffd\\ufffd\\ufffd\\ufffd\\n\""}});
 }
 
 std::string every_byte()
@@ -170,7 +178,7 @@ bool is_plain(char c)
     return c == '\n' || (c >= ' ' && c <= '~');
 }
 
-TEST(ToolAnswer, NoByteOfTheServicesReachesAStreamAsAControl)
+TEST(ToolAnswer, NoControlByteOfTheServiceReachesAStream)
 {
     std::string values = every_byte();
     values.erase(values.find('\n'), 1);
@@ -191,38 +199,38 @@ TEST(ToolAnswer, NoByteOfTheServicesReachesAStreamAsAControl)
     EXPECT_TRUE(is_json_line(failed.output)) << failed.output;
     for (char c : failed.error + failed.output)
         EXPECT_TRUE(is_plain(c) || c == '\t' || c == '\a') << static_cast<int>(c);
-    EXPECT_EQ(failed.error.find('\a'), failed.error.size() - 2) << "one bell, of the line's end";
+    EXPECT_EQ(failed.error.find('\a'), failed.error.size() - 2) << "one bell, at the end";
 }
 
-struct LongRow {
-    std::string key;
-    std::string noted;
-};
-
-// Runs a service that gives one value of `length` bytes, quiet or not.
+// Runs the utility against a service that gives one value of `length` bytes.
 ChildResult ask_for_long_value(const std::string &key, std::size_t length, bool quiet)
 {
     const std::string start = key == "Message" ? "" : key + ": " + std::string(length, '7') + "\n";
     const std::string message = key == "Message" ? std::string(length, '7') : "x";
-    return ask(sending(reply_of(start + "Message: " + message)), quiet ? Texts{"-quiet"} : Texts{})
+    return ask(sending(reply_of(start + "Message: " + message)),
+               quiet ? Strings{"-quiet"} : Strings{})
         .result;
 }
 
-TEST(ToolAnswer, AValueThatFillsItsRoomIsNotedAsMaybeCut)
+TEST(ToolAnswer, AValueThatFillsItsCapacityIsNotedAsPossiblyTruncated)
 {
-    const LongRow rows[] = {
-        {"Version", "The version may have been truncated to 65535 bytes"},
-        {"URL", "The web address may have been truncated to 65535 bytes"},
-        {"Button", "The button caption may have been truncated to 65535 bytes"},
-        {"Message", "The message may have been truncated to 65535 bytes"},
+    const struct {
+        std::string key;
+        std::string name;
+    } rows[] = {
+        {"Version", "version"},
+        {"URL", "web address"},
+        {"Button", "button caption"},
+        {"Message", "message"},
     };
-    for (const LongRow &row : rows) {
+    for (const auto &row : rows) {
         const bool is_message = row.key == "Message";
         const auto shown = [&](std::size_t length) {
             const std::string value(length, '7');
             return is_message ? value + "\n" : row.key + ": " + value + "\nx\n";
         };
-        const std::string note = "Note: " + row.noted + "\n";
+        const std::string note =
+            "Note: The " + row.name + " may have been truncated to 65535 bytes\n";
         expect_ended(ask_for_long_value(row.key, 65534, false), 0, shown(65534), "", row.key);
         expect_ended(ask_for_long_value(row.key, 65535, false), 0, shown(65535), note, row.key);
         expect_ended(ask_for_long_value(row.key, 70000, false), 0, shown(65535), note, row.key);
@@ -230,14 +238,13 @@ TEST(ToolAnswer, AValueThatFillsItsRoomIsNotedAsMaybeCut)
     }
 }
 
-TEST(ToolAnswer, ALongMessageIsWholeInJson)
+TEST(ToolAnswer, JsonHoldsTheWholeOfALongMessage)
 {
     const std::string message = repeated(65535 / 3, "a\x1B\n");
+    const std::string in_json = "\"" + repeated(65535 / 3, "a\\u001b\\n") + "\"";
     const ChildResult result = ask(sending(reply_of("Message: " + message)), {"-json"}).result;
     expect_ended(result, 0,
-                 json_line("answered", 0, "null",
-                           {"null", "null", "null", "\"" + repeated(21845, "a\\u001b\\n") + "\""},
-                           "null"),
+                 json_line("answered", 0, "null", {"null", "null", "null", in_json}, "null"),
                  "Note: The message may have been truncated to 65535 bytes\n");
 }
 

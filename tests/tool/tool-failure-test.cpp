@@ -1,6 +1,4 @@
-// What the utility says of an exchange that fails.
-#include <cerrno>
-#include <cstring>
+// What the utility reports when an exchange fails.
 #include <string>
 
 #include <gtest/gtest.h>
@@ -13,6 +11,21 @@
 namespace quintral::tests::tool {
 namespace {
 
+const char not_http[] = "Invalid non-HTTP header string returned from web site";
+const char long_header[] = "Reply header from web site is longer than 262144 bytes";
+const char long_body[] = "Reply body from web site is longer than 8388608 bytes";
+
+std::string bad_status(const std::string &status, const std::string &reason)
+{
+    return "Bad HTTP status " + status + " from web site: " + reason;
+}
+
+std::string unparsable(const std::string &header)
+{
+    return "Invalid HTTP return status (can't parse header " + header + ")";
+}
+
+// `json_error` is the error as the object shows it.
 void expect_failure(const PeerScript &script, const std::string &error,
                     const std::string &json_error)
 {
@@ -24,7 +37,7 @@ void expect_failure(const PeerScript &script, const std::string &error,
     EXPECT_TRUE(is_json_line(json.output)) << json.output;
 }
 
-TEST(ToolFailure, AReplyThatIsNoUpdateReplyIsSaidToBeNone)
+TEST(ToolFailure, AReplyThatIsNotAnUpdateReplyIsReported)
 {
     const std::string error = "The web site's answer is not an update reply";
     for (const char *body :
@@ -34,64 +47,60 @@ TEST(ToolFailure, AReplyThatIsNoUpdateReplyIsSaidToBeNone)
         expect_failure(sending(reply_of(body)), error, error);
 }
 
-struct FailureRow {
-    std::string reply;
-    std::string error;      // on standard error
-    std::string json_error; // the same if empty
-};
-
-TEST(ToolFailure, ABadReplyIsToldOf)
+TEST(ToolFailure, ABadReplyIsReported)
 {
-    const FailureRow rows[] = {
-        {"HTTP/1.0 404 Not Found\r\n\r\nMessage: One\n",
-         "Bad HTTP status 404 from web site: Not Found", ""},
-        {"HTTP/1.1 302 Moved\r\nLocation: http://a/\r\n\r\nMessage: One\n",
-         "Bad HTTP status 302 from web site: Moved", ""},
-        {"HTTP/1.0 500 \x1B[31m\xE2\x80\xAE\r\n\r\n",
-         "Bad HTTP status 500 from web site: \\x1B[31m\\xE2\\x80\\xAE",
-         "Bad HTTP status 500 from web site: \\u001b[31m\\u202e"},
-        {"HTTP/1.0 199 " + std::string(500, 'r') + "\r\n\r\n",
-         "Bad HTTP status 199 from web site: " + std::string(127, 'r'), ""},
-        {"garbage\r\n\r\n", "Invalid non-HTTP header string returned from web site", ""},
-        {"\nHTTP/1.0 200 OK\r\n\r\nMessage: One\n",
-         "Invalid non-HTTP header string returned from web site", ""},
-        {"", "Invalid non-HTTP header string returned from web site", ""},
-        {"HTTP/1.0 200\r\n\r\nMessage: One\n",
-         "Invalid HTTP return status (can't parse header HTTP/1.0 200\\x0D\\x0A\\x0D)",
-         "Invalid HTTP return status (can't parse header HTTP/1.0 200\\u000d\\n\\u000d)"},
-        // cut on standard error, whole in JSON
-        {"HTTP/x" + std::string(3000, 'y') + "\r\n\r\n",
-         "Invalid HTTP return status (can't parse header HTTP/x" + std::string(3000, 'y'),
-         "Invalid HTTP return status (can't parse header HTTP/x" + std::string(3000, 'y') +
-             "\\u000d\\n\\u000d)"},
+    const std::string reason(500, 'r');
+    const struct {
+        std::string reply;
+        std::string error;
+    } rows[] = {
+        {"HTTP/1.0 404 Not Found\r\n\r\nMessage: One\n", bad_status("404", "Not Found")},
+        {"HTTP/1.1 302 Moved\r\nLocation: a\r\n\r\nMessage: One\n", bad_status("302", "Moved")},
+        {"HTTP/1.0 199 " + reason + "\r\n\r\n", bad_status("199", reason.substr(0, 127))},
+        {"garbage\r\n\r\n", not_http},
+        {"\nHTTP/1.0 200 OK\r\n\r\nMessage: One\n", not_http},
+        {"", not_http},
     };
-    for (const FailureRow &row : rows)
-        expect_failure(sending(row.reply), row.error,
-                       row.json_error.empty() ? row.error : row.json_error);
+    for (const auto &row : rows)
+        expect_failure(sending(row.reply), row.error, row.error);
 }
 
-TEST(ToolFailure, AResetIsToldOf)
+TEST(ToolFailure, HostileBytesAreEscaped)
 {
-    const std::string empty = "Invalid non-HTTP header string returned from web site";
-    expect_failure({{PeerAct::ReadRequest}, {PeerAct::Reset}}, empty, empty);
+    expect_failure(sending("HTTP/1.0 500 \x1B[31m\xE2\x80\xAE\r\n\r\n"),
+                   bad_status("500", "\\x1B[31m\\xE2\\x80\\xAE"),
+                   bad_status("500", "\\u001b[31m\\u202e"));
+    expect_failure(sending("HTTP/1.0 200\r\n\r\nMessage: One\n"),
+                   unparsable("HTTP/1.0 200\\x0D\\x0A\\x0D"),
+                   unparsable("HTTP/1.0 200\\u000d\\n\\u000d"));
 }
 
-TEST(ToolFailure, APeerThatCannotBeReachedIsToldOf)
+TEST(ToolFailure, ALongErrorIsTruncatedOnStandardErrorOnly)
 {
-    const std::string port = std::to_string(refused_port());
-    const std::string refused = std::string("Can't connect to web server '127.0.0.1': code ") +
-                                std::to_string(ECONNREFUSED) + ": " + std::strerror(ECONNREFUSED);
+    const std::string header = "HTTP/x" + std::string(3000, 'y');
+    expect_failure(sending(header + "\r\n\r\n"), unparsable(header),
+                   unparsable(header + "\\u000d\\n\\u000d"));
+}
+
+TEST(ToolFailure, AResetIsReported)
+{
+    expect_failure({{PeerAct::ReadRequest}, {PeerAct::Reset}}, not_http, not_http);
+}
+
+TEST(ToolFailure, APeerThatCannotBeReachedIsReported)
+{
+    const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
     ASSERT_EQ(gethostbyname("A..B"), nullptr);
     const std::string not_found =
         std::string("Can't find web server 'A..B': ") + hstrerror(h_errno);
     const struct {
-        Texts arguments;
+        Strings arguments;
         std::string error;
     } rows[] = {
-        {{"-service", "127.0.0.1:" + port}, refused},
-        {{"-service", "127.0.0.1:1", "-proxy", "127.0.0.1:" + port}, refused},
+        {{"-service", refused}, refused_text()},
+        {{"-service", "127.0.0.1:1", "-proxy", refused}, refused_text()},
         {{"-service", "a..b"}, not_found},
-        // the service is named, though it is the proxy that is not found
+        // the proxy is not found, but the message names the service
         {{"-service", "a..b:80", "-proxy", "c..d:80"}, not_found},
     };
     for (const auto &row : rows) {
@@ -101,49 +110,46 @@ TEST(ToolFailure, APeerThatCannotBeReachedIsToldOf)
     }
 }
 
-// Such a reply is never passed off as a whole one, nor does it keep the machine busy for long.
-TEST(ToolFailure, AReplyThatEndsInTheMiddleOfAHeaderLineMeetsTheLimit)
+// Without a limit, the client would store the last byte of such a header forever.
+TEST(ToolFailure, AReplyThatEndsInTheMiddleOfAHeaderLineReachesTheLimit)
 {
-    const std::string error = "Reply header from web site is longer than 262144 bytes";
-    const std::string reply = "HTTP/1.0 200 OK\r\nMessage: One";
-    expect_ended(ask(sending(reply)).result, 1, "", error_line(error));
+    expect_ended(ask(sending("HTTP/1.0 200 OK\r\nMessage: One")).result, 1, "",
+                 error_line(long_header));
     expect_ended(ask(sending("HTTP/1.0 200 OK"), {"-json"}).result, 1,
-                 unanswered_json("failed", 1, error), error_line(error));
+                 unanswered_json("failed", 1, long_header), error_line(long_header));
 }
 
-TEST(ToolFailure, AHeaderThatNeverEndsMeetsTheLimit)
+TEST(ToolFailure, AHeaderThatNeverEndsReachesTheLimit)
 {
-    const std::string error = "Reply header from web site is longer than 262144 bytes";
     const PeerScript script = {{PeerAct::ReadRequest},
                                {PeerAct::SendForever, repeated(1000, "a: b\r\n")}};
-    expect_ended(ask(script, {"-json"}).result, 1, unanswered_json("failed", 1, error),
-                 error_line(error));
+    expect_ended(ask(script, {"-json"}).result, 1, unanswered_json("failed", 1, long_header),
+                 error_line(long_header));
 }
 
-TEST(ToolFailure, ABodyThatNeverEndsMeetsTheLimit)
+TEST(ToolFailure, ABodyThatNeverEndsReachesTheLimit)
 {
-    const std::string error = "Reply body from web site is longer than 8388608 bytes";
     const PeerScript script = {{PeerAct::ReadRequest},
                                {PeerAct::Send, reply_of("Message: ")},
                                {PeerAct::SendForever, std::string(65536, 'm')}};
-    expect_ended(ask(script, {"-json"}).result, 1, unanswered_json("failed", 1, error),
-                 error_line(error));
+    expect_ended(ask(script, {"-json"}).result, 1, unanswered_json("failed", 1, long_body),
+                 error_line(long_body));
 }
 
-TEST(ToolFailure, TheLastByteWithinTheLimitsIsTaken)
+TEST(ToolFailure, TheLastByteWithinTheLimitsIsAccepted)
 {
     const std::string line = "HTTP/1.0 200 OK\r\n";
-    const auto header = [&](std::size_t size) {
-        return line + std::string(size - line.size() - 3, 'h') + "\r\n\r\n"; // its last \n not kept
+    const auto header = [&](std::size_t size) { // the last line feed does not count
+        return line + std::string(size - line.size() - 3, 'h') + "\r\n\r\n";
     };
     const auto body = [](std::size_t size) { return "Message: x\n" + std::string(size - 11, 'b'); };
     const std::string shown = "x\n" + std::string(65533, 'b') + "\n";
     expect_ended(ask(sending(header(262144) + "Message: x")).result, 0, "x\n", "");
     expect_ended(ask(sending(header(262145) + "Message: x")).result, 1, "",
-                 error_line("Reply header from web site is longer than 262144 bytes"));
+                 error_line(long_header));
     expect_ended(ask(sending(reply_of(body(8388608))), {"-quiet"}).result, 0, shown, "");
     expect_ended(ask(sending(reply_of(body(8388609))), {"-quiet"}).result, 1, "",
-                 error_line("Reply body from web site is longer than 8388608 bytes"));
+                 error_line(long_body));
 }
 
 } // namespace

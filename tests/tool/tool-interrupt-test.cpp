@@ -12,7 +12,7 @@
 namespace quintral::tests::tool {
 namespace {
 
-TEST(ToolInterrupt, EndsASilentHeaderByThatSignal)
+TEST(ToolInterrupt, EndsAWaitForTheHeaderByThatSignal)
 {
     for (const int number : {SIGINT, SIGTERM}) {
         const std::string what = "signal " + std::to_string(number);
@@ -25,15 +25,15 @@ TEST(ToolInterrupt, EndsASilentHeaderByThatSignal)
     }
 }
 
-TEST(ToolInterrupt, EndsASilentBodyByThatSignal)
+TEST(ToolInterrupt, EndsAWaitForTheBodyByThatSignal)
 {
+    const PeerScript script = holding(reply_of("Message: "));
     for (const int number : {SIGINT, SIGTERM})
-        expect_ended_by(
-            interrupt_exchange(holding(reply_of("Message: ")), number, {"-json"}, {}, 200), number,
-            cancelled_json(number), error_line(cancelled_text));
+        expect_ended_by(interrupt_exchange(script, number, {"-json"}, {}, 200), number,
+                        cancelled_json(number), error_line(cancelled_text));
 }
 
-TEST(ToolInterrupt, EndsABodyThatKeepsFlowingByThatSignal)
+TEST(ToolInterrupt, EndsAnEndlessBodyByThatSignal)
 {
     const PeerScript script = trickling(reply_of("Message: "), trickled_body, 1);
     expect_ended_by(interrupt_exchange(script, SIGINT, {"-json"}, {}, 300), SIGINT,
@@ -42,7 +42,7 @@ TEST(ToolInterrupt, EndsABodyThatKeepsFlowingByThatSignal)
                     error_line(cancelled_text));
 }
 
-TEST(ToolInterrupt, EndsAHeaderThatKeepsFlowingByThatSignal)
+TEST(ToolInterrupt, EndsAnEndlessHeaderByThatSignal)
 {
     const PeerScript script = trickling("", trickled_header, 1);
     expect_ended_by(interrupt_exchange(script, SIGTERM, {"-json"}, {}, 300), SIGTERM,
@@ -53,8 +53,8 @@ TEST(ToolInterrupt, EndsAConnectThatHangsAfterASecond)
 {
     for (const int number : {SIGINT, SIGTERM}) {
         const HangingServer server;
-        Child child = start_tool({"-service", server.service(), "-json"});
-        ASSERT_TRUE(wait_until_watching(child));
+        Child child = start_tool({"-service", server.address(), "-json"});
+        ASSERT_TRUE(wait_for_handlers(child));
         poll(nullptr, 0, 100);
         child_signal(child, number);
         expect_ended_by(child_wait(child), number, cancelled_json(number),
@@ -62,15 +62,15 @@ TEST(ToolInterrupt, EndsAConnectThatHangsAfterASecond)
     }
 }
 
-// The second one is sent again and again, so that one which only started the second's wait anew
-// would never end the utility.
-TEST(ToolInterrupt, ASecondOneEndsAtOnceByItself)
+// SIGTERM is sent again and again. If each one restarted the second of grace, the utility would
+// never end.
+TEST(ToolInterrupt, ASecondOneEndsTheProcessAtOnceByItself)
 {
     const HangingServer server;
-    Child child = start_tool({"-service", server.service(), "-json"});
-    ASSERT_TRUE(wait_until_watching(child));
+    Child child = start_tool({"-service", server.address(), "-json"});
+    ASSERT_TRUE(wait_for_handlers(child));
     poll(nullptr, 0, 100);
-    child_signal(child, SIGINT); // pending both, the lower number is delivered first
+    child_signal(child, SIGINT); // if both are pending, the lower number is delivered first
     int sent = 0;
     while (sent < 25 && process_status(child, "State:").find('Z') == std::string::npos) {
         child_signal(child, SIGTERM);
@@ -82,11 +82,9 @@ TEST(ToolInterrupt, ASecondOneEndsAtOnceByItself)
                     error_line(cancelled_text));
 }
 
-TEST(ToolInterrupt, OneThatWasIgnoredAtStartStaysIgnored)
+TEST(ToolInterrupt, ASignalIgnoredAtStartStaysIgnored)
 {
-    const PeerScript script = {{PeerAct::ReadRequest},
-                               {PeerAct::Pause, "", 500},
-                               {PeerAct::Send, reply_of("Message: Hello\n")}};
+    const PeerScript script = sending_late(reply_of("Message: Hello\n"), 500);
     for (const int number : {SIGINT, SIGTERM}) {
         ChildOptions options;
         options.ignored_signals = {number};
@@ -100,33 +98,29 @@ TEST(ToolInterrupt, OneThatWasIgnoredAtStartStaysIgnored)
 TEST(ToolInterrupt, EndsAnOutputThatNobodyReads)
 {
     const LoopbackPeer peer({sending(reply_of("Message: Hello\n"))});
-    ChildOptions options;
-    options.output = ChildStream::StalledPipe;
-    Child child = start_tool({"-service", peer.address()}, options);
+    Child child = start_tool({"-service", peer.address()}, with_output(ChildStream::StalledPipe));
     peer.received(0);
     poll(nullptr, 0, 200);
     child_signal(child, SIGTERM);
     expect_ended_by(child_wait(child), SIGTERM, "", error_line(cancelled_text));
 }
 
-TEST(ToolInterrupt, IsToldOfOnceThoughTheOutputHangsToo)
+TEST(ToolInterrupt, IsReportedOnceEvenIfTheOutputHangsToo)
 {
-    ChildOptions options;
-    options.output = ChildStream::StalledPipe;
+    const ChildOptions options = with_output(ChildStream::StalledPipe);
     expect_ended_by(interrupt_exchange(holding(), SIGINT, {"-json"}, options), SIGINT, "",
                     error_line(cancelled_text));
 }
 
-TEST(ToolInterrupt, EndsAWaitOnATerminalThatIsStopped)
+TEST(ToolInterrupt, EndsTheProcessEvenIfTheTerminalIsStopped)
 {
     const LoopbackPeer peer({holding()});
-    ChildOptions options;
-    options.error = ChildStream::Terminal;
+    ChildOptions options = with_error(ChildStream::Terminal);
     options.limit_seconds = 15;
     Child child = start_tool({"-service", peer.address(), "-json"}, options);
     ASSERT_TRUE(child_wait_for_text(child, "\r", patience));
     stop_terminal(child);
-    poll(nullptr, 0, 300); // so that it waits for the terminal
+    poll(nullptr, 0, 300); // time to show progress on the stopped terminal
     child_signal(child, SIGINT);
     const ChildResult result = child_wait(child);
     EXPECT_EQ(result.signal, SIGINT);

@@ -37,10 +37,10 @@ ChildOptions options_with(Settings environment, const Settings &more = {})
     return options;
 }
 
-ChildResult run_with(const FakeDesktop &desktop, const std::string &answer, const Texts &arguments,
-                     const Settings &more = {})
+ChildResult run_with(const FakeDesktop &desktop, const std::string &answer,
+                     const Strings &arguments, const Settings &more = {})
 {
-    const Texts product = {"-product-version", "5.1"};
+    const Strings product = {"-product-version", "5.1"};
     return ask(sending(reply_of(answer)), joined(product, arguments),
                options_with(desktop.environment(), more))
         .result;
@@ -83,7 +83,7 @@ TEST(ToolOpen, DoesNothingUnlessAskedForANewerVersionWithAnAddress)
         const char *what;
         const char *version;
         const char *web_address;
-        Texts arguments;
+        Strings arguments;
     } rows[] = {
         {"without -open", "5.2", address, {}},
         {"the same version", "5.1", address, {"-open"}},

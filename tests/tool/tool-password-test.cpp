@@ -20,7 +20,7 @@ std::string command_line_of(const Child &child)
 
 TEST(ToolPassword, DoesNotStayVisibleInTheProcessList)
 {
-    const std::vector<Texts> rows = {
+    const std::vector<Strings> rows = {
         {"-proxy-pass", "secret"},
         {"-proxy-pass=secret"},
         {"--proxy-pass", "secret"},
@@ -29,7 +29,7 @@ TEST(ToolPassword, DoesNotStayVisibleInTheProcessList)
         {"-proxy-p", "secret"},
         {"-proxy-pass", "secret-1", "-proxy-pass=secret-2", "--proxy-pass", "secret"},
     };
-    for (const Texts &row : rows) {
+    for (const Strings &row : rows) {
         const LoopbackPeer proxy({holding()});
         Child child = start_tool(
             joined({"-service", "a.example", "-proxy", proxy.address(), "-proxy-user", "me"}, row));
@@ -47,9 +47,9 @@ TEST(ToolPassword, DoesNotStayVisibleInTheProcessList)
 // not wait with it.
 TEST(ToolPassword, DoesNotStayVisibleBehindAUsageErrorEither)
 {
-    const std::vector<Texts> errors = {{"-bogus"},      {"--bogus"},         {"operand"},
-                                       {"-max-time=0"}, {"-service", "a:0"}, {"--"}};
-    for (const Texts &error : errors) {
+    const std::vector<Strings> errors = {{"-bogus"},      {"--bogus"},         {"operand"},
+                                         {"-max-time=0"}, {"-service", "a:0"}, {"--"}};
+    for (const Strings &error : errors) {
         ChildOptions options;
         options.error = ChildStream::StalledPipe;
         Child child =

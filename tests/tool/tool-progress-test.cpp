@@ -21,9 +21,9 @@ PeerScript slow_answer()
 }
 
 // What stands on a terminal's lines behind these bytes, blanks at the ends of lines left out.
-Texts screen_of(const std::string &bytes)
+Strings screen_of(const std::string &bytes)
 {
-    Texts lines = {""};
+    Strings lines = {""};
     std::size_t column = 0;
     for (char c : bytes) {
         if (c == '\n')
@@ -52,15 +52,15 @@ TEST(ToolSignOfLife, IsShownOnATerminalWhileItWaitsAndClearedForTheAnswer)
     const ChildResult result = ask(slow_answer(), {}, on_terminal()).result;
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_EQ(result.output, "Hello\n");
-    EXPECT_NE(screen_of(result.error.substr(0, result.error.find('\r', 1))), Texts{""});
-    EXPECT_EQ(screen_of(result.error), Texts{""});
+    EXPECT_NE(screen_of(result.error.substr(0, result.error.find('\r', 1))), Strings{""});
+    EXPECT_EQ(screen_of(result.error), Strings{""});
     EXPECT_EQ(result.error.back(), '\r') << "the cursor is back at the start";
 }
 
 TEST(ToolSignOfLife, MovesWhileItWaits)
 {
     const std::string error = ask(slow_answer(), {"-json"}, on_terminal()).result.error;
-    Texts shown;
+    Strings shown;
     for (std::size_t at = error.find('\r'); at != std::string::npos;) {
         const std::size_t next = error.find('\r', at + 1);
         shown.push_back(error.substr(at, next - at));
@@ -76,13 +76,14 @@ TEST(ToolSignOfLife, IsClearedForAFailureAndAnInterruptAndTheTimeLimit)
                                 {PeerAct::Pause, "", 700},
                                 {PeerAct::Send, "HTTP/1.0 404 No\r\n\r\n"}};
     const ChildResult failed = ask(failing, {}, on_terminal()).result;
-    EXPECT_EQ(screen_of(failed.error), (Texts{"Error: Bad HTTP status 404 from web site: No", ""}));
+    EXPECT_EQ(screen_of(failed.error),
+              (Strings{"Error: Bad HTTP status 404 from web site: No", ""}));
     const ChildResult interrupted = interrupt_exchange(holding(), SIGINT, {}, on_terminal(), 500);
     EXPECT_EQ(interrupted.signal, SIGINT);
-    EXPECT_EQ(screen_of(interrupted.error), (Texts{"Error: User canceled web transaction", ""}));
+    EXPECT_EQ(screen_of(interrupted.error), (Strings{"Error: User canceled web transaction", ""}));
     const ChildResult limited = ask(holding(), {"-max-time", "1"}, on_terminal()).result;
     EXPECT_EQ(limited.exit_status, 3);
-    EXPECT_EQ(screen_of(limited.error), (Texts{"Error: " + limit_text(1), ""}));
+    EXPECT_EQ(screen_of(limited.error), (Strings{"Error: " + limit_text(1), ""}));
 }
 
 TEST(ToolSignOfLife, IsDroppedWithQuietAndNeverGoesIntoAPipe)

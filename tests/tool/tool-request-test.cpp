@@ -21,49 +21,51 @@ TEST(ToolRequest, NamesTheUtilityAndTheSystemAndNothingThatIdentifiesTheMachine)
     expect_ended(exchange.result, 0, "Hello\n", "");
 }
 
-// One command line with every option that does not end it, and -service in front.
-Texts all_options(const std::string &dash)
+// Every option except -service, -help and -version.
+Strings all_options(const std::string &dash)
 {
-    Texts texts;
-    for (const Texts &option : std::vector<Texts>{{"product", "Velours & Co"},
-                                                  {"productline", "a=b"},
-                                                  {"product-version", "5.25"},
-                                                  {"version-name", "5.2 \"beta\""},
-                                                  {"machine-id", "m-1.2_3~4"},
-                                                  {"os", "Hurd+"},
-                                                  {"os-version", "-0.9"},
-                                                  {"processor-arch", "x\xC3\xA4\xFF%"},
-                                                  {"max-time", "30"},
-                                                  {"proxy", ":1"},
-                                                  {"proxy-user", "user1"},
-                                                  {"proxy-pass", "pw1"},
-                                                  {"json"},
-                                                  {"quiet"},
-                                                  {"exit-code"},
-                                                  {"open"}}) {
-        texts.push_back(dash + option[0]);
-        texts.insert(texts.end(), option.begin() + 1, option.end());
+    const std::vector<Strings> options = {
+        {"product", "Velours & Co"},
+        {"productline", "a=b"},
+        {"product-version", "5.25"},
+        {"version-name", "5.2 \"beta\""},
+        {"machine-id", "m-1.2_3~4"},
+        {"os", "Hurd+"},
+        {"os-version", "-0.9"},
+        {"processor-arch", "x\xC3\xA4\xFF%"},
+        {"max-time", "30"},
+        {"proxy", ":1"},
+        {"proxy-user", "user1"},
+        {"proxy-pass", "pw1"},
+        {"json"},
+        {"quiet"},
+        {"exit-code"},
+        {"open"},
+    };
+    Strings arguments;
+    for (const Strings &option : options) {
+        arguments.push_back(dash + option[0]);
+        arguments.insert(arguments.end(), option.begin() + 1, option.end());
     }
-    return texts;
+    return arguments;
 }
 
-TEST(ToolRequest, EveryExactNameCanBeTypedWithOneDashTwoDashesAndAPlus)
+TEST(ToolRequest, OptionsCanBeTypedWithOneDashTwoDashesOrAPlus)
 {
-    const Texts values = {"Velours & Co", "a=b",  "5.250",     "5.2 \"beta\"",
-                          "Hurd+",        "-0.9", "m-1.2_3~4", "x\xC3\xA4\xFF%"};
+    const Strings values = {"Velours & Co", "a=b",  "5.250",     "5.2 \"beta\"",
+                            "Hurd+",        "-0.9", "m-1.2_3~4", "x\xC3\xA4\xFF%"};
+    const std::string object =
+        json_line("answered", 10, "true", {"\"5.3\"", "null", "null", "\"New\\n\""}, "null");
     for (const std::string dash : {"-", "--", "+"}) {
         const LoopbackPeer peer({sending(reply_of("Version: 5.3\nMessage: New\n"))});
         const ChildResult result =
             run_tool(joined({dash + "service", peer.address()}, all_options(dash)));
         EXPECT_EQ(peer.received(0), request_of({peer.address(), values, "dXNlcjE6cHcx"})) << dash;
-        expect_ended(
-            result, 10,
-            json_line("answered", 10, "true", {"\"5.3\"", "null", "null", "\"New\\n\""}, "null"),
-            "", dash);
+        expect_ended(result, 10, object, "", dash);
     }
 }
 
-TEST(ToolRequest, TheVersionGoesOutWithAPointAndThreeDigitsInEveryLocale)
+TEST(ToolRequest, TheVersionIsSentWithADecimalPointAndThreeDigitsInEveryLocale)
 {
     const struct {
         const char *typed;
@@ -77,8 +79,8 @@ TEST(ToolRequest, TheVersionGoesOutWithAPointAndThreeDigitsInEveryLocale)
     for (const auto &row : rows) {
         ChildOptions options;
         options.environment = {{"LC_ALL", comma_locale}};
-        Texts values = default_values();
-        values[2] = row.sent;
+        Strings values = default_values();
+        values[Version] = row.sent;
         const Exchange exchange =
             ask(sending(reply_of("Message: ")), {"-product-version", row.typed}, options);
         EXPECT_EQ(exchange.request, request_of({exchange.address, values})) << row.typed;
@@ -86,27 +88,24 @@ TEST(ToolRequest, TheVersionGoesOutWithAPointAndThreeDigitsInEveryLocale)
     }
 }
 
-TEST(ToolRequest, ANameMayBeShortenedWhileItIsTheOnlyOne)
+TEST(ToolRequest, ANameMayBeAbbreviatedToAnUnambiguousPrefix)
 {
     const struct {
         const char *typed;
-        const char *message;
+        Field field;
     } rows[] = {
-        {"-productl", "productline"}, {"--productl", "productline"}, {"-version-", "version_name"},
-        {"-mac", "machine_id"},       {"-os-", "os_version"},        {"-proc", "processor_arch"},
+        {"-productl", ProductLine}, {"--productl", ProductLine}, {"-version-", VersionName},
+        {"-mac", MachineId},        {"-os-", OsVersion},         {"-proc", ProcessorArch},
     };
-    static const char *const names[] = {"product", "productline", "version",    "version_name",
-                                        "os",      "os_version",  "machine_id", "processor_arch"};
     for (const auto &row : rows) {
-        Texts values = default_values();
-        for (std::size_t i = 0; i < values.size(); ++i)
-            values[i] = row.message == std::string(names[i]) ? "short" : values[i];
+        Strings values = default_values();
+        values[row.field] = "short";
         const Exchange exchange = ask(sending(reply_of("Message: ")), {row.typed, "short"});
         EXPECT_EQ(exchange.request, request_of({exchange.address, values})) << row.typed;
     }
 }
 
-TEST(ToolRequest, TheBuildsOwnServiceIsAskedUnlessAnotherIsNamed)
+TEST(ToolRequest, GoesToTheServiceSetAtBuildTimeByDefault)
 {
     const LoopbackPeer proxy({sending(reply_of("Message: Hello\n"))});
     const ChildResult result = run_tool({"-proxy", proxy.address()});
@@ -119,8 +118,7 @@ TEST(ToolRequest, TheLaunchArgumentOfTheDesktopIsDropped)
     const LoopbackPeer peer({sending(reply_of("Message: Hello\n"))});
     expect_ended(run_tool({"-psn_0_12345", "-service", peer.address()}), 0, "Hello\n", "");
     expect_ended(run_tool({"-psn_0_12345", "-product"}), 2, "",
-                 QUINTRAL_TOOL ": argument required for option `--product'\n" +
-                     std::string(usage_text()));
+                 missing_argument("product") + usage_text());
     expect_ended(run_tool({"-json", "-psn_0_12345"}), 2, "",
                  error_line("Unknown option -psn_0_12345") + usage_text());
     expect_ended(run_tool({"-psn"}), 2, "", error_line("Unknown option -psn") + usage_text());

@@ -1,6 +1,9 @@
-// Running the utility in a test: against a scripted service, with what it must print.
+// Running the utility in a test: against a scripted service, and checking how it ended.
 //
-// The program is the build's own, QUINTRAL_TOOL.
+//     const Exchange exchange = ask(sending(reply_of("Message: Hello\n")), {"-json"});
+//     expect_ended(exchange.result, 0, expected_output, "");
+//
+// QUINTRAL_TOOL is the path of the program.
 #ifndef QUINTRAL_TESTS_TOOL_TOOL_RUN_H
 #define QUINTRAL_TESTS_TOOL_TOOL_RUN_H
 
@@ -21,25 +24,42 @@
 
 namespace quintral::tests::tool {
 
-constexpr int patience = 20000; // milliseconds until a child or a peer must have come to a point
+using Strings = std::vector<std::string>;
 
-using Texts = std::vector<std::string>;
+// How long a test waits for a child or a peer, in milliseconds.
+constexpr int patience = 20000;
 
-inline Texts joined(Texts first, const Texts &second)
+inline Strings joined(Strings first, const Strings &second)
 {
     first.insert(first.end(), second.begin(), second.end());
     return first;
 }
 
-inline Child start_tool(const Texts &arguments, const ChildOptions &options = {})
+inline Child start_tool(const Strings &arguments, const ChildOptions &options = {})
 {
     return child_start(joined({QUINTRAL_TOOL}, arguments), options);
 }
 
-inline ChildResult run_tool(const Texts &arguments, const ChildOptions &options = {})
+inline ChildResult run_tool(const Strings &arguments, const ChildOptions &options = {})
 {
     return run_child(joined({QUINTRAL_TOOL}, arguments), options);
 }
+
+inline ChildOptions with_output(ChildStream stream)
+{
+    ChildOptions options;
+    options.output = stream;
+    return options;
+}
+
+inline ChildOptions with_error(ChildStream stream)
+{
+    ChildOptions options;
+    options.error = stream;
+    return options;
+}
+
+// What the service does
 
 inline std::string reply_of(const std::string &body)
 {
@@ -51,11 +71,18 @@ inline PeerScript sending(const std::string &bytes)
     return {{PeerAct::ReadRequest}, {PeerAct::Send, bytes}};
 }
 
+inline PeerScript sending_late(const std::string &bytes, int milliseconds)
+{
+    return {{PeerAct::ReadRequest}, {PeerAct::Pause, "", milliseconds}, {PeerAct::Send, bytes}};
+}
+
+// Sends the bytes, then keeps the connection open.
 inline PeerScript holding(const std::string &bytes = "")
 {
     return {{PeerAct::ReadRequest}, {PeerAct::Send, bytes}, {PeerAct::Hold}};
 }
 
+// Sends the start at once and the bytes one at a time, with a pause after each.
 inline PeerScript trickling(const std::string &start, const std::string &bytes, int milliseconds)
 {
     return {{PeerAct::ReadRequest},
@@ -64,7 +91,7 @@ inline PeerScript trickling(const std::string &start, const std::string &bytes, 
             {PeerAct::Hold}};
 }
 
-// More bytes than a peer that trickles them sends while a test runs.
+// To trickle: they last longer than any test.
 inline const std::string trickled_header = "HTTP/1.0 200 OK\r\n" + std::string(60000, 'h');
 inline const std::string trickled_body = std::string(60000, 'b');
 
@@ -74,8 +101,8 @@ struct Exchange {
     std::string request;
 };
 
-// Runs the utility against a service that plays the script.
-inline Exchange ask(const PeerScript &script, const Texts &arguments = {},
+// Runs the utility against a service that follows the script.
+inline Exchange ask(const PeerScript &script, const Strings &arguments = {},
                     const ChildOptions &options = {})
 {
     const LoopbackPeer peer({script});
@@ -85,6 +112,8 @@ inline Exchange ask(const PeerScript &script, const Texts &arguments = {},
     exchange.request = peer.received(0);
     return exchange;
 }
+
+// How the utility ended, with the exact bytes on both streams
 
 inline void expect_ended(const ChildResult &result, int status, const std::string &output,
                          const std::string &error, const std::string &what = "")
@@ -103,18 +132,31 @@ inline void expect_ended_by(const ChildResult &result, int signal_number, const 
     EXPECT_EQ(result.error, error) << what;
 }
 
-inline std::string error_line(const std::string &text)
-{
-    return "Error: " + text + "\a\n";
-}
-
-// The messages of an interrupt and of the time limit.
+// Messages
 
 const char cancelled_text[] = "User canceled web transaction";
 
 inline std::string limit_text(int seconds)
 {
     return "The time limit of " + std::to_string(seconds) + " s has passed";
+}
+
+inline std::string refused_text()
+{
+    return "Can't connect to web server '127.0.0.1': code " + std::to_string(ECONNREFUSED) + ": " +
+           std::strerror(ECONNREFUSED);
+}
+
+// The line on standard error for a failure.
+inline std::string error_line(const std::string &text)
+{
+    return "Error: " + text + "\a\n";
+}
+
+// The parser's line for an option without its argument.
+inline std::string missing_argument(const std::string &name)
+{
+    return QUINTRAL_TOOL ": argument required for option `--" + name + "'\n";
 }
 
 // Stops the terminal on the child's standard error, as a user does with Ctrl-S.

@@ -43,8 +43,8 @@ TEST(ToolStreams, AnOutputThatCannotBeWrittenEndsInStatus1)
         ChildOptions options;
         options.output = row.output;
         const PeerScript script = sending(reply_of("Version: 5.3\nMessage: Hello\n"));
-        for (const Texts &arguments :
-             {Texts{}, Texts{"-json"}, Texts{"-quiet"}, Texts{"-exit-code", "-product-version=5"}})
+        for (const Strings &arguments : {Strings{}, Strings{"-json"}, Strings{"-quiet"},
+                                         Strings{"-exit-code", "-product-version=5"}})
             expect_ended(ask(script, arguments, options).result, 1, "", output_error(row.error),
                          testing::PrintToString(arguments));
         expect_ended(run_tool({"-help"}, options), 1, "", output_error(row.error));
@@ -183,7 +183,7 @@ struct FullPipe {
 
 // Runs the utility with the pipe as one of its streams and reads the pipe only after a while.
 // Returns what came behind the filling.
-std::string run_with_full_pipe(int stream, const Texts &arguments, int status)
+std::string run_with_full_pipe(int stream, const Strings &arguments, int status)
 {
     FullPipe pipe;
     ChildOptions options;

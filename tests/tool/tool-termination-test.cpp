@@ -401,9 +401,9 @@ ChildOptions with_output_on(const MessageSocket &socket)
     return options;
 }
 
-Texts messages_on(const MessageSocket &socket)
+Strings messages_on(const MessageSocket &socket)
 {
-    Texts messages;
+    Strings messages;
     char buffer[4096];
     for (;;) {
         const ssize_t count = recv(socket.ends[0], buffer, sizeof buffer, MSG_DONTWAIT);
@@ -417,12 +417,12 @@ TEST(ToolTermination, TheObjectOfAnInterruptIsOneWrite)
 {
     const HangingServer server;
     const MessageSocket output;
-    Child child = start_tool({"-service", server.service(), "-json"}, with_output_on(output));
-    ASSERT_TRUE(wait_until_watching(child));
+    Child child = start_tool({"-service", server.address(), "-json"}, with_output_on(output));
+    ASSERT_TRUE(wait_for_handlers(child));
     child_signal(child, SIGINT);
     child_signal(child, SIGTERM);
     EXPECT_EQ(child_wait(child).signal, SIGTERM);
-    EXPECT_EQ(messages_on(output), Texts{cancelled_json(SIGTERM)});
+    EXPECT_EQ(messages_on(output), Strings{cancelled_json(SIGTERM)});
 }
 
 TEST(ToolTermination, TheObjectOfTheTimeLimitIsOneWrite)
@@ -430,9 +430,9 @@ TEST(ToolTermination, TheObjectOfTheTimeLimitIsOneWrite)
     const HangingServer server;
     const MessageSocket output;
     const ChildResult result =
-        run_tool({"-service", server.service(), "-json", "-max-time", "1"}, with_output_on(output));
+        run_tool({"-service", server.address(), "-json", "-max-time", "1"}, with_output_on(output));
     EXPECT_EQ(result.exit_status, 3);
-    EXPECT_EQ(messages_on(output), Texts{unanswered_json("timeout", 3, limit_text(1))});
+    EXPECT_EQ(messages_on(output), Strings{unanswered_json("timeout", 3, limit_text(1))});
 }
 
 // Exceptions
@@ -475,7 +475,8 @@ TEST(ToolTermination, AnUncaughtExceptionIsReportedByOneLineAndAnObjectInOneWrit
         const ChildResult result = run_fault(
             row, [] { prepare_termination(true, 60); }, with_output_on(output));
         expect_ended(result, 1, "", error_line(row.error), row.name);
-        EXPECT_EQ(messages_on(output), Texts{unanswered_json("failed", 1, row.error)}) << row.name;
+        EXPECT_EQ(messages_on(output), Strings{unanswered_json("failed", 1, row.error)})
+            << row.name;
     }
 }
 

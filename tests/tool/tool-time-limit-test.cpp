@@ -12,17 +12,15 @@
 namespace quintral::tests::tool {
 namespace {
 
-// Ten seconds of silence: the exchange's own limit
-
 const char silence_text[] = "Timeout waiting for web site";
 
-TEST(ToolSilence, TenSecondsWithoutAByteOfTheHeaderEndInStatus3)
+TEST(ToolSilence, TenSecondsWithoutAByteOfTheHeaderEndWithStatus3)
 {
     expect_ended(ask(holding(), {"-json"}).result, 3, unanswered_json("timeout", 3, silence_text),
                  error_line(silence_text));
 }
 
-TEST(ToolSilence, TenSecondsWithoutAByteOfTheBodyEndInStatus3)
+TEST(ToolSilence, TenSecondsWithoutAByteOfTheBodyEndWithStatus3)
 {
     expect_ended(ask(holding(reply_of("Version: 5.3\nMessage: ")), {}).result, 3, "",
                  error_line(silence_text));
@@ -33,26 +31,33 @@ struct LimitRow {
     PeerScript script;
 };
 
-// A failure, and the test's listed name, show the row by its name.
+const std::string body_start = reply_of("Message: ");
+
+const LimitRow limit_rows[] = {
+    {"SilentPeer", holding()},
+    {"SilentBody", holding(body_start)},
+    {"SlowHeader", trickling("", trickled_header, 300)},
+    {"SlowBody", trickling(body_start, trickled_body, 300)},
+    {"EndlessHeader", trickling("", trickled_header, 1)},
+    {"EndlessBody", trickling(body_start, trickled_body, 1)},
+};
+
+// A failure, and the list of tests, show the row by its name.
 void PrintTo(const LimitRow &row, std::ostream *stream)
 {
     *stream << row.name;
 }
 
+std::string label(const testing::TestParamInfo<LimitRow> &row)
+{
+    return row.param.name;
+}
+
 class ToolTimeLimitWith : public testing::TestWithParam<LimitRow> {};
 
-INSTANTIATE_TEST_SUITE_P(
-    Peers, ToolTimeLimitWith,
-    testing::Values(LimitRow{"SilentPeer", holding()},
-                    LimitRow{"SilentBody", holding(reply_of("Message: "))},
-                    LimitRow{"HeaderByteNowAndThen", trickling("", trickled_header, 300)},
-                    LimitRow{"BodyByteNowAndThen",
-                             trickling(reply_of("Message: "), trickled_body, 300)},
-                    LimitRow{"HeaderFlowing", trickling("", trickled_header, 1)},
-                    LimitRow{"BodyFlowing", trickling(reply_of("Message: "), trickled_body, 1)}),
-    [](const testing::TestParamInfo<LimitRow> &row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(Peers, ToolTimeLimitWith, testing::ValuesIn(limit_rows), label);
 
-TEST_P(ToolTimeLimitWith, EndsTheRunInStatus3)
+TEST_P(ToolTimeLimitWith, EndsTheRunWithStatus3)
 {
     expect_ended(ask(GetParam().script, {"-max-time", "1", "-json"}).result, 3,
                  unanswered_json("timeout", 3, limit_text(1)), error_line(limit_text(1)));
@@ -61,18 +66,18 @@ TEST_P(ToolTimeLimitWith, EndsTheRunInStatus3)
 TEST(ToolTimeLimit, EndsAConnectThatHangs)
 {
     const HangingServer server;
-    expect_ended(run_tool({"-service", server.service(), "-max-time", "1"}), 3, "",
+    expect_ended(run_tool({"-service", server.address(), "-max-time", "1"}), 3, "",
                  error_line(limit_text(1)));
 }
 
 TEST(ToolTimeLimit, EndsAConnectThatHangsWithAnObject)
 {
     const HangingServer server;
-    expect_ended(run_tool({"-service", server.service(), "-max-time", "1", "-json"}), 3,
+    expect_ended(run_tool({"-service", server.address(), "-max-time", "1", "-json"}), 3,
                  unanswered_json("timeout", 3, limit_text(1)), error_line(limit_text(1)));
 }
 
-TEST(ToolTimeLimit, HoldsWhereTheAlarmWasBlockedAndIgnoredAtStart)
+TEST(ToolTimeLimit, AppliesEvenIfTheAlarmWasBlockedAndIgnoredAtStart)
 {
     ChildOptions options;
     options.blocked_signals = {SIGALRM};
@@ -81,45 +86,39 @@ TEST(ToolTimeLimit, HoldsWhereTheAlarmWasBlockedAndIgnoredAtStart)
                  error_line(limit_text(2)));
 }
 
-TEST(ToolTimeLimit, IsOfNoAccountToAnAnswerInTime)
+TEST(ToolTimeLimit, DoesNotAffectATimelyAnswer)
 {
-    const PeerScript script = {{PeerAct::ReadRequest},
-                               {PeerAct::Pause, "", 1500},
-                               {PeerAct::Send, reply_of("Message: Hello\n")}};
+    const PeerScript script = sending_late(reply_of("Message: Hello\n"), 1500);
     expect_ended(ask(script, {"-max-time", "60"}).result, 0, "Hello\n", "");
 }
 
-TEST(ToolTimeLimit, HoldsForAnOutputThatNobodyReads)
+TEST(ToolTimeLimit, AppliesToAnOutputThatNobodyReads)
 {
-    ChildOptions options;
-    options.output = ChildStream::StalledPipe;
+    const ChildOptions options = with_output(ChildStream::StalledPipe);
     expect_ended(ask(sending(reply_of("Message: Hello\n")), {"-max-time", "2"}, options).result, 3,
                  "", error_line(limit_text(2)));
 }
 
-TEST(ToolTimeLimit, HoldsForAStandardErrorThatNobodyReads)
+TEST(ToolTimeLimit, AppliesToAStandardErrorThatNobodyReads)
 {
-    ChildOptions options;
-    options.error = ChildStream::StalledPipe;
-    expect_ended(
-        ask(sending("HTTP/1.0 404 Not Found\r\n\r\n"), {"-max-time", "2", "-json"}, options).result,
-        3, unanswered_json("timeout", 3, limit_text(2)), "");
+    const PeerScript script = sending("HTTP/1.0 404 Not Found\r\n\r\n");
+    const ChildOptions options = with_error(ChildStream::StalledPipe);
+    expect_ended(ask(script, {"-max-time", "2", "-json"}, options).result, 3,
+                 unanswered_json("timeout", 3, limit_text(2)), "");
 }
 
-// The exchange ends by the limit, the output of its object by the limit's second.
-TEST(ToolTimeLimit, IsToldOfOnceThoughTheOutputHangsToo)
+// The limit cancels the exchange, and a second later ends the output of the object.
+TEST(ToolTimeLimit, IsReportedOnceEvenIfTheOutputHangsToo)
 {
-    ChildOptions options;
-    options.output = ChildStream::StalledPipe;
+    const ChildOptions options = with_output(ChildStream::StalledPipe);
     expect_ended(ask(holding(), {"-max-time", "1", "-json"}, options).result, 3, "",
                  error_line(limit_text(1)));
 }
 
-TEST(ToolTimeLimit, HoldsForATerminalThatIsStopped)
+TEST(ToolTimeLimit, AppliesToAStoppedTerminal)
 {
     const LoopbackPeer peer({holding()});
-    ChildOptions options;
-    options.error = ChildStream::Terminal;
+    ChildOptions options = with_error(ChildStream::Terminal);
     options.limit_seconds = 15;
     Child child = start_tool({"-service", peer.address(), "-max-time", "3", "-json"}, options);
     ASSERT_TRUE(child_wait_for_text(child, "\r", patience));

@@ -2,7 +2,6 @@
 #include "tool/options.h"
 
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -12,14 +11,14 @@ namespace quintral::tests::tool {
 namespace {
 
 struct UsageRow {
-    Texts arguments;
-    std::string line;
+    Strings arguments;
+    std::string line; // on standard error, before the usage text
 };
 
-// With -json in front as well: a usage error prints no object.
+// Runs the arguments alone and after -json, since a usage error prints no object.
 void expect_usage_error(const UsageRow &row, const ChildOptions &options = {})
 {
-    for (const Texts &start : {Texts{}, Texts{"-json"}})
+    for (const Strings &start : {Strings{}, Strings{"-json"}})
         expect_ended(run_tool(joined(start, row.arguments), options), 2, "",
                      row.line + usage_text(), testing::PrintToString(row.arguments));
 }
@@ -78,7 +77,7 @@ std::string ambiguous(const std::string &typed, const char *first, const char *s
            first + "' or `--" + second + "')\n";
 }
 
-TEST(ToolUsage, TheParsersOwnLineTellsOfAnAmbiguousWord)
+TEST(ToolUsage, AnAmbiguousWordIsReportedByTheParser)
 {
     const UsageRow rows[] = {
         {{"-p"}, ambiguous("-p", "product", "productline")},
@@ -95,100 +94,85 @@ TEST(ToolUsage, TheParsersOwnLineTellsOfAnAmbiguousWord)
         expect_usage_error(row);
 }
 
-TEST(ToolUsage, TheParsersOwnLineTellsOfAMissingArgument)
+TEST(ToolUsage, AMissingArgumentIsReportedByTheParser)
 {
-    for (const char *name : {"product", "productline", "product-version", "version-name",
-                             "machine-id", "os", "os-version", "processor-arch", "service", "proxy",
-                             "proxy-user", "proxy-pass", "max-time"}) {
-        const std::string line =
-            std::string(QUINTRAL_TOOL) + ": argument required for option `--" + name + "'\n";
-        expect_usage_error({{std::string("-") + name}, line});
-        expect_usage_error({{"-quiet", std::string("--") + name + "="}, line});
+    const char *const names[] = {"product",    "productline", "product-version", "version-name",
+                                 "machine-id", "os",          "os-version",      "processor-arch",
+                                 "service",    "proxy",       "proxy-user",      "proxy-pass",
+                                 "max-time"};
+    for (const std::string name : names) {
+        expect_usage_error({{"-" + name}, missing_argument(name)});
+        expect_usage_error({{"-quiet", "--" + name + "="}, missing_argument(name)});
     }
-    expect_usage_error(
-        {{"+mac"}, std::string(QUINTRAL_TOOL) + ": argument required for option `--machine-id'\n"});
+    expect_usage_error({{"+mac"}, missing_argument("machine-id")});
 }
 
-void expect_refused(const char *option, const std::vector<std::string> &values, const char *line)
+void expect_rejected(const char *option, const Strings &values, const char *error)
 {
-    expect_usage_error({{option, values[0]}, error_line(line)});
+    expect_usage_error({{option, values[0]}, error_line(error)});
     for (const std::string &value : values)
-        expect_ended(run_tool({"-json", option, value}), 2, "", error_line(line) + usage_text(),
+        expect_ended(run_tool({"-json", option, value}), 2, "", error_line(error) + usage_text(),
                      value);
 }
 
-TEST(ToolUsage, ABadProductVersionIsRefused)
+TEST(ToolUsage, ABadProductVersionIsRejected)
 {
-    expect_refused("-product-version",
-                   {"", "5.", ".5", "5.1234", "5.2.1", "-5", "+5", " 5", "5 ", "1e3", "nan", "inf",
-                    "0x5", "5,2", "secret", "16777217", "16384.001", std::string(40, '9')},
-                   "-product-version takes a number with at most three decimal places that a float "
-                   "represents exactly");
+    expect_rejected("-product-version",
+                    {"", "5.", ".5", "5.1234", "5.2.1", "-5", "+5", " 5", "5 ", "1e3", "nan", "inf",
+                     "0x5", "5,2", "secret", "16777217", "16384.001", std::string(40, '9')},
+                    "-product-version takes a number with at most three decimal places that a "
+                    "float represents exactly");
 }
 
-TEST(ToolUsage, ABadServiceIsRefused)
+const char bad_service[] = "-service takes a host name, or host:port with a port from 1 to 65535";
+
+TEST(ToolUsage, AServiceWithABadHostIsRejected)
 {
-    expect_refused("-service",
-                   {"",
-                    ":",
-                    ":80",
-                    "host:",
-                    "host:0",
-                    "host:00",
-                    "host:65536",
-                    "host:4294967376",
-                    "host:" + std::string(40, '9'),
-                    "host:80x",
-                    "host:x",
-                    "host:+80",
-                    "host:-80",
-                    "host: 80",
-                    "host:80:80",
-                    "host:80/",
-                    "ho st",
-                    "ho_st",
-                    "host/",
-                    "http://host",
-                    "user@host",
-                    "[::1]",
-                    "h\xC3\xB6st",
-                    "host\n",
-                    "host?secret",
-                    "*"},
-                   "-service takes a host name, or host:port with a port from 1 to 65535");
+    expect_rejected("-service",
+                    {"", ":", ":80", "ho st", "ho_st", "host/", "http://host", "user@host", "[::1]",
+                     "h\xC3\xB6st", "host\n", "host?secret", "*"},
+                    bad_service);
 }
 
-TEST(ToolUsage, ABadTimeLimitIsRefused)
+TEST(ToolUsage, AServiceWithABadPortIsRejected)
 {
-    expect_refused("-max-time",
-                   {"", "0", "00", "-1", "+1", " 1", "1 ", "1.5", "1s", "86401", "4294967297",
-                    "18446744073709551617", std::string(40, '9'), "secret", "1e1", "inf"},
-                   "-max-time takes a whole number of seconds from 1 to 86400");
+    expect_rejected("-service",
+                    {"host:", "host:0", "host:00", "host:65536", "host:4294967376",
+                     "host:" + std::string(40, '9'), "host:80x", "host:x", "host:+80", "host:-80",
+                     "host: 80", "host:80:80", "host:80/"},
+                    bad_service);
 }
 
-TEST(ToolUsage, ABadProxyIsRefused)
+const char bad_time_limit[] = "-max-time takes a whole number of seconds from 1 to 86400";
+
+TEST(ToolUsage, ABadTimeLimitIsRejected)
 {
-    expect_refused(
+    expect_rejected("-max-time",
+                    {"", "0", "00", "-1", "+1", " 1", "1 ", "1.5", "1s", "86401", "4294967297",
+                     "18446744073709551617", std::string(40, '9'), "secret", "1e1", "inf"},
+                    bad_time_limit);
+}
+
+TEST(ToolUsage, ABadProxyIsRejected)
+{
+    expect_rejected(
         "-proxy",
         {"", "cache", "cache:", "cache:0", "cache:http", "cache:secret", ":", ":0", "http://cache"},
         "-proxy takes host:port with a port that is not 0");
 }
 
-// The first bad thing is told of, and only that.
-TEST(ToolUsage, OneErrorIsOneLine)
+TEST(ToolUsage, OnlyTheFirstErrorIsReported)
 {
     const UsageRow rows[] = {
-        {{"-max-time", "0", "-service", "", "-nonsense", "operand"},
-         error_line("-max-time takes a whole number of seconds from 1 to 86400")},
+        {{"-max-time", "0", "-service", "", "-nonsense", "operand"}, error_line(bad_time_limit)},
         {{"-proxy", "cache", "operand"}, error_line("Unexpected argument operand")},
-        {{"-proxy-pass=secret", "-nonsense", "-proxy-pass", "secret"},
-         error_line("Unknown option -nonsense")},
+        {{"-proxy-pass=a", "-bogus", "-proxy-pass", "b"}, error_line("Unknown option -bogus")},
     };
     for (const UsageRow &row : rows)
         expect_usage_error(row);
 }
 
-TEST(ToolUsage, PosixlyCorrectStopsAtTheFirstOperand)
+TEST(ToolUsage, PosixlyCorrectStopsTheParserAtTheFirstOperand)
 {
     ChildOptions options;
     options.environment = {{"POSIXLY_CORRECT", ""}};
@@ -197,7 +181,7 @@ TEST(ToolUsage, PosixlyCorrectStopsAtTheFirstOperand)
     expect_usage_error({{"-quiet", "-nonsense"}, error_line("Unknown option -nonsense")}, options);
 }
 
-TEST(ToolUsage, AnErrorOfUsageReachesNobody)
+TEST(ToolUsage, AUsageErrorSendsNothing)
 {
     const LoopbackPeer peer({sending(reply_of("Message: Hello\n"))});
     EXPECT_EQ(run_tool({"-service", peer.address(), "-nonsense"}).exit_status, 2);
@@ -206,11 +190,11 @@ TEST(ToolUsage, AnErrorOfUsageReachesNobody)
     EXPECT_EQ(peer.connection_count(), 0);
 }
 
-TEST(ToolUsage, HelpAndVersionPrintOnStandardOutputAndReachNobody)
+TEST(ToolUsage, HelpAndVersionPrintOnStandardOutputAndSendNothing)
 {
     const std::string version = "quintral " QUINTRAL_VERSION_NAME "\n";
     const struct {
-        Texts arguments;
+        Strings arguments;
         std::string output;
     } rows[] = {
         {{"-help"}, usage_text()},
@@ -227,7 +211,7 @@ TEST(ToolUsage, HelpAndVersionPrintOnStandardOutputAndReachNobody)
     };
     const LoopbackPeer peer({sending(reply_of("Message: Hello\n"))});
     for (const auto &row : rows) {
-        const Texts arguments = joined(row.arguments, {"-service", peer.address()});
+        const Strings arguments = joined(row.arguments, {"-service", peer.address()});
         expect_ended(run_tool(arguments), 0, row.output, "", testing::PrintToString(row.arguments));
     }
     EXPECT_EQ(peer.connection_count(), 0);
