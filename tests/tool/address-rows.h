@@ -1,4 +1,4 @@
-// Addresses that -open may hand to the desktop, and others.
+// Web addresses that -open may pass to the desktop, and strings that it must reject.
 #ifndef QUINTRAL_TESTS_TOOL_ADDRESS_ROWS_H
 #define QUINTRAL_TESTS_TOOL_ADDRESS_ROWS_H
 
@@ -9,7 +9,7 @@ struct AddressRow {
     bool accepted;
 };
 
-const AddressRow address_rows[] = {
+constexpr AddressRow address_rows[] = {
     {"http://host", true},
     {"https://host", true},
     {"HTTP://HOST/", true},
@@ -73,7 +73,7 @@ const AddressRow address_rows[] = {
     {"-http://host", false},
     {"x http://host", false},
     {" http://host", false},
-    // bytes that no address holds
+    // spaces, control characters, non-ASCII bytes
     {"http://host/a b", false},
     {"http://host/\t", false},
     {"http://ho st/", false},

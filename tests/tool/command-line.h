@@ -1,4 +1,4 @@
-// An argument vector as main gets one.
+// An argument vector for the functions that change one.
 #ifndef QUINTRAL_TESTS_TOOL_COMMAND_LINE_H
 #define QUINTRAL_TESTS_TOOL_COMMAND_LINE_H
 
@@ -7,25 +7,21 @@
 
 namespace quintral::tests::tool {
 
-// A vector as main gets one; the texts may be written to.
+// The strings, program name included, and pointers to them as main receives them.
 struct CommandLine {
-    std::vector<std::string> texts;
-    std::vector<char *> elements; // null behind the last
+    std::vector<std::string> strings;
+    std::vector<char *> arguments; // null after the last
+
+    explicit CommandLine(const std::vector<std::string> &given) : strings(given)
+    {
+        for (std::string &string : strings)
+            arguments.push_back(string.data());
+        arguments.push_back(nullptr);
+    }
+
+    CommandLine(const CommandLine &) = delete;
+    CommandLine &operator=(const CommandLine &) = delete;
 };
-
-inline void fill_command_line(CommandLine *line, const std::vector<std::string> &texts)
-{
-    line->texts = texts;
-    line->elements.clear();
-    for (std::string &text : line->texts)
-        line->elements.push_back(text.data());
-    line->elements.push_back(nullptr);
-}
-
-inline std::vector<std::string> texts_of(int count, char **arguments)
-{
-    return std::vector<std::string>(arguments, arguments + count);
-}
 
 } // namespace quintral::tests::tool
 

@@ -14,43 +14,56 @@
 namespace quintral::tests::tool {
 namespace {
 
-// Reads the options of a command line whose program is called prog.
-int read_line(CommandLine *line, ToolOptions *options, std::vector<std::string> texts)
+using Strings = std::vector<std::string>;
+
+Strings with_program_name(Strings words)
 {
-    texts.insert(texts.begin(), "prog");
-    fill_command_line(line, texts);
-    return read_options(static_cast<int>(texts.size()), line->elements.data(), options);
+    words.insert(words.begin(), "prog");
+    return words;
 }
 
-TEST(Options, StartFromTheUtilitysOwnAndTheSystemsNames)
+// A command line and the options that were read from it.
+struct OptionsRead {
+    CommandLine line;
+    ToolOptions options;
+    int result;
+
+    explicit OptionsRead(const Strings &words)
+        : line(with_program_name(words)),
+          result(read_options(static_cast<int>(words.size() + 1), line.arguments.data(), &options))
+    {
+    }
+};
+
+TEST(Options, DefaultToTheUtilityAndTheSystem)
 {
     utsname system;
     ASSERT_EQ(uname(&system), 0);
-    CommandLine line;
-    ToolOptions options;
-    ASSERT_EQ(read_line(&line, &options, {}), 0);
-    EXPECT_STREQ(options.product, "Quintral");
-    EXPECT_STREQ(options.product_line, "Quintral");
-    EXPECT_STREQ(options.version_text, QUINTRAL_VERSION);
-    EXPECT_EQ(options.version, std::strtof(QUINTRAL_VERSION, nullptr));
-    EXPECT_STREQ(options.version_name, QUINTRAL_VERSION_NAME);
-    EXPECT_STREQ(options.machine_id, "");
     char os_name[9];
     char os_version[sizeof system.release];
     platform_os_name(os_name);
-    EXPECT_STREQ(options.os, os_name);
-    EXPECT_STREQ(options.os_version, platform_os_version(os_version, sizeof os_version));
-    EXPECT_STREQ(options.processor_arch, system.machine);
-    EXPECT_EQ(options.service, nullptr);
-    EXPECT_EQ(options.proxy, nullptr);
-    EXPECT_EQ(options.proxy_user, nullptr);
-    EXPECT_EQ(options.proxy_password, nullptr);
-    EXPECT_EQ(options.max_time, 60);
-    EXPECT_FALSE(options.json || options.quiet || options.exit_code || options.open);
-    EXPECT_FALSE(options.help || options.show_version);
+    platform_os_version(os_version, sizeof os_version);
+    const OptionsRead read({});
+    ASSERT_EQ(read.result, 0);
+    EXPECT_STREQ(read.options.product, "Quintral");
+    EXPECT_STREQ(read.options.product_line, "Quintral");
+    EXPECT_STREQ(read.options.version_text, QUINTRAL_VERSION);
+    EXPECT_EQ(read.options.version, std::strtof(QUINTRAL_VERSION, nullptr));
+    EXPECT_STREQ(read.options.version_name, QUINTRAL_VERSION_NAME);
+    EXPECT_STREQ(read.options.machine_id, "");
+    EXPECT_STREQ(read.options.os, os_name);
+    EXPECT_STREQ(read.options.os_version, os_version);
+    EXPECT_STREQ(read.options.processor_arch, system.machine);
+    EXPECT_EQ(read.options.service, nullptr);
+    EXPECT_EQ(read.options.proxy, nullptr);
+    EXPECT_EQ(read.options.proxy_user, nullptr);
+    EXPECT_EQ(read.options.proxy_password, nullptr);
+    EXPECT_EQ(read.options.max_time, 60);
+    EXPECT_FALSE(read.options.json || read.options.quiet || read.options.exit_code);
+    EXPECT_FALSE(read.options.open || read.options.help || read.options.show_version);
 }
 
-TEST(Options, EachTextOptionFillsItsFieldInEverySpelling)
+TEST(Options, EachStringOptionFillsItsFieldInEverySpelling)
 {
     const struct {
         const char *name;
@@ -71,20 +84,21 @@ TEST(Options, EachTextOptionFillsItsFieldInEverySpelling)
     for (const auto &row : rows) {
         for (const char *dash : {"-", "--", "+"}) {
             const std::string word = dash + std::string(row.name);
-            CommandLine line;
-            ToolOptions options;
-            ASSERT_EQ(read_line(&line, &options, {word, "-x"}), 0) << word;
-            EXPECT_STREQ(options.*row.field, "-x") << word;
-            ASSERT_EQ(read_line(&line, &options, {word + "=a", "-json"}), 0) << word;
-            EXPECT_STREQ(options.*row.field, "a") << word;
-            EXPECT_TRUE(options.json) << word;
-            ASSERT_EQ(read_line(&line, &options, {word, "a", word + "=b"}), 0) << word;
-            EXPECT_STREQ(options.*row.field, "b") << "the last " << word << " counts";
+            const OptionsRead next_word({word, "-x"});
+            ASSERT_EQ(next_word.result, 0) << word;
+            EXPECT_STREQ(next_word.options.*row.field, "-x") << word;
+            const OptionsRead same_word({word + "=a", "-json"});
+            ASSERT_EQ(same_word.result, 0) << word;
+            EXPECT_STREQ(same_word.options.*row.field, "a") << word;
+            EXPECT_TRUE(same_word.options.json) << word;
+            const OptionsRead twice({word, "a", word + "=b"});
+            ASSERT_EQ(twice.result, 0) << word;
+            EXPECT_STREQ(twice.options.*row.field, "b") << "the last " << word << " counts";
         }
     }
 }
 
-TEST(Options, EachSwitchSetsItsFieldAloneInEverySpelling)
+TEST(Options, EachSwitchSetsOnlyItsFieldInEverySpelling)
 {
     const struct {
         const char *name;
@@ -96,54 +110,50 @@ TEST(Options, EachSwitchSetsItsFieldAloneInEverySpelling)
     };
     for (const auto &row : rows) {
         for (const char *dash : {"-", "--", "+"}) {
-            CommandLine line;
-            ToolOptions options;
-            ASSERT_EQ(read_line(&line, &options, {dash + std::string(row.name)}), 0) << row.name;
+            const OptionsRead read({dash + std::string(row.name)});
+            ASSERT_EQ(read.result, 0) << row.name;
             for (const auto &other : rows)
-                EXPECT_EQ(options.*other.field, other.field == row.field)
+                EXPECT_EQ(read.options.*other.field, other.field == row.field)
                     << dash << row.name << " and " << other.name;
         }
     }
 }
 
-TEST(Options, TheProductVersionIsKeptAsNumberAndAsTyped)
+TEST(Options, TheProductVersionIsKeptAsANumberAndAsTyped)
 {
-    CommandLine line;
-    ToolOptions options;
-    ASSERT_EQ(read_line(&line, &options, {"-product-version", "0005.25"}), 0);
-    EXPECT_STREQ(options.version_text, "0005.25");
-    EXPECT_EQ(options.version, 5.25F);
+    const OptionsRead read({"-product-version", "0005.25"});
+    ASSERT_EQ(read.result, 0);
+    EXPECT_STREQ(read.options.version_text, "0005.25");
+    EXPECT_EQ(read.options.version, 5.25F);
 }
 
-TEST(Options, MaxTimeTakes1To86400Seconds)
+TEST(Options, MaxTimeAccepts1To86400Seconds)
 {
     const struct {
         const char *text;
         int seconds;
     } rows[] = {{"1", 1}, {"60", 60}, {"0090", 90}, {"86399", 86399}, {"86400", 86400}};
     for (const auto &row : rows) {
-        CommandLine line;
-        ToolOptions options;
-        ASSERT_EQ(read_line(&line, &options, {"-max-time", row.text}), 0) << row.text;
-        EXPECT_EQ(options.max_time, row.seconds);
+        const OptionsRead read({"-max-time", row.text});
+        ASSERT_EQ(read.result, 0) << row.text;
+        EXPECT_EQ(read.options.max_time, row.seconds);
     }
 }
 
-TEST(Options, AServiceIsAHostWithAPortOrWithout)
+TEST(Options, AServiceIsAHostWithAnOptionalPort)
 {
     for (const char *text : {"a", "9", "Update.Example-2.com", "127.0.0.1", "host:1", "host:65535",
                              "host:00080", "-", ".", "a..b", "-json:80"}) {
-        CommandLine line;
-        ToolOptions options;
-        ASSERT_EQ(read_line(&line, &options, {"-service", text}), 0) << text;
-        EXPECT_STREQ(options.service, text);
+        const OptionsRead read({"-service", text});
+        ASSERT_EQ(read.result, 0) << text;
+        EXPECT_STREQ(read.options.service, text);
     }
 }
 
-TEST(Options, EveryPasswordIsOverwrittenInTheVector)
+TEST(Options, EveryPasswordIsOverwrittenInTheArgumentVector)
 {
     const struct {
-        std::vector<std::string> before;
+        Strings words;
         const char *password;
     } rows[] = {
         {{"-proxy-pass", "secret"}, "secret"},
@@ -158,26 +168,24 @@ TEST(Options, EveryPasswordIsOverwrittenInTheVector)
         {{"-proxy-pass", "=secret"}, "=secret"},
     };
     for (const auto &row : rows) {
-        const std::string what = testing::PrintToString(row.before);
-        CommandLine line;
-        ToolOptions options;
-        ASSERT_EQ(read_line(&line, &options, row.before), 0) << what;
-        EXPECT_STREQ(options.proxy_password, row.password) << what;
-        for (const std::string &text : line.texts)
-            EXPECT_EQ(text.find("secret"), std::string::npos) << text << " of " << what;
+        const std::string what = testing::PrintToString(row.words);
+        const OptionsRead read(row.words);
+        ASSERT_EQ(read.result, 0) << what;
+        EXPECT_STREQ(read.options.proxy_password, row.password) << what;
+        for (const std::string &word : read.line.strings)
+            EXPECT_EQ(word.find("secret"), std::string::npos) << word << " of " << what;
     }
 }
 
-TEST(Options, APasswordKeeps255Bytes)
+TEST(Options, APasswordIsTruncatedTo255BytesAndOverwrittenInFull)
 {
-    CommandLine line;
-    ToolOptions options;
-    ASSERT_EQ(read_line(&line, &options, {"-proxy-pass", std::string(300, 'p')}), 0);
-    EXPECT_EQ(options.proxy_password, std::string(255, 'p'));
-    EXPECT_EQ(line.texts[2], std::string(300, '\0'));
+    const OptionsRead read({"-proxy-pass", std::string(300, 'p')});
+    ASSERT_EQ(read.result, 0);
+    EXPECT_EQ(read.options.proxy_password, std::string(255, 'p'));
+    EXPECT_EQ(read.line.strings[2], std::string(300, '\0'));
 }
 
-TEST(Options, UsageNamesEveryOptionAndHasTheProxyLinesWordForWord)
+TEST(Options, UsageListsEveryOptionAndHasTheExactProxyLines)
 {
     const std::string usage = usage_text();
     for (const char *line : {
@@ -197,6 +205,7 @@ TEST(Options, UsageNamesEveryOptionAndHasTheProxyLinesWordForWord)
              "\n  -json\t",
              "\n  -quiet\t",
              "\n  -exit-code\t",
+             "\n  -open\t",
              "\n  -help\t",
              "\n  -version\t",
          })

@@ -10,18 +10,18 @@
 namespace quintral {
 namespace {
 
-TEST(ProxyExceptions, AListNamesAHostOrADomainItEndsIn)
+TEST(ProxyExceptions, AListMatchesAHostByItsNameOrItsDomain)
 {
     const struct {
         const char *list;
         const char *host;
-        bool named;
+        bool matches;
     } rows[] = {
         {"", "example.com", false},
         {" , ,\t", "example.com", false},
         {"*", "example.com", true},
         {"*", "127.0.0.1", true},
-        // "*" is nothing special among names
+        // "*" has no meaning among other names
         {"*,other.org", "example.com", false},
         {"other.org *", "example.com", false},
         {"*.example.com", "www.example.com", false},
@@ -34,7 +34,7 @@ TEST(ProxyExceptions, AListNamesAHostOrADomainItEndsIn)
         {"example.com", "example.co", false},
         {"www.example.com", "example.com", false},
         {"example.com", "example.org", false},
-        // a leading point is ignored
+        // a leading dot is ignored
         {".example.com", "example.com", true},
         {".example.com", "www.example.com", true},
         {".example.com", "badexample.com", false},
@@ -42,7 +42,7 @@ TEST(ProxyExceptions, AListNamesAHostOrADomainItEndsIn)
         // any letter case
         {"EXAMPLE.com", "example.COM", true},
         {"Example.Com", "WWW.EXAMPLE.COM", true},
-        // names apart by commas or blanks
+        // names separated by commas or spaces
         {"other.org,example.com", "www.example.com", true},
         {"other.org example.com", "www.example.com", true},
         {"other.org\texample.com", "www.example.com", true},
@@ -52,18 +52,18 @@ TEST(ProxyExceptions, AListNamesAHostOrADomainItEndsIn)
         {"example.com,other.org", "example.com", true},
         {"other.org,third.net", "example.com", false},
         {"other.orgexample.com", "example.com", false},
-        // addresses are names like any
+        // addresses are compared like names
         {"127.0.0.1", "127.0.0.1", true},
         {"127.0.0.1", "127.0.0.11", false},
         {"127.0.0.1", "1127.0.0.1", false},
         {"localhost,127.0.0.1", "127.0.0.1", true},
     };
     for (const auto &row : rows)
-        EXPECT_EQ(list_names_host(row.list, row.host), row.named)
+        EXPECT_EQ(list_names_host(row.list, row.host), row.matches)
             << "list \"" << row.list << "\", host " << row.host;
 }
 
-TEST(ProxyExceptions, OnlyTheLowerCaseVariableCounts)
+TEST(ProxyExceptions, OnlyTheLowerCaseVariableIsRead)
 {
     EXPECT_FALSE(system_proxy_is_bypassed("example.com"));
     setenv("NO_PROXY", "example.com", 1);

@@ -11,7 +11,7 @@
 namespace quintral::tests::tool {
 namespace {
 
-TEST(LaunchArgument, IsDroppedWhereItStandsFirst)
+TEST(LaunchArgument, IsDroppedIfItIsTheFirstArgument)
 {
     using Strings = std::vector<std::string>;
     const struct {
@@ -35,14 +35,13 @@ TEST(LaunchArgument, IsDroppedWhereItStandsFirst)
         {{}, {}},
     };
     for (const auto &row : rows) {
-        CommandLine line;
-        fill_command_line(&line, row.before);
+        CommandLine line(row.before);
         int count = static_cast<int>(row.before.size());
-        char **arguments = line.elements.data();
+        char **arguments = line.arguments.data();
         drop_launch_argument(&count, &arguments);
         const std::string what = testing::PrintToString(row.before);
         ASSERT_EQ(count, static_cast<int>(row.after.size())) << what;
-        EXPECT_EQ(texts_of(count, arguments), row.after) << what;
+        EXPECT_EQ(Strings(arguments, arguments + count), row.after) << what;
         EXPECT_EQ(arguments[count], nullptr) << what;
     }
 }

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/harness/message-handler-guard.h"
+
 namespace quintral {
 namespace {
 
@@ -16,17 +18,23 @@ void collect_message(MessageLevel level, const char *text)
     reported += std::to_string(level) + " " + text + ";";
 }
 
-TEST(ShowFailure, ReportsAtLevelErrorAndARemarkAtLevelNoteMadeSafe)
+TEST(ShowFailure, ReportsOneSafeLineAtLevelError)
 {
-    const MessageHandler previous = set_message_handler(collect_message);
+    const tests::MessageHandlerGuard guard(collect_message);
     reported.clear();
     show_failure("50% of\n\x1B");
-    show_note("%s\r");
-    EXPECT_EQ(reported, "9 50% of\\x0A\\x1B;3 %s\\x0D;");
+    EXPECT_EQ(reported, "9 50% of\\x0A\\x1B;");
     reported.clear();
     show_failure(std::string(2000, 'x').c_str());
     EXPECT_EQ(reported, "9 " + std::string(1003, 'x') + ";");
-    set_message_handler(previous);
+}
+
+TEST(ShowNote, ReportsOneSafeLineAtLevelNote)
+{
+    const tests::MessageHandlerGuard guard(collect_message);
+    reported.clear();
+    show_note("%s\r");
+    EXPECT_EQ(reported, "3 %s\\x0D;");
 }
 
 } // namespace

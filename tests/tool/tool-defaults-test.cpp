@@ -1,5 +1,4 @@
-// What the utility says of a computer whose system says nothing of itself: the names come from the
-// platform library, not from the system's record.
+// The default options on a system whose uname fails.
 #include "tool/options.h"
 
 #include <cerrno>
@@ -7,7 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/utsname.h>
 
-// Stands before the C library's.
+// Takes precedence over the function of the C library.
 extern "C" int uname(utsname *) noexcept
 {
     errno = EFAULT;
@@ -17,7 +16,7 @@ extern "C" int uname(utsname *) noexcept
 namespace quintral {
 namespace {
 
-TEST(ToolDefaults, AreThePlatformsNamesAndNoProcessorWhereTheSystemSaysNothing)
+TEST(ToolDefaults, AreThoseOfThePlatformLibraryAndNoProcessorIfUnameFails)
 {
     char program[] = "quintral";
     char *arguments[] = {program, nullptr};

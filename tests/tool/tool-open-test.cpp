@@ -1,5 +1,5 @@
-// -open: what of an answer the utility hands to the desktop, and that nothing else is ever started.
-// The desktop's opener is the recorder of the platform's tests.
+// -open: which addresses of an answer the utility passes to the desktop. The desktop is a fake one,
+// whose record shows what has been started.
 #include <chrono>
 #include <csignal>
 #include <string>
@@ -18,13 +18,21 @@
 namespace quintral::tests::tool {
 namespace {
 
-const char address[] = "http://www.quintral.example/get?v=5.2&os=Linux#new";
+const std::string address = "http://www.quintral.example/get?v=5.2&os=Linux#new";
+const std::string address_text = "Version: 5.2\nURL: " + address + "\nHello\n";
 
 std::string answer_with(const std::string &version, const std::string &web_address)
 {
     std::string body = version.empty() ? "" : "Version: " + version + "\n";
     body += web_address.empty() ? "" : "URL: " + web_address + "\n";
     return body + "Message: Hello\n";
+}
+
+std::string object_with(const std::string &web_address, int exit_status,
+                        const std::string &error = "null")
+{
+    return json_line("answered", exit_status, "true",
+                     {"\"5.2\"", "\"" + web_address + "\"", "null", "\"Hello\\n\""}, error);
 }
 
 using Settings = std::vector<std::pair<std::string, std::string>>;
@@ -37,11 +45,11 @@ ChildOptions options_with(Settings environment, const Settings &more = {})
     return options;
 }
 
+// Runs version 5.1 against a service that sends the answer.
 ChildResult run_with(const FakeDesktop &desktop, const std::string &answer,
                      const Strings &arguments, const Settings &more = {})
 {
-    const Strings product = {"-product-version", "5.1"};
-    return ask(sending(reply_of(answer)), joined(product, arguments),
+    return ask(sending(reply_of(answer)), joined({"-product-version", "5.1"}, arguments),
                options_with(desktop.environment(), more))
         .result;
 }
@@ -54,44 +62,41 @@ void expect_opened(const FakeDesktop &desktop, const std::string &web_address)
 TEST(ToolOpen, OpensTheAddressOfANewerVersion)
 {
     const FakeDesktop desktop;
-    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open"}), 0,
-                 "Version: 5.2\nURL: " + std::string(address) + "\nHello\n", "");
+    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open"}), 0, address_text, "");
     expect_opened(desktop, address);
 }
 
-TEST(ToolOpen, ChangesNothingInTheObject)
+TEST(ToolOpen, DoesNotChangeTheObject)
 {
     const FakeDesktop desktop;
-    const std::string object =
-        json_line("answered", 0, "true",
-                  {"\"5.2\"", "\"" + std::string(address) + "\"", "null", "\"Hello\\n\""}, "null");
-    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-json"}), 0, object, "");
+    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-json"}), 0,
+                 object_with(address, 0), "");
     expect_opened(desktop, address);
 }
 
-TEST(ToolOpen, EndsInStatus10WithExitCode)
+TEST(ToolOpen, EndsWithStatus10WithExitCode)
 {
     const FakeDesktop desktop;
-    EXPECT_EQ(run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}).exit_status,
-              10);
+    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}), 10,
+                 address_text, "");
     expect_opened(desktop, address);
 }
 
-TEST(ToolOpen, DoesNothingUnlessAskedForANewerVersionWithAnAddress)
+TEST(ToolOpen, OpensNothingWithoutANewerVersionAndAnAddress)
 {
     const struct {
         const char *what;
-        const char *version;
-        const char *web_address;
+        std::string version;
+        std::string web_address;
         Strings arguments;
     } rows[] = {
         {"without -open", "5.2", address, {}},
         {"the same version", "5.1", address, {"-open"}},
         {"an older version", "5.0", address, {"-open"}},
         {"no version", "", address, {"-open"}},
-        {"no version number", "new", address, {"-open"}},
+        {"not a version number", "new", address, {"-open"}},
         {"no address", "5.2", "", {"-open"}},
-        {"an address that would be refused, and the same version", "5.1", "file:///", {"-open"}},
+        {"the same version, an address to reject", "5.1", "file:///", {"-open"}},
     };
     for (const auto &row : rows) {
         const FakeDesktop desktop;
@@ -103,7 +108,7 @@ TEST(ToolOpen, DoesNothingUnlessAskedForANewerVersionWithAnAddress)
     }
 }
 
-TEST(ToolOpen, DoesNothingForAnAnswerThatIsNone)
+TEST(ToolOpen, OpensNothingAfterAFailure)
 {
     const FakeDesktop desktop;
     const ChildResult result =
@@ -114,24 +119,24 @@ TEST(ToolOpen, DoesNothingForAnAnswerThatIsNone)
     EXPECT_EQ(desktop.record(), "");
 }
 
-const char refusal[] = "Not opening the web address: not an http or https URL";
+const char rejection[] = "Not opening the web address: not an http or https URL";
 
-// Blanks before a value, and a line feed, are the reply's own.
-bool reaches_the_check(const std::string &text)
+// A reply cannot hold an empty value, spaces before a value, or a line feed in it.
+bool fits_into_a_reply(const std::string &text)
 {
     return !text.empty() && text[0] != ' ' && text.find('\n') == std::string::npos;
 }
 
-TEST(ToolOpen, RefusesWhatIsNoWebAddressBeforeAnythingIsStarted)
+TEST(ToolOpen, RejectsEverythingButWebAddressesBeforeStartingAProcess)
 {
     for (const AddressRow &row : address_rows) {
-        if (row.accepted || !reaches_the_check(row.address))
+        if (row.accepted || !fits_into_a_reply(row.address))
             continue;
         const FakeDesktop desktop;
         const ChildResult result =
             run_with(desktop, answer_with("5.2", row.address), {"-open", "-exit-code"});
         EXPECT_EQ(result.exit_status, 1) << row.address;
-        EXPECT_EQ(result.error, error_line(refusal)) << row.address;
+        EXPECT_EQ(result.error, error_line(rejection)) << row.address;
         EXPECT_EQ(result.output.find("Version: 5.2\nURL: "), 0U) << result.output;
         EXPECT_EQ(desktop.record(), "") << row.address;
     }
@@ -139,32 +144,29 @@ TEST(ToolOpen, RefusesWhatIsNoWebAddressBeforeAnythingIsStarted)
 
 std::string failed_object(const std::string &web_address, const std::string &error)
 {
-    return json_line("answered", 1, "true",
-                     {"\"5.2\"", "\"" + web_address + "\"", "null", "\"Hello\\n\""},
-                     "\"" + error + "\"");
+    return object_with(web_address, 1, "\"" + error + "\"");
 }
 
-TEST(ToolOpen, TellsOfARefusalInTheObjectToo)
+TEST(ToolOpen, ReportsARejectionInTheObjectToo)
 {
     const FakeDesktop desktop;
     expect_ended(run_with(desktop, answer_with("5.2", "file:///x"), {"-open", "-json"}), 1,
-                 failed_object("file:///x", refusal), error_line(refusal));
+                 failed_object("file:///x", rejection), error_line(rejection));
     EXPECT_EQ(desktop.record(), "");
 }
 
-TEST(ToolOpen, TellsOfADesktopThatFails)
+TEST(ToolOpen, ReportsADesktopThatFails)
 {
     const FakeDesktop desktop;
     const Settings failing = {{"FAKE_STATUS", "3"}};
     const std::string error = "The desktop did not open the web address: code 3";
     const std::string answer = answer_with("5.2", address);
-    expect_ended(run_with(desktop, answer, {"-open"}, failing), 1,
-                 "Version: 5.2\nURL: " + std::string(address) + "\nHello\n", error_line(error));
+    expect_ended(run_with(desktop, answer, {"-open"}, failing), 1, address_text, error_line(error));
     expect_ended(run_with(desktop, answer, {"-open", "-json", "-exit-code"}, failing), 1,
                  failed_object(address, error), error_line(error));
 }
 
-TEST(ToolOpen, TellsOfADesktopThatIsMissing)
+TEST(ToolOpen, ReportsAMissingDesktop)
 {
     const TempFolder empty;
     ChildOptions options;
@@ -176,7 +178,7 @@ TEST(ToolOpen, TellsOfADesktopThatIsMissing)
     expect_ended(result, 1, failed_object(address, error), error_line(error));
 }
 
-TEST(ToolOpen, TellsOfAnAddressThatTheSystemDoesNotTake)
+TEST(ToolOpen, ReportsAnAddressThatTheSystemRejects)
 {
     const FakeDesktop desktop;
     const std::string error = "The desktop did not open the web address: code -30773";
@@ -188,7 +190,7 @@ TEST(ToolOpen, TellsOfAnAddressThatTheSystemDoesNotTake)
     EXPECT_EQ(desktop.record(), "");
 }
 
-TEST(ToolOpen, RefusesAnAddressThatMayHaveBeenCut)
+TEST(ToolOpen, RejectsAnAddressThatMayBeTruncated)
 {
     const std::string error = "Not opening the web address: it may be truncated";
     for (const std::string ending : {"", "\r"}) {
@@ -197,9 +199,7 @@ TEST(ToolOpen, RefusesAnAddressThatMayHaveBeenCut)
         const std::string fitting = start + std::string(65535 - start.size() - ending.size(), 'x');
         const ChildResult result =
             run_with(desktop, answer_with("5.2", fitting + ending), {"-open", "-quiet"});
-        EXPECT_EQ(result.exit_status, 1);
-        EXPECT_EQ(result.error, error_line(error));
-        EXPECT_EQ(result.output, "Version: 5.2\nURL: " + fitting + "\nHello\n");
+        expect_ended(result, 1, "Version: 5.2\nURL: " + fitting + "\nHello\n", error_line(error));
         EXPECT_EQ(desktop.record(), "");
     }
     const FakeDesktop desktop;
@@ -208,10 +208,10 @@ TEST(ToolOpen, RefusesAnAddressThatMayHaveBeenCut)
     expect_opened(desktop, whole);
 }
 
-// An opener that becomes a program which goes on for long, as a browser does.
+// The opener becomes a program that keeps running, as a browser does.
 const Settings busy = {{"FAKE_SLEEP", "yes"}};
 
-TEST(ToolOpen, TakesADesktopThatIsStillAtWorkForOneThatAccepted)
+TEST(ToolOpen, SucceedsIfTheDesktopIsStillRunningAfterASecond)
 {
     const FakeDesktop desktop;
     const auto start = std::chrono::steady_clock::now();
@@ -220,32 +220,21 @@ TEST(ToolOpen, TakesADesktopThatIsStillAtWorkForOneThatAccepted)
     EXPECT_EQ(result.exit_status, 10);
     EXPECT_EQ(result.error, "");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
-    EXPECT_TRUE(end_recorder(desktop)) << "it was to go on behind the utility's end";
+    EXPECT_TRUE(end_recorder(desktop)) << "it should have outlived the utility";
 }
 
-std::string opened_object(int exit_status)
-{
-    return json_line("answered", exit_status, "true",
-                     {"\"5.2\"", "\"" + std::string(address) + "\"", "null", "\"Hello\\n\""},
-                     "null");
-}
-
-// The answer came in time; what the desktop takes is not the exchange's.
-TEST(ToolOpen, PrintsTheAnswerThoughTheTimeLimitPassesMeanwhile)
+TEST(ToolOpen, PrintsTheAnswerIfTheTimeLimitPassesMeanwhile)
 {
     const FakeDesktop desktop;
-    const PeerScript late = {{PeerAct::ReadRequest},
-                             {PeerAct::Pause, "", 300},
-                             {PeerAct::Send, reply_of(answer_with("5.2", address))}};
-    const ChildResult result =
-        ask(late, {"-product-version", "5.1", "-open", "-json", "-max-time", "1"},
-            options_with(desktop.environment(), busy))
-            .result;
-    expect_ended(result, 0, opened_object(0), "");
+    const ChildResult result = ask(sending_late(reply_of(answer_with("5.2", address)), 300),
+                                   {"-product-version", "5.1", "-open", "-json", "-max-time", "1"},
+                                   options_with(desktop.environment(), busy))
+                                   .result;
+    expect_ended(result, 0, object_with(address, 0), "");
     EXPECT_TRUE(end_recorder(desktop));
 }
 
-// Interrupts the utility while it waits for the desktop, so many times.
+// Interrupts the utility that many times while it waits for the desktop.
 ChildResult interrupt_the_opening(int interrupts, ChildStream output = ChildStream::Pipe)
 {
     const FakeDesktop desktop;
@@ -264,13 +253,13 @@ ChildResult interrupt_the_opening(int interrupts, ChildStream output = ChildStre
     return result;
 }
 
-TEST(ToolOpen, PrintsTheAnswerThoughAnInterruptComesMeanwhileAndEndsByItThen)
+TEST(ToolOpen, PrintsTheAnswerAfterAnInterruptAndThenEndsByIt)
 {
-    expect_ended_by(interrupt_the_opening(1), SIGINT, opened_object(128 + SIGINT), "");
+    expect_ended_by(interrupt_the_opening(1), SIGINT, object_with(address, 128 + SIGINT), "");
 }
 
-// What waits for the desktop must not wait for a reader of the answer for ever.
-TEST(ToolOpen, HoldsToTheTimeLimitForAnOutputThatNobodyReads)
+// The time limit is deferred for the desktop, but not for ever.
+TEST(ToolOpen, KeepsTheTimeLimitForAnOutputThatNobodyReads)
 {
     const FakeDesktop desktop;
     ChildOptions options = options_with(desktop.environment(), busy);
@@ -279,24 +268,21 @@ TEST(ToolOpen, HoldsToTheTimeLimitForAnOutputThatNobodyReads)
         ask(sending(reply_of(answer_with("5.2", address))),
             {"-product-version", "5.1", "-open", "-json", "-max-time", "1"}, options)
             .result;
-    EXPECT_EQ(result.exit_status, 3);
-    EXPECT_EQ(result.error, error_line("The time limit of 1 s has passed"));
+    expect_ended(result, 3, "", error_line(limit_text(1)));
     EXPECT_TRUE(end_recorder(desktop));
 }
 
-const char cancelled[] = "User canceled web transaction";
-
-TEST(ToolOpen, EndsByAnInterruptThatCameMeanwhileWhereNobodyReadsTheAnswer)
+TEST(ToolOpen, EndsByADeferredInterruptIfNobodyReadsTheOutput)
 {
     expect_ended_by(interrupt_the_opening(1, ChildStream::StalledPipe), SIGINT, "",
-                    error_line(cancelled));
+                    error_line(cancelled_text));
 }
 
 TEST(ToolOpen, EndsAtASecondInterrupt)
 {
-    const std::string error = cancelled;
     expect_ended_by(interrupt_the_opening(2), SIGINT,
-                    unanswered_json("cancelled", 128 + SIGINT, error), error_line(error));
+                    unanswered_json("cancelled", 128 + SIGINT, cancelled_text),
+                    error_line(cancelled_text));
 }
 
 } // namespace

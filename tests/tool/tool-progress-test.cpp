@@ -13,14 +13,9 @@
 namespace quintral::tests::tool {
 namespace {
 
-PeerScript slow_answer()
-{
-    return {{PeerAct::ReadRequest},
-            {PeerAct::Pause, "", 700},
-            {PeerAct::Send, reply_of("Message: Hello\n")}};
-}
+const PeerScript slow_answer = sending_late(reply_of("Message: Hello\n"), 700);
 
-// What stands on a terminal's lines behind these bytes, blanks at the ends of lines left out.
+// The lines that a terminal shows after these bytes, without trailing spaces.
 Strings screen_of(const std::string &bytes)
 {
     Strings lines = {""};
@@ -40,16 +35,11 @@ Strings screen_of(const std::string &bytes)
     return lines;
 }
 
-ChildOptions on_terminal()
-{
-    ChildOptions options;
-    options.error = ChildStream::Terminal;
-    return options;
-}
+const ChildOptions on_terminal = with_error(ChildStream::Terminal);
 
-TEST(ToolSignOfLife, IsShownOnATerminalWhileItWaitsAndClearedForTheAnswer)
+TEST(ToolProgressIndicator, IsShownOnATerminalDuringTheWaitAndErasedForTheAnswer)
 {
-    const ChildResult result = ask(slow_answer(), {}, on_terminal()).result;
+    const ChildResult result = ask(slow_answer, {}, on_terminal).result;
     EXPECT_EQ(result.exit_status, 0);
     EXPECT_EQ(result.output, "Hello\n");
     EXPECT_NE(screen_of(result.error.substr(0, result.error.find('\r', 1))), Strings{""});
@@ -57,9 +47,9 @@ TEST(ToolSignOfLife, IsShownOnATerminalWhileItWaitsAndClearedForTheAnswer)
     EXPECT_EQ(result.error.back(), '\r') << "the cursor is back at the start";
 }
 
-TEST(ToolSignOfLife, MovesWhileItWaits)
+TEST(ToolProgressIndicator, MovesDuringTheWait)
 {
-    const std::string error = ask(slow_answer(), {"-json"}, on_terminal()).result.error;
+    const std::string error = ask(slow_answer, {"-json"}, on_terminal).result.error;
     Strings shown;
     for (std::size_t at = error.find('\r'); at != std::string::npos;) {
         const std::size_t next = error.find('\r', at + 1);
@@ -70,36 +60,33 @@ TEST(ToolSignOfLife, MovesWhileItWaits)
     EXPECT_NE(shown[0], shown[1]);
 }
 
-TEST(ToolSignOfLife, IsClearedForAFailureAndAnInterruptAndTheTimeLimit)
+TEST(ToolProgressIndicator, IsErasedForAFailureAnInterruptAndTheTimeLimit)
 {
-    const PeerScript failing = {{PeerAct::ReadRequest},
-                                {PeerAct::Pause, "", 700},
-                                {PeerAct::Send, "HTTP/1.0 404 No\r\n\r\n"}};
-    const ChildResult failed = ask(failing, {}, on_terminal()).result;
+    const PeerScript failing = sending_late("HTTP/1.0 404 No\r\n\r\n", 700);
+    const ChildResult failed = ask(failing, {}, on_terminal).result;
     EXPECT_EQ(screen_of(failed.error),
               (Strings{"Error: Bad HTTP status 404 from web site: No", ""}));
-    const ChildResult interrupted = interrupt_exchange(holding(), SIGINT, {}, on_terminal(), 500);
+    const ChildResult interrupted = interrupt_exchange(holding(), SIGINT, {}, on_terminal, 500);
     EXPECT_EQ(interrupted.signal, SIGINT);
-    EXPECT_EQ(screen_of(interrupted.error), (Strings{"Error: User canceled web transaction", ""}));
-    const ChildResult limited = ask(holding(), {"-max-time", "1"}, on_terminal()).result;
+    EXPECT_EQ(screen_of(interrupted.error), (Strings{std::string("Error: ") + cancelled_text, ""}));
+    const ChildResult limited = ask(holding(), {"-max-time", "1"}, on_terminal).result;
     EXPECT_EQ(limited.exit_status, 3);
     EXPECT_EQ(screen_of(limited.error), (Strings{"Error: " + limit_text(1), ""}));
 }
 
-TEST(ToolSignOfLife, IsDroppedWithQuietAndNeverGoesIntoAPipe)
+TEST(ToolProgressIndicator, IsNotShownWithQuietOrOnAPipe)
 {
-    expect_ended(ask(slow_answer(), {"-quiet"}, on_terminal()).result, 0, "Hello\n", "");
-    ChildOptions options;
-    options.output = ChildStream::Terminal;
-    expect_ended(ask(slow_answer(), {}, options).result, 0, "Hello\n", "");
-    expect_ended(ask(slow_answer()).result, 0, "Hello\n", "");
+    expect_ended(ask(slow_answer, {"-quiet"}, on_terminal).result, 0, "Hello\n", "");
+    const ChildOptions options = with_output(ChildStream::Terminal);
+    expect_ended(ask(slow_answer, {}, options).result, 0, "Hello\n", "");
+    expect_ended(ask(slow_answer).result, 0, "Hello\n", "");
 }
 
-TEST(ToolSignOfLife, IsNotShownForAnAnswerAtOnceOrWithoutAnExchange)
+TEST(ToolProgressIndicator, IsNotShownWithoutAnExchange)
 {
-    expect_ended(run_tool({"-version"}, on_terminal()), 0, "quintral " QUINTRAL_VERSION_NAME "\n",
+    expect_ended(run_tool({"-version"}, on_terminal), 0, "quintral " QUINTRAL_VERSION_NAME "\n",
                  "");
-    expect_ended(run_tool({"-nonsense"}, on_terminal()), 2, "",
+    expect_ended(run_tool({"-nonsense"}, on_terminal), 2, "",
                  error_line("Unknown option -nonsense") + usage_text());
 }
 

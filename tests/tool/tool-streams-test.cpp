@@ -29,7 +29,7 @@ std::string output_error(int error)
                       std::strerror(error));
 }
 
-TEST(ToolStreams, AnOutputThatCannotBeWrittenEndsInStatus1)
+TEST(ToolStreams, AnOutputThatCannotBeWrittenEndsWithStatus1)
 {
     const struct {
         ChildStream output;
@@ -39,12 +39,11 @@ TEST(ToolStreams, AnOutputThatCannotBeWrittenEndsInStatus1)
         {ChildStream::Closed, EBADF},
         {ChildStream::BrokenPipe, EPIPE},
     };
+    const Strings commands[] = {{}, {"-json"}, {"-quiet"}, {"-exit-code", "-product-version=5"}};
+    const PeerScript script = sending(reply_of("Version: 5.3\nMessage: Hello\n"));
     for (const auto &row : rows) {
-        ChildOptions options;
-        options.output = row.output;
-        const PeerScript script = sending(reply_of("Version: 5.3\nMessage: Hello\n"));
-        for (const Strings &arguments : {Strings{}, Strings{"-json"}, Strings{"-quiet"},
-                                         Strings{"-exit-code", "-product-version=5"}})
+        const ChildOptions options = with_output(row.output);
+        for (const Strings &arguments : commands)
             expect_ended(ask(script, arguments, options).result, 1, "", output_error(row.error),
                          testing::PrintToString(arguments));
         expect_ended(run_tool({"-help"}, options), 1, "", output_error(row.error));
@@ -54,17 +53,15 @@ TEST(ToolStreams, AnOutputThatCannotBeWrittenEndsInStatus1)
     }
 }
 
-TEST(ToolStreams, AStandardErrorThatCannotBeWrittenChangesNothingElse)
+TEST(ToolStreams, AStandardErrorThatCannotBeWrittenHasNoOtherEffect)
 {
+    const PeerScript answer = sending(reply_of("Message: Hello\n"));
+    const PeerScript long_answer = sending(reply_of("Message: " + std::string(70000, 'm')));
     for (const ChildStream error :
          {ChildStream::FullDisk, ChildStream::Closed, ChildStream::BrokenPipe}) {
-        ChildOptions options;
-        options.error = error;
-        expect_ended(ask(sending(reply_of("Message: Hello\n")), {}, options).result, 0, "Hello\n",
-                     "");
-        expect_ended(
-            ask(sending(reply_of("Message: " + std::string(70000, 'm'))), {}, options).result, 0,
-            std::string(65535, 'm') + "\n", "");
+        const ChildOptions options = with_error(error);
+        expect_ended(ask(answer, {}, options).result, 0, "Hello\n", "");
+        expect_ended(ask(long_answer, {}, options).result, 0, std::string(65535, 'm') + "\n", "");
         expect_ended(ask(sending("HTTP/1.0 404 No\r\n\r\n"), {"-json"}, options).result, 1,
                      unanswered_json("failed", 1, "Bad HTTP status 404 from web site: No"), "");
         expect_ended(run_tool({"-nonsense"}, options), 2, "", "");
@@ -73,21 +70,26 @@ TEST(ToolStreams, AStandardErrorThatCannotBeWrittenChangesNothingElse)
     }
 }
 
-TEST(ToolStreams, AClosedStandardInputChangesNothing)
+TEST(ToolStreams, AClosedStandardInputHasNoEffect)
 {
     ChildOptions options;
     options.prepare = [] { close(STDIN_FILENO); };
     expect_ended(ask(sending(reply_of("Message: Hello\n")), {}, options).result, 0, "Hello\n", "");
 }
 
-// The exchange's socket must not get the number of a standard stream, or the utility's own messages
-// would go to the service.
-TEST(ToolStreams, ClosedStreamsSendNothingToTheService)
+ChildOptions with_closed_streams()
 {
     ChildOptions options;
     options.output = ChildStream::Closed;
     options.error = ChildStream::Closed;
     options.prepare = [] { close(STDIN_FILENO); };
+    return options;
+}
+
+// If the socket got the number of a standard stream, the service would receive the messages.
+TEST(ToolStreams, NoOutputIsSentToTheServiceIfTheStreamsAreClosed)
+{
+    const ChildOptions options = with_closed_streams();
     const Exchange answered =
         ask(sending(reply_of("Message: " + std::string(70000, 'm'))), {}, options);
     EXPECT_EQ(answered.request, request_of({answered.address, default_values()}));
@@ -96,14 +98,10 @@ TEST(ToolStreams, ClosedStreamsSendNothingToTheService)
     EXPECT_EQ(limited.request, request_of({limited.address, default_values()}));
 }
 
-TEST(ToolStreams, ClosedStreamsStandOnTheNullDeviceDuringTheExchange)
+TEST(ToolStreams, ClosedStreamsAreOpenedOnTheNullDevice)
 {
     const LoopbackPeer peer({holding()});
-    ChildOptions options;
-    options.output = ChildStream::Closed;
-    options.error = ChildStream::Closed;
-    options.prepare = [] { close(STDIN_FILENO); };
-    Child child = start_tool({"-service", peer.address()}, options);
+    Child child = start_tool({"-service", peer.address()}, with_closed_streams());
     ASSERT_TRUE(peer.wait_for_text(0, request_end(), patience));
     for (const char *number : {"0", "1", "2"}) {
         char target[256] = "";
@@ -115,7 +113,7 @@ TEST(ToolStreams, ClosedStreamsStandOnTheNullDeviceDuringTheExchange)
     EXPECT_EQ(child_wait(child).signal, SIGTERM);
 }
 
-TEST(ToolStreams, HostileTextIsWrittenOutOnATerminalToo)
+TEST(ToolStreams, HostileBytesAreEscapedOnATerminalToo)
 {
     ChildOptions options;
     options.output = ChildStream::Terminal;
@@ -138,9 +136,8 @@ std::string read_to_end(int descriptor)
     }
 }
 
-// Whoever starts the utility may share a pipe with it that he has made non-blocking, and be slow to
-// read it.
-TEST(ToolStreams, AnOutputThatDoesNotBlockIsWaitedFor)
+// The process that started the utility may have made the pipe non-blocking, and read it slowly.
+TEST(ToolStreams, ANonBlockingOutputIsWrittenInFull)
 {
     int ends[2] = {-1, -1};
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0) << std::strerror(errno);
@@ -181,8 +178,8 @@ struct FullPipe {
     FullPipe &operator=(const FullPipe &) = delete;
 };
 
-// Runs the utility with the pipe as one of its streams and reads the pipe only after a while.
-// Returns what came behind the filling.
+// Runs the utility with a full pipe as one of its streams, and reads the pipe only after a while.
+// Returns what the utility has written.
 std::string run_with_full_pipe(int stream, const Strings &arguments, int status)
 {
     FullPipe pipe;
@@ -199,20 +196,19 @@ std::string run_with_full_pipe(int stream, const Strings &arguments, int status)
     return bytes.substr(std::min(pipe.filled, bytes.size()));
 }
 
-TEST(ToolStreams, AMessageOnAStreamThatDoesNotBlockIsWhole)
+TEST(ToolStreams, AMessageOnANonBlockingStreamIsWrittenInFull)
 {
     const std::string refused = "127.0.0.1:" + std::to_string(refused_port());
     EXPECT_EQ(run_with_full_pipe(STDERR_FILENO, {"-service", refused, "-proxy", ":1"}, 1),
-              error_line("Can't connect to web server '127.0.0.1': code " +
-                         std::to_string(ECONNREFUSED) + ": " + std::strerror(ECONNREFUSED)));
+              error_line(refused_text()));
     EXPECT_EQ(run_with_full_pipe(STDERR_FILENO, {"-bogus"}, 2),
               error_line("Unknown option -bogus") + usage_text());
     EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-help"}, 0), usage_text());
     EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-version"}, 0), version_line());
 }
 
-// A terminal that hung up: its writes fail in the stream before they can fail in a flush.
-TEST(ToolStreams, AHelpThatNobodySeesEndsInStatus1)
+// The terminal has hung up, so that a write fails before the flush does.
+TEST(ToolStreams, HelpThatCannotBeWrittenEndsWithStatus1)
 {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
     ASSERT_GE(master, 0) << std::strerror(errno);
@@ -227,16 +223,14 @@ TEST(ToolStreams, AHelpThatNobodySeesEndsInStatus1)
     close(terminal);
 }
 
-TEST(ToolStreams, AnAnswerWithoutAnythingToPrintDoesNotTouchTheOutput)
+TEST(ToolStreams, AnEmptyAnswerDoesNotTouchTheOutput)
 {
-    for (const ChildStream output : {ChildStream::FullDisk, ChildStream::BrokenPipe}) {
-        ChildOptions options;
-        options.output = output;
-        expect_ended(ask(sending(reply_of("Message: ")), {}, options).result, 0, "", "");
-    }
+    const PeerScript script = sending(reply_of("Message: "));
+    for (const ChildStream output : {ChildStream::FullDisk, ChildStream::BrokenPipe})
+        expect_ended(ask(script, {}, with_output(output)).result, 0, "", "");
 }
 
-TEST(ToolStreams, AnOutputAtItsSizeLimitEndsInStatus1)
+TEST(ToolStreams, AnOutputAtItsSizeLimitEndsWithStatus1)
 {
     std::FILE *file = std::tmpfile();
     ASSERT_NE(file, nullptr) << std::strerror(errno);

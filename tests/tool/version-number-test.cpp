@@ -1,4 +1,4 @@
-// Version numbers: which strings are one, and how they compare.
+// Version numbers: which strings are valid, and how they compare.
 #include "tool/version-number.h"
 
 #include <string>
@@ -8,7 +8,7 @@
 namespace quintral {
 namespace {
 
-TEST(VersionNumber, IsRunsOfDigitsWithAPointBetween)
+TEST(VersionNumber, ConsistsOfRunsOfDigitsSeparatedByPoints)
 {
     const struct {
         std::string text;
@@ -47,7 +47,7 @@ TEST(VersionNumber, IsRunsOfDigitsWithAPointBetween)
         {"\xD9\xA5", false}, // an Arabic five
     };
     for (const auto &row : rows)
-        EXPECT_EQ(is_version_number(row.text.c_str()), row.is_number) << "text " << row.text;
+        EXPECT_EQ(is_version_number(row.text.c_str()), row.is_number) << "string " << row.text;
 }
 
 int sign(int n)
@@ -55,7 +55,7 @@ int sign(int n)
     return (n > 0) - (n < 0);
 }
 
-TEST(VersionNumber, ComparesExactlyWhateverItsLength)
+TEST(VersionNumber, IsComparedExactlyAtAnyLength)
 {
     const std::string nines(40, '9');
     const std::string zeros(40, '0');
@@ -64,7 +64,7 @@ TEST(VersionNumber, ComparesExactlyWhateverItsLength)
         std::string second;
         int expected;
     } rows[] = {
-        // decimal fractions, not counters
+        // decimal fractions, not integers
         {"5.2", "5.2", 0},
         {"5.2", "5.20", 0},
         {"5.2", "5.200", 0},
@@ -76,7 +76,7 @@ TEST(VersionNumber, ComparesExactlyWhateverItsLength)
         {"5.02", "5.2", -1},
         {"5.1", "5.09", 1},
         {"5.999", "6", -1},
-        // whole parts as numbers
+        // integer parts
         {"6", "5.9", 1},
         {"10", "9", 1},
         {"10.0", "9.9", 1},
@@ -84,7 +84,7 @@ TEST(VersionNumber, ComparesExactlyWhateverItsLength)
         {"0005.2", "5.2", 0},
         {"0", "000", 0},
         {"0.1", "0", 1},
-        // further parts as whole numbers, a missing one as 0
+        // further parts as integers, a missing one as 0
         {"5.2.1", "5.2", 1},
         {"5.2.0", "5.2", 0},
         {"5.2.0.0", "5.20", 0},
@@ -119,7 +119,7 @@ TEST(VersionNumber, ComparesExactlyWhateverItsLength)
     }
 }
 
-TEST(ProductVersion, TakesWhatSinglePrecisionSendsAsItself)
+TEST(ProductVersion, AcceptsNumbersThatAFloatRepresentsExactly)
 {
     const struct {
         std::string text;
@@ -145,15 +145,15 @@ TEST(ProductVersion, TakesWhatSinglePrecisionSendsAsItself)
     };
     for (const auto &row : rows) {
         float version = -1.0F;
-        EXPECT_EQ(read_product_version(row.text.c_str(), &version), 0) << "text " << row.text;
-        EXPECT_EQ(version, row.version) << "text " << row.text;
+        EXPECT_EQ(read_product_version(row.text.c_str(), &version), 0) << "string " << row.text;
+        EXPECT_EQ(version, row.version) << "string " << row.text;
     }
 }
 
-TEST(ProductVersion, RefusesEverythingElseAndLeavesTheNumberAlone)
+TEST(ProductVersion, RejectsEverythingElseAndDoesNotChangeTheNumber)
 {
     const std::string rows[] = {
-        // not the shape
+        // not of the right form
         "",
         ".",
         "5.",
@@ -176,7 +176,7 @@ TEST(ProductVersion, RefusesEverythingElseAndLeavesTheNumberAlone)
         "5f",
         "5.2f",
         "five",
-        // not sent as itself
+        // not exact to three decimal places
         "16777217",
         "16777219",
         "33554434",
@@ -191,8 +191,8 @@ TEST(ProductVersion, RefusesEverythingElseAndLeavesTheNumberAlone)
     };
     for (const std::string &text : rows) {
         float version = -1.0F;
-        EXPECT_EQ(read_product_version(text.c_str(), &version), -1) << "text " << text;
-        EXPECT_EQ(version, -1.0F) << "text " << text;
+        EXPECT_EQ(read_product_version(text.c_str(), &version), -1) << "string " << text;
+        EXPECT_EQ(version, -1.0F) << "string " << text;
     }
 }
 
