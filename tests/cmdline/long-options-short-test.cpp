@@ -1,4 +1,4 @@
-// Short options: clusters, unknown characters, and positions that a caller left behind.
+// Short options: clusters, unknown characters, and stale positions.
 #include "cmdline/long-options.h"
 
 #include <string>

@@ -1,6 +1,6 @@
-// The examples of docs/strings-dates-clocks.md. The build turns the rows of the page into EXAMPLE
-// macros (examples-of-page.sed); this file defines what they do, and how each routine is called.
-// Results are compared as strings such as `0, "hello world"`.
+// The examples of docs/strings-dates-clocks.md. The build turns each row of the page into an EXAMPLE
+// macro (examples-of-page.sed). It calls the show_ function of its routine below, which returns the
+// result as a string such as `0, "hello world"`.
 #include "support/c-utils/transforms.h"
 #include "support/clocks.h"
 #include "support/dates.h"

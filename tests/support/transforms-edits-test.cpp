@@ -29,7 +29,7 @@ INSTANTIATE_TEST_SUITE_P(Locales, Transforms, tests::each_locale(), tests::local
 
 void expect_normalised(const std::string &text, const std::string &expected)
 {
-    EXPECT_EQ(normalised(text), expected) << "text \"" << text << '"';
+    EXPECT_EQ(normalised(text), expected) << "string \"" << text << '"';
 }
 
 TEST_P(Transforms, NormaliseSpacesKeepsOneOfARunAndTwoAfterAPeriod)

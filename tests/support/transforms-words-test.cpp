@@ -139,7 +139,7 @@ TEST_P(Transforms, WordLengthStopsAtWhiteSpaceOrTheEnd)
     };
     for (const auto &row : rows)
         EXPECT_EQ(word_length(exact_copy(row.text).data()), row.length)
-            << "text \"" << row.text << '"';
+            << "string \"" << row.text << '"';
 }
 
 TEST_P(Transforms, WordLengthStopsAtTheSixWhiteSpaceBytesOnly)
@@ -317,7 +317,7 @@ TEST_P(Transforms, LooksLikeEmailNeedsSixBytesAnAtSignAndAPeriod)
     };
     for (const auto &row : rows)
         EXPECT_EQ(looks_like_email(exact_copy(row.text).data()), row.expected)
-            << "text \"" << row.text << '"';
+            << "string \"" << row.text << '"';
 }
 
 TEST_P(Transforms, LooksLikeEmailSkipsTheSixWhiteSpaceBytesOnly)
