@@ -1,9 +1,9 @@
-// What the utility shows of a service's answer: the JSON object reads back, with the very values
-// that went in where these are well-formed; the text is what safe_text promises, and no byte of
-// either does anything to a terminal.
+// The utility's output for an answer of the service. The JSON object can be parsed, and its values
+// are the given ones if those are well-formed UTF-8. The text output is what safe_text promises.
+// Neither contains a byte that controls a terminal.
 //
-// An input: a byte with what was given (bit 0 an answer, bit 1 an error, bits 2 and 3 the status),
-// then version, address, button, message, product version and error text.
+// An input: a byte that says what was given (bit 0: an answer, bit 1: an error, bits 2 and 3: the
+// status), then the strings version, address, button, message, product version and error.
 #include "fuzz/fuzz.h"
 #include "support/error.h"
 #include "tool/answer.h"
@@ -22,8 +22,9 @@ using namespace quintral;
 using namespace quintral::fuzz;
 using Json = nlohmann::json;
 
-std::string printed;  // by the print handler
-std::string reported; // by the message handler
+// What the print handler and the message handler received.
+std::string printed;
+std::string reported;
 int reported_level = -1;
 
 void collect_text(const char *text, const char * /*tag*/)
@@ -37,7 +38,8 @@ void collect_message(MessageLevel level, const char *text)
     reported += text;
 }
 
-// A row of Unicode 15, table 3-7: lead bytes, what the second byte may be, the length in bytes.
+// A row of table 3-7 in Unicode 15: the lead bytes, the second bytes allowed after them, and the
+// length of the character in bytes.
 struct WellFormed {
     unsigned first_lead, last_lead, first_second, last_second;
     std::size_t length;
@@ -54,7 +56,7 @@ unsigned byte_at(const std::string &text, std::size_t at)
     return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
 }
 
-// The length of the character that begins there, 0 for a byte that begins none.
+// The length of the well-formed character that starts at an index, or 0.
 std::size_t character_length(const std::string &text, std::size_t at)
 {
     const unsigned lead = byte_at(text, at);
@@ -70,7 +72,7 @@ std::size_t character_length(const std::string &text, std::size_t at)
     return 0;
 }
 
-// The text without its ill-formed bytes.
+// The text without the bytes that belong to no well-formed character.
 std::string well_formed_part(const std::string &text)
 {
     std::string part;
@@ -87,8 +89,8 @@ bool is_utf8(const std::string &text)
     return well_formed_part(text).size() == text.size();
 }
 
-// Tells whether a well-formed text holds one of the characters whose encodings begin with `lead`
-// and end with a byte from `first` to `last`.
+// True if a well-formed text contains a character whose encoding consists of `lead` and one byte
+// from `first` to `last`.
 bool holds_character(const std::string &text, const char *lead, unsigned first, unsigned last)
 {
     const std::size_t length = std::strlen(lead);
@@ -120,25 +122,7 @@ bool is_safe(const std::string &text, const char *allowed)
            !holds_character(text, "\xE2\x81", 0xA6, 0xA9);   // U+2066 to U+2069
 }
 
-// Turns "\xHH" back into bytes. Means something for the safe form of a text without backslashes.
-std::string without_escapes(const std::string &safe)
-{
-    std::string text;
-    for (std::size_t i = 0; i < safe.size(); ++i) {
-        if (safe[i] != '\\') {
-            text += safe[i];
-            continue;
-        }
-        FUZZ_CHECK(safe.size() - i >= 4 && safe[i + 1] == 'x');
-        const std::string digits = safe.substr(i + 2, 2);
-        FUZZ_CHECK(digits.find_first_not_of("0123456789ABCDEF") == std::string::npos);
-        text += static_cast<char>(std::stoi(digits, nullptr, 16));
-        i += 3;
-    }
-    return text;
-}
-
-// The text as safe_line shows it, but for the cut.
+// What safe_line makes of a safe text, except that it also truncates it.
 std::string with_line_feeds_escaped(const std::string &text)
 {
     std::string result;
@@ -151,7 +135,7 @@ std::string with_line_feeds_escaped(const std::string &text)
     return result;
 }
 
-constexpr std::size_t longest_escape = 12; // three bytes
+constexpr std::size_t longest_escape = 12; // of a character of three bytes
 
 void check_safe_text(const std::string &text)
 {
@@ -159,7 +143,7 @@ void check_safe_text(const std::string &text)
     const std::string safe = safe_text(block.data);
     FUZZ_CHECK(is_safe(safe, "\n\t"));
     if (text.find('\\') == std::string::npos)
-        FUZZ_CHECK(without_escapes(safe) == text);
+        FUZZ_CHECK(without_escapes(safe, "\\x", "0123456789ABCDEF") == text);
     if (is_safe(text, "\n\t"))
         FUZZ_CHECK(safe == text);
 
@@ -174,8 +158,8 @@ void check_safe_text(const std::string &text)
                    line.size() > safe_line_limit - longest_escape);
 }
 
-// Takes every U+FFFD out. Returns how many there were.
-std::size_t take_replacements_out(std::string *text)
+// Removes every U+FFFD. Returns how many there were.
+std::size_t remove_replacement_characters(std::string *text)
 {
     std::size_t count = 0;
     for (std::size_t at = 0; (at = text->find("\xEF\xBF\xBD", at)) != std::string::npos; ++count)
@@ -183,7 +167,7 @@ std::size_t take_replacements_out(std::string *text)
     return count;
 }
 
-// A well-formed text reads back as it was; each byte of what is not is U+FFFD.
+// A well-formed text is read back unchanged. In any other, each ill-formed byte is read as U+FFFD.
 void check_json_text(const Json &value, const std::string &text)
 {
     FUZZ_CHECK(value.is_string());
@@ -192,8 +176,8 @@ void check_json_text(const Json &value, const std::string &text)
     if (expected == text)
         FUZZ_CHECK(read == text);
     const std::size_t ill_formed = text.size() - expected.size();
-    const std::size_t own = take_replacements_out(&expected);
-    FUZZ_CHECK(take_replacements_out(&read) == ill_formed + own);
+    const std::size_t given = remove_replacement_characters(&expected);
+    FUZZ_CHECK(remove_replacement_characters(&read) == ill_formed + given);
     FUZZ_CHECK(read == expected);
 }
 
@@ -230,7 +214,7 @@ void check_json(const RunOutcome &outcome)
     check_json_value(object["error"], outcome.error);
 }
 
-// A line of the text answer; none for a value that was not given.
+// A line of the text output; empty if the value was not given.
 std::string line_of(const char *key, const char *value)
 {
     return *value == '\0' ? "" : key + (": " + safe_text(value)) + "\n";

@@ -1,8 +1,8 @@
-// The diagnostics: message lines, reported messages, log lines and indented output, each against
-// the text that its header promises, byte by byte.
+// The diagnostics: message lines, reported messages, log lines and indented output. Each is
+// compared, byte by byte, with the text that the header promises.
 //
-// An input: cases, each a byte that chooses the kind ('0' is the first of the table at the end) and
-// what that takes.
+// An input: cases, each a byte that chooses a kind from the table at the end, then what that kind
+// takes.
 #include "fuzz/fuzz.h"
 #include "support/error.h"
 
@@ -14,9 +14,9 @@ namespace {
 using namespace quintral;
 using namespace quintral::fuzz;
 
-constexpr std::size_t output_room = 65536;
+constexpr std::size_t output_capacity = 65536;
 
-// What the handlers were given last.
+// The arguments of the last call of a handler.
 std::string seen_text;
 std::string seen_tag;
 int seen_level = -1;
@@ -40,46 +40,43 @@ MessageLevel take_level(Input *input)
 
 MessageLevel shown_level(MessageLevel level)
 {
-    return level >= 0 && level <= 10 ? level : 8;
+    return level >= Log && level <= FatalError ? level : Warning;
 }
 
-// The table of the levels, as a user reads it.
+// What the message line of a level has before and after the body.
+struct LineFrame {
+    const char *before;
+    const char *after;
+};
+
+constexpr LineFrame line_frames[] = {
+    {"Log: ", ""},           // Log
+    {"", ""},                // Plain
+    {"Info: ", ""},          // Info
+    {"Note: ", ""},          // Note
+    {"Info: ", "\7"},        // InfoBell
+    {"Note: ", "\7"},        // NoteBell
+    {"\7", ""},              // PlainBell
+    {"Alert: ", "\7"},       // Alert
+    {"Warning: ", "\7"},     // Warning
+    {"Error: ", "\7"},       // Error
+    {"Fatal Error: ", "\7"}, // FatalError
+};
+
 std::string line_of(MessageLevel level, const std::string &body)
 {
-    switch (shown_level(level)) {
-    case 0:
-        return "Log: " + body;
-    case 1:
-        return body;
-    case 2:
-        return "Info: " + body;
-    case 3:
-        return "Note: " + body;
-    case 4:
-        return "Info: " + body + '\7';
-    case 5:
-        return "Note: " + body + '\7';
-    case 6:
-        return '\7' + body;
-    case 7:
-        return "Alert: " + body + '\7';
-    case 9:
-        return "Error: " + body + '\7';
-    case 10:
-        return "Fatal Error: " + body + '\7';
-    default:
-        return "Warning: " + body + '\7';
-    }
+    const LineFrame &frame = line_frames[shown_level(level)];
+    return frame.before + body + frame.after;
 }
 
-// The text without the characters of `dropped` at its end, cut to a length.
-std::string body_of(const std::string &text, const char *dropped, std::size_t limit)
+// The text without trailing characters of `removed`, truncated to `limit` bytes.
+std::string body_of(const std::string &text, const char *removed, std::size_t limit)
 {
-    const std::size_t last = text.find_last_not_of(dropped);
+    const std::size_t last = text.find_last_not_of(removed);
     return text.substr(0, last == std::string::npos ? 0 : last + 1).substr(0, limit);
 }
 
-// Sizes from -16 on, so that the small ones, where a line has no text, are common.
+// Sizes start at -16, so that sizes too small for any text are common.
 void fuzz_format(Input *input)
 {
     const MessageLevel level = take_level(input);
@@ -115,7 +112,7 @@ void fuzz_report(Input *input)
     FUZZ_CHECK(seen_text == (level == Log ? "" : text.substr(0, 1023)));
 }
 
-// The date in front of a log line is the clock's; all else of the length is the text's.
+// A log line starts with the date, whose length is constant; the rest of its length is the text's.
 void fuzz_log(Input *input)
 {
     const std::string tag = take_text(input);
@@ -134,13 +131,13 @@ void fuzz_log(Input *input)
     FUZZ_CHECK(seen_tag == (text.empty() ? "" : tag));
 }
 
-// The input's text once or, seldom, over and over, so that the 64 KiB of an output are reached.
+// Usually the input's string; sometimes many copies of it, to reach the output's limit of 64 KiB.
 std::string take_long_text(Input *input)
 {
     const bool is_long = take_byte(input) % 16 == 15;
     const std::string text = take_text(input);
     std::string repeated = text;
-    while (is_long && !text.empty() && repeated.size() < output_room + 64)
+    while (is_long && !text.empty() && repeated.size() < output_capacity + 64)
         repeated += text;
     return repeated;
 }
@@ -156,16 +153,16 @@ std::string indented(const std::string &text, std::size_t indent)
     return output;
 }
 
-// Mostly shallow, sometimes negative; seldom so deep that hardly any text fits beside it.
+// Usually small, sometimes negative, and rarely so large that hardly any text fits after it.
 int take_indent(Input *input)
 {
     const int indent = static_cast<int>(take_byte(input));
     if (indent < 248)
         return indent - 8;
-    return static_cast<int>(output_room) - 128 + static_cast<int>(take_byte(input));
+    return static_cast<int>(output_capacity) - 128 + static_cast<int>(take_byte(input));
 }
 
-// Many lines at a deep indent would make gigabytes.
+// Many lines with a large indent would take gigabytes.
 int bounded_indent(int indent, const std::string &text)
 {
     const auto lines = std::count(text.begin(), text.end(), '\n') + 1;
@@ -185,7 +182,7 @@ std::string write_output(int indent, const char *text)
     set_output_indent(0);
     set_output_stream(nullptr);
     std::fclose(stream);
-    const std::string output(written, length);
+    std::string output(written, length);
     std::free(written);
     return output;
 }
@@ -196,7 +193,7 @@ void fuzz_output(Input *input)
     const std::string text = take_long_text(input);
     const int indent = bounded_indent(asked, text);
     const std::size_t depth = indent > 0 ? static_cast<std::size_t>(indent) : 0;
-    const std::size_t limit = depth < output_room - 2 ? output_room - 2 - depth : 0;
+    const std::size_t limit = depth < output_capacity - 2 ? output_capacity - 2 - depth : 0;
     const ExactBlock source(text);
     FUZZ_CHECK(write_output(indent, source.data) == indented(text.substr(0, limit), depth));
 }
@@ -205,7 +202,12 @@ void fuzz_output(Input *input)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
 {
-    static constexpr Case kinds[] = {fuzz_format, fuzz_report, fuzz_log, fuzz_output};
+    static constexpr Case kinds[] = {
+        fuzz_format, // '0'
+        fuzz_report, // '1'
+        fuzz_log,    // '2'
+        fuzz_output, // '3'
+    };
     Input input = {bytes, size};
     run_cases(&input, kinds, '0');
     return 0;

@@ -1,9 +1,9 @@
-// The web client's texts: URLs, status lines, whole reply headers, the request, the two ways in
-// which a proxy is written, base64. Each is checked against a second way of saying the same: a URL
-// put together again, the C library's scanf, the request's lines joined by hand.
+// The web client's strings: URLs, status lines, reply headers, requests, the two notations for a
+// proxy, and base64. Each result is compared with a second computation: a URL is composed from its
+// parts and parsed again, a status line is read by scanf, a request is composed line by line.
 //
-// An input: cases, each a byte that chooses the kind ('0' is the first of the table at the end) and
-// its texts.
+// An input: cases, each a byte that chooses a kind from the table at the end, then the strings of
+// that kind.
 #include "fuzz/fuzz.h"
 #include "support/ascii.h"
 #include "web/base64.h"
@@ -20,18 +20,10 @@ namespace {
 using namespace quintral;
 using namespace quintral::fuzz;
 
-// ASCII's own letters.
-std::string raised(std::string text)
-{
-    for (char &c : text)
-        c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
-    return text;
-}
-
-// What stands behind the scheme and its slashes, up to the first byte that no host has.
+// The part after the scheme and its slashes, up to the first byte that cannot occur in a host.
 std::string host_and_port(const std::string &url)
 {
-    const std::size_t colon = url.find(':'); // none: the text begins with the host
+    const std::size_t colon = url.find(':'); // without one, the text starts with the host
     std::string rest = url.substr(colon == std::string::npos ? 0 : colon + 1);
     if (rest.substr(0, 2) == "//")
         rest.erase(0, 2);
@@ -45,7 +37,7 @@ void fuzz_url(Input *input)
     WebUrl parsed;
     web_parse_url(url.data, &parsed);
 
-    const std::string upper = raised(text);
+    const std::string upper = upper_case(text);
     const std::string host = host_and_port(upper);
     const std::size_t mark = host.find(':');
     const bool has_scheme = upper.find(':') != std::string::npos;
@@ -103,7 +95,7 @@ void fuzz_reply(Input *input)
     FUZZ_CHECK((std::strcmp(web_last_error(), "none yet") == 0) == acceptable);
 }
 
-// Six bits at a time, each taken out of the bytes on its own.
+// Encodes six bits at a time, each extracted from the bytes separately.
 std::string base64_bit_by_bit(const std::string &bytes)
 {
     static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -129,7 +121,7 @@ std::string join(const std::vector<std::string> &pieces)
     return joined;
 }
 
-// What stands between the request line and the lines that depend on the request.
+// The header lines that are the same in every request.
 std::string fixed_lines()
 {
     std::vector<std::string> pieces;
@@ -194,8 +186,8 @@ void fuzz_proxy_text(Input *input)
     FUZZ_CHECK(text.find(found + ":") != std::string::npos);
 }
 
-// Cut to 255 bytes, as the record holds it.
-std::string cut(const std::string &text)
+// Truncated to what the record holds.
+std::string truncated(const std::string &text)
 {
     return text.substr(0, 255);
 }
@@ -219,9 +211,9 @@ void fuzz_proxy_settings(Input *input)
         return;
     }
     FUZZ_CHECK(colon != std::string::npos && settings.port != 0);
-    FUZZ_CHECK(settings.host == cut(proxy.substr(0, colon)));
-    FUZZ_CHECK(settings.user == cut(user));
-    FUZZ_CHECK(settings.password == cut(password));
+    FUZZ_CHECK(settings.host == truncated(proxy.substr(0, colon)));
+    FUZZ_CHECK(settings.user == truncated(user));
+    FUZZ_CHECK(settings.password == truncated(password));
 }
 
 void fuzz_base64(Input *input)
@@ -237,8 +229,15 @@ void fuzz_base64(Input *input)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
 {
-    static constexpr Case kinds[] = {fuzz_url,        fuzz_status_line,    fuzz_reply, fuzz_request,
-                                     fuzz_proxy_text, fuzz_proxy_settings, fuzz_base64};
+    static constexpr Case kinds[] = {
+        fuzz_url,            // '0'
+        fuzz_status_line,    // '1'
+        fuzz_reply,          // '2'
+        fuzz_request,        // '3'
+        fuzz_proxy_text,     // '4'
+        fuzz_proxy_settings, // '5'
+        fuzz_base64,         // '6'
+    };
     Input input = {bytes, size};
     run_cases(&input, kinds, '0');
     return 0;

@@ -1,10 +1,10 @@
-// The option parser: a fuzzed vector against fuzzed option lists, call after call to the end. The
-// vector stays a permutation of itself, the parse only moves on, every result is one that the
-// lists allow, and nothing is printed but whole messages.
+// The option parser, called until it reaches the end of a fuzzed argument vector, with fuzzed
+// option lists. The vector remains a permutation of itself, the parse only advances, every result
+// is one that the lists allow, and only whole messages are printed.
 //
-// An input: a byte of flags ('@' for none, see Flags), the short-option text, a byte with the
-// number of table entries, for each entry a byte with its kind ('0' to '2', '3' to '5' with a flag)
-// and its name, then the elements of the vector.
+// An input: a byte of flags ('@' for none, see Flags), the string of short options, a byte with the
+// number of table entries, for each entry a byte with its kind ('0' to '2', or '3' to '5' with a
+// flag) and its name, then the elements of the vector.
 #include "cmdline/long-options.h"
 #include "fuzz/fuzz.h"
 
@@ -24,22 +24,22 @@ enum Flags : unsigned {
     NoShortOptions = 2,
     NoTable = 4,
     Messages = 8,
-    NullEndsVector = 16, // before its count, otherwise the count alone ends it
+    NullEndsVector = 16, // a null pointer ends it before its count does
     PosixlyCorrect = 32
 };
 
 constexpr std::size_t most_arguments = 64;
 constexpr int untouched = -77;
-constexpr std::int32_t first_value = 1000; // no character, so a result tells where it is from
+constexpr std::int32_t first_value = 1000; // not a character, so results can be distinguished
 
-// The option lists and the vector of one parse, in blocks of their exact size. The vector's texts
-// and pointers are also kept as they were at first.
+// The option lists and the vector of one parse, in blocks of their exact size, with a copy of the
+// vector's original strings and pointers.
 struct Parse {
     unsigned flags = 0;
     std::string short_text;
-    std::deque<ExactBlock> blocks; // what the pointers below point into
+    std::deque<ExactBlock> blocks; // the pointers below point into these
     const char *short_options = nullptr;
-    std::vector<LongOption> table; // with the entry that ends it
+    std::vector<LongOption> table; // including the entry that ends it
     std::int32_t stored = untouched;
     std::vector<std::string> texts;
     std::vector<char *> pointers;
@@ -83,8 +83,8 @@ void reset_parser(const Parse &parse)
         unsetenv("POSIXLY_CORRECT");
 }
 
-// Standard error as text in memory, for its life. The stream is exchanged and not the descriptor,
-// so that a sanitizer's report still gets out.
+// Collects standard error in memory until finish is called. It replaces the stream, not the
+// descriptor, so that the report of a sanitizer is still printed.
 struct CapturedErrors {
     char *text = nullptr;
     std::size_t length = 0;
@@ -167,7 +167,7 @@ void check_argument(const Parse &parse)
     FUZZ_CHECK(inside);
 }
 
-// An ordering that does not permute leaves the vector as it is.
+// A parse that does not permute leaves the vector unchanged.
 void check_vector(const Parse &parse, char **vector)
 {
     const std::size_t count = parse.texts.size();
@@ -183,7 +183,7 @@ void check_vector(const Parse &parse, char **vector)
         FUZZ_CHECK(std::equal(vector, vector + count, parse.pointers.begin()));
 }
 
-// Makes one call and checks what it leaves. Returns its result.
+// Makes one call and checks its effects. Returns its result.
 int make_call(Parse *parse, char **vector, int count)
 {
     int long_index = untouched;
@@ -207,20 +207,20 @@ std::size_t longest_text(const Parse &parse)
     return longest;
 }
 
-// Calls to the end. A call that leaves index and position as they were would do the same for ever;
-// a program passes over its word by hand, as is done here. Any other call moves on: to a later
-// position of the same element or to a later element, so that there are at most as many calls as
-// places in the vector, and as many again that stay where they are.
+// Calls the parser until the end. A call that changes neither index nor position would do the same
+// again, so this function skips the element, as a program must. Any other call advances, to a later
+// position in the element or to a later element. So there are at most as many calls that advance as
+// positions in the vector, and as many that do not.
 void parse_to_end(Parse *parse, char **vector, int count)
 {
     const int elements = static_cast<int>(parse->texts.size());
-    const std::size_t places = parse->texts.size() * (longest_text(*parse) + 2);
+    const std::size_t positions = parse->texts.size() * (longest_text(*parse) + 2);
     std::size_t calls = 0;
     for (;;) {
         const int index = option_index;
         const int position = option_position;
         const int result = make_call(parse, vector, count);
-        FUZZ_CHECK(++calls <= 2 * places);
+        FUZZ_CHECK(++calls <= 2 * positions);
         FUZZ_CHECK(option_index >= 0 && option_index <= elements);
         FUZZ_CHECK(option_position >= 0 &&
                    static_cast<std::size_t>(option_position) <= longest_text(*parse) + 1);
@@ -230,7 +230,7 @@ void parse_to_end(Parse *parse, char **vector, int count)
         if (option_index != index || option_position != position)
             continue;
         if (index >= elements || index == 0)
-            return; // a bad call: neither list was given
+            return; // neither option list was given
         ++option_index;
         option_position = 1;
     }

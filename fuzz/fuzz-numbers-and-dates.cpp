@@ -1,8 +1,9 @@
-// Numbers and dates: each reader against the C library's where that is defined, each pair of a
-// writer and a reader against one another, the calendar against the lengths of its months.
+// Numbers and dates. Each reader is compared with the C library's, in the range in which that is
+// defined; each writer with the reader of what it writes; the calendar with the lengths of its
+// months.
 //
-// An input: cases, each a byte that chooses the kind ('0' is the first of the table at the end) and
-// a text or numbers of four bytes, low byte first.
+// An input: cases, each a byte that chooses a kind from the table at the end, then strings, or
+// numbers of four bytes, low byte first.
 #include "fuzz/fuzz.h"
 #include "support/ascii.h"
 #include "support/c-utils/transforms.h"
@@ -21,9 +22,10 @@ namespace {
 using namespace quintral;
 using namespace quintral::fuzz;
 
-// 1-mar in the year -4900, from which on a day number gives a date of the calendar; and 1-mar in
-// the year -4800, from which on that date gives the same day number.
+// The first day number that gives a date of the calendar: 1-mar in the year -4900.
 constexpr std::int32_t first_day = -68569;
+
+// The first day number whose date gives the same day number again: 1-mar in the year -4800.
 constexpr std::int32_t first_inverse_day = -32044;
 
 void fuzz_integer(Input *input)
@@ -42,8 +44,8 @@ void fuzz_integer(Input *input)
     FUZZ_CHECK(ascii_to_int(block.data) == value);
 }
 
-// A number as everybody writes it: few digits, an exponent without blanks. Its length in the text,
-// 0 for any other.
+// The length of the number at the start of a text if it is an ordinary one: up to 7 digits, and an
+// exponent of up to 2. Otherwise 0.
 std::size_t plain_number_length(const std::string &text)
 {
     const auto digits_from = [&text](std::size_t at) {
@@ -79,7 +81,7 @@ void fuzz_float(Input *input)
     const int result = parse_float(block.data, &value);
     FUZZ_CHECK(result == 0 || result == 1);
 
-    const std::size_t start = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
+    const std::size_t start = std::min(text.find_first_not_of(white_space), text.size());
     const std::size_t sign = text.find_first_not_of("+-", start) == start ? 0 : 1;
     const std::string number = text.substr(std::min(start + sign, text.size()));
     const bool has_digit =
@@ -93,13 +95,13 @@ void fuzz_float(Input *input)
     if (!std::isnan(value))
         FUZZ_CHECK(std::signbit(value) == (text[start] == '-'));
     else
-        FUZZ_CHECK(number.find_first_of("eE") != std::string::npos); // nothing else gives NaN
+        FUZZ_CHECK(number.find_first_of("eE") != std::string::npos); // only an exponent gives NaN
     const std::size_t length = plain_number_length(text.substr(start));
     if (length == 0)
         return;
     const double exact = std::strtod(text.substr(start, length).c_str(), nullptr);
     const double size = std::fabs(exact);
-    if (size > 0 && (size < 2e-38 || size > 3e38)) // fewer digits are left, or none
+    if (size > 0 && (size < 2e-38 || size > 3e38)) // outside this, a float has fewer digits or none
         return;
     FUZZ_CHECK(std::fabs(static_cast<double>(value) - exact) <= 4e-6 * std::fabs(exact));
 }
@@ -151,19 +153,20 @@ std::string month_text(std::int32_t month)
     return month_names[month >= 1 && month <= 12 ? month : 0];
 }
 
-// At least two digits, a sign not counted.
+// At least two digits, plus a sign if the year is negative.
 std::string year_text(std::int32_t year)
 {
     const std::string digits = std::to_string(std::abs(year));
     return (year < 0 ? "-" : "") + std::string(digits.size() < 2 ? 1 : 0, '0') + digits;
 }
 
-std::size_t room_of_long(std::int32_t year)
+// The buffer sizes that the header asks for.
+std::size_t long_date_size(std::int32_t year)
 {
     return year >= 0 && year <= 9999 ? 12 : date_text_size;
 }
 
-std::size_t room_of_compact(std::int32_t year)
+std::size_t compact_date_size(std::int32_t year)
 {
     if (year < 2000 || year > 9999)
         return date_text_size;
@@ -172,14 +175,14 @@ std::size_t room_of_compact(std::int32_t year)
 
 void check_texts(std::int32_t day_number, const Date &date)
 {
-    const ExactBlock long_form(room_of_long(date.year));
+    const ExactBlock long_form(long_date_size(date.year));
     FUZZ_CHECK(format_date_long(day_number, long_form.data) == long_form.data);
     FUZZ_CHECK(holds_text(long_form, std::to_string(date.day) + "-" + month_text(date.month) + "-" +
                                          year_text(date.year)));
 
     const std::string compact = std::to_string(date.day) + month_text(date.month) +
                                 year_text(date.year <= 2099 ? date.year - 2000 : date.year);
-    const ExactBlock compact_form(room_of_compact(date.year));
+    const ExactBlock compact_form(compact_date_size(date.year));
     FUZZ_CHECK(format_date_compact(day_number, compact_form.data) == compact_form.data);
     FUZZ_CHECK(holds_text(compact_form, compact));
     if (day_number < first_inverse_day)
@@ -198,7 +201,7 @@ void fuzz_day_number(Input *input)
     check_texts(day_number, date);
 }
 
-// Any three numbers give a day number; near our days a day more is a day later.
+// Any three numbers give a day number. In a moderate range, adding days adds that many to it.
 void fuzz_date(Input *input)
 {
     const std::int32_t year = take_int32(input);
@@ -217,14 +220,13 @@ void fuzz_date(Input *input)
     }
 }
 
-int month_of(std::string letters)
+// The month that three letters name, or 0.
+int month_of(const std::string &letters)
 {
-    for (char &c : letters)
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
     static const std::string names = "jan feb mar apr may jun jul aug sep oct nov dec";
-    const std::size_t at = letters.size() == 3 && letters.find(' ') == std::string::npos
-                               ? names.find(letters)
-                               : std::string::npos;
+    if (letters.size() != 3 || letters.find(' ') != std::string::npos)
+        return 0;
+    const std::size_t at = names.find(lower_case(letters));
     return at == std::string::npos ? 0 : static_cast<int>(at / 4) + 1;
 }
 
@@ -259,11 +261,9 @@ void fuzz_month_name(Input *input)
 {
     const std::string text = take_text(input);
     const ExactBlock block(text);
-    std::string expected = text;
-    for (std::size_t i = 0; i < std::min<std::size_t>(3, text.size()); ++i)
-        expected[i] = text[i] >= 'A' && text[i] <= 'Z' ? static_cast<char>(text[i] + 32) : text[i];
-    FUZZ_CHECK(month_from_name(block.data) == month_of(text.substr(0, 3)));
-    FUZZ_CHECK(holds_text(block, expected));
+    const std::string letters = text.substr(0, 3);
+    FUZZ_CHECK(month_from_name(block.data) == month_of(letters));
+    FUZZ_CHECK(holds_text(block, lower_case(letters) + text.substr(letters.size())));
 }
 
 int sign(int n)
@@ -271,7 +271,7 @@ int sign(int n)
     return (n > 0) - (n < 0);
 }
 
-// Digits, with single points between digits.
+// Digits, with single dots between digits.
 bool looks_like_version(const std::string &text)
 {
     return !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos &&
@@ -288,9 +288,9 @@ void check_product_version(const std::string &text)
         FUZZ_CHECK(version == before);
         return;
     }
-    const std::size_t point = text.find('.');
-    FUZZ_CHECK(looks_like_version(text) && text.find('.', point + 1) == std::string::npos);
-    FUZZ_CHECK(point == std::string::npos || text.size() - point <= 4);
+    const std::size_t dot = text.find('.');
+    FUZZ_CHECK(looks_like_version(text) && text.find('.', dot + 1) == std::string::npos);
+    FUZZ_CHECK(dot == std::string::npos || text.size() - dot <= 4);
     FUZZ_CHECK(version == std::strtof(text.c_str(), nullptr));
     char sent[64];
     FUZZ_CHECK(compare_versions(text.c_str(), web_format_version(version, sent, sizeof sent)) == 0);
@@ -333,9 +333,16 @@ void fuzz_version_text(Input *input)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
 {
-    static constexpr Case kinds[] = {fuzz_integer,  fuzz_float,       fuzz_day_number,
-                                     fuzz_date,     fuzz_date_text,   fuzz_month_name,
-                                     fuzz_versions, fuzz_version_text};
+    static constexpr Case kinds[] = {
+        fuzz_integer,      // '0'
+        fuzz_float,        // '1'
+        fuzz_day_number,   // '2'
+        fuzz_date,         // '3'
+        fuzz_date_text,    // '4'
+        fuzz_month_name,   // '5'
+        fuzz_versions,     // '6'
+        fuzz_version_text, // '7'
+    };
     Input input = {bytes, size};
     run_cases(&input, kinds, '0');
     return 0;

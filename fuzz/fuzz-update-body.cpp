@@ -1,8 +1,8 @@
-// The body of an update reply against a reading of the same body over copies: result and every
-// byte of the four buffers.
+// The body of an update reply: the result and every byte of the four buffers are compared with a
+// second reader of the same body.
 //
-// An input: a byte with the buffers that are given (bits 0 to 2: version, address, button), a byte
-// with their capacity, then the body.
+// An input: a byte that says which buffers are given (bits 0 to 2: version, address, button), a
+// byte with their capacity, then the body.
 #include "fuzz/fuzz.h"
 #include "web/version-update.h"
 
@@ -15,7 +15,8 @@ namespace {
 using namespace quintral;
 using namespace quintral::fuzz;
 
-// What the lines up to the message say, the later value of a key that occurs twice.
+// The keys and values of the lines, up to the message. If a key occurs twice, the later value is
+// used.
 std::map<std::string, std::string> read_lines(const std::string &body)
 {
     std::map<std::string, std::string> values;
@@ -38,7 +39,8 @@ std::map<std::string, std::string> read_lines(const std::string &body)
     return values;
 }
 
-// A buffer whose key did not occur is as it was; any other is full: the value, then NULs.
+// A buffer is untouched if its key does not occur; otherwise it contains the value, then NULs up to
+// its end.
 void check_buffer(const ExactBlock &buffer, const std::map<std::string, std::string> &values,
                   const char *key)
 {

@@ -1,11 +1,12 @@
-// The form escapes: web_escape gives back what was escaped, web_escape_bounded ends where its count
-// says, and web_form_body joins fields escaped so. Destinations have exactly the room that the
-// header asks for.
+// The form escapes. What web_escape writes can be decoded to the original, web_escape_bounded stops
+// at its limit, and web_form_body joins fields escaped in this way. Destinations have exactly the
+// size that the header asks for.
 //
-// An input: a 16-bit limit, low byte first, then texts; all of them are fields of the form.
+// An input: a 16-bit limit, low byte first, then strings, all of which are fields of the form.
 #include "fuzz/fuzz.h"
 #include "web/form-body.h"
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -16,32 +17,9 @@ using namespace quintral::fuzz;
 
 constexpr int field_limit = 1023;
 
-bool is_plain(char c)
+bool occurs_in_escaped_text(char c)
 {
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
-unsigned hex_value(char c)
-{
-    static const std::string digits = "0123456789abcdef"; // upper case is never written
-    const std::size_t value = digits.find(c);
-    FUZZ_CHECK(value != std::string::npos);
-    return static_cast<unsigned>(value);
-}
-
-std::string unescape(const std::string &escaped)
-{
-    std::string text;
-    for (std::size_t i = 0; i < escaped.size(); ++i) {
-        if (is_plain(escaped[i])) {
-            text += escaped[i];
-            continue;
-        }
-        FUZZ_CHECK(escaped[i] == '%' && escaped.size() - i > 2);
-        text += static_cast<char>(hex_value(escaped[i + 1]) * 16 + hex_value(escaped[i + 2]));
-        i += 2;
-    }
-    return text;
+    return c == '%' || is_letter_or_digit(c);
 }
 
 std::string escape(const std::string &text)
@@ -51,15 +29,16 @@ std::string escape(const std::string &text)
     FUZZ_CHECK(web_escape(destination.data, source.data) == destination.data);
     FUZZ_CHECK(std::memchr(destination.data, '\0', destination.size) != nullptr);
     std::string escaped = destination.data;
-    FUZZ_CHECK(unescape(escaped) == text);
+    FUZZ_CHECK(std::all_of(escaped.begin(), escaped.end(), occurs_in_escaped_text));
+    FUZZ_CHECK(without_escapes(escaped, "%", "0123456789abcdef") == text);
     FUZZ_CHECK(escaped.size() >= text.size());
     return escaped;
 }
 
-// How many bytes of the text a bounded escape takes, and whether it leaves a byte out behind them.
+// How much of a text a bounded escape takes, and whether it then skips one byte of its output.
 struct Extent {
     std::size_t taken;
-    bool leaves_byte_out;
+    bool skips_byte;
 };
 
 Extent bounded_extent(const std::string &text, int limit)
@@ -68,9 +47,9 @@ Extent bounded_extent(const std::string &text, int limit)
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (count >= limit)
             return {i, false};
-        if (!is_plain(text[i]) && limit - count < 3)
+        if (!is_letter_or_digit(text[i]) && limit - count < 3)
             return {i, true};
-        count += is_plain(text[i]) || text[i] == ' ' ? 1 : 3;
+        count += is_letter_or_digit(text[i]) || text[i] == ' ' ? 1 : 3;
     }
     return {text.size(), false};
 }
@@ -78,14 +57,13 @@ Extent bounded_extent(const std::string &text, int limit)
 void fuzz_bounded(const std::string &text, int limit)
 {
     const ExactBlock source(text);
-    const std::size_t room = limit > 0 ? 3 * static_cast<std::size_t>(limit) + 1 : 1;
-    const ExactBlock destination(room);
+    const ExactBlock destination(limit > 0 ? 3 * static_cast<std::size_t>(limit) + 1 : 1);
     FUZZ_CHECK(web_escape_bounded(destination.data, source.data, limit) == destination.data);
 
     const Extent extent = bounded_extent(text, limit);
     std::string expected = escape(text.substr(0, extent.taken));
-    if (extent.leaves_byte_out)
-        expected += ExactBlock::fill_byte; // what the destination held there
+    if (extent.skips_byte)
+        expected += ExactBlock::fill_byte; // the destination's old byte
     FUZZ_CHECK(holds_text(destination, expected));
 }
 

@@ -1,15 +1,14 @@
-// What the fuzz targets share: the check, the reading of an input, and memory whose bounds are
-// watched.
+// What the fuzz targets share: the check, reading an input, string helpers, and memory with watched
+// bounds.
 //
-// A target is one LLVMFuzzerTestOneInput. It takes its input apart into the arguments of the code
-// under test, calls it, and holds what comes out against the promises of the public header.
-// libFuzzer drives it (fuzz-THING), and replay-main.cpp feeds it the committed inputs with any
-// compiler (fuzz-THING-replay).
+// A target is one LLVMFuzzerTestOneInput. It splits its input into the arguments of the code under
+// test, calls that code, and checks the results against the contract in the public header.
+// libFuzzer drives the target (fuzz-THING). Without libFuzzer, replay-main.cpp feeds it the
+// committed inputs (fuzz-THING-replay).
 //
-// The code under test takes terminated texts, so the texts of an input stand one behind the other
-// with a NUL between two. Numbers and choices are single bytes that count modulo a small number:
-// the characters '0', '1', ... then choose the first, the second, ... and an input can be written
-// in an editor.
+// In an input, each string ends at a NUL or at the end of the input, and each choice is one byte:
+// the characters from '0' on (or from 'A' on) choose the first, the second, and so on. An input can
+// thus be written in an editor.
 #ifndef QUINTRAL_FUZZ_FUZZ_H
 #define QUINTRAL_FUZZ_FUZZ_H
 
@@ -22,7 +21,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size);
 
-// Ends the process by abort when the condition is false, after saying which one and where.
+// If the condition is false, reports it with its file and line and aborts.
 #define FUZZ_CHECK(condition)                                                                      \
     ((condition) ? static_cast<void>(0) : ::quintral::fuzz::fail(#condition, __FILE__, __LINE__))
 
@@ -47,13 +46,16 @@ namespace quintral::fuzz {
 
 // Reading an input
 
-// What is left of an input. The bytes belong to the caller of the target.
+// The rest of an input. The bytes belong to the caller of the target.
 struct Input {
     const std::uint8_t *bytes;
     std::size_t left;
 };
 
-// Takes the next byte off, 0 behind the end.
+// The functions below remove what they return from the front of the input. At its end, each missing
+// byte is 0 and each missing string is empty.
+
+// Takes the next byte.
 inline unsigned take_byte(Input *input)
 {
     if (input->left == 0)
@@ -62,14 +64,14 @@ inline unsigned take_byte(Input *input)
     return *input->bytes++;
 }
 
-// Takes a number of 16 bits off, the low byte first.
+// Takes a 16-bit number, low byte first.
 inline int take_int16(Input *input)
 {
     const unsigned low = take_byte(input);
     return static_cast<std::int16_t>(take_byte(input) << 8 | low);
 }
 
-// Takes a number of 32 bits off, the low byte first.
+// Takes a 32-bit number, low byte first.
 inline std::int32_t take_int32(Input *input)
 {
     std::uint32_t number = 0;
@@ -78,7 +80,7 @@ inline std::int32_t take_int32(Input *input)
     return static_cast<std::int32_t>(number);
 }
 
-// Takes a float off, by its bits: any value, infinities and NaNs included.
+// Takes the 32 bits of a float: any value, including infinities and NaNs.
 inline float take_float(Input *input)
 {
     const std::int32_t bits = take_int32(input);
@@ -87,7 +89,7 @@ inline float take_float(Input *input)
     return value;
 }
 
-// Takes `count` bytes off, or as many as there are.
+// Takes `count` bytes, or as many as there are.
 inline std::string take_bytes(Input *input, std::size_t count)
 {
     const std::size_t taken = count < input->left ? count : input->left;
@@ -97,7 +99,7 @@ inline std::string take_bytes(Input *input, std::size_t count)
     return bytes;
 }
 
-// Takes the next text off, with the NUL behind it if there is one. The text holds no NUL.
+// Takes the next string and the NUL that ends it, if there is one.
 inline std::string take_text(Input *input)
 {
     std::size_t length = 0;
@@ -108,8 +110,72 @@ inline std::string take_text(Input *input)
     return text;
 }
 
-// The length of the longest run of digits. The C library leaves numbers outside the range of scanf
-// undefined, so texts with long ones cannot be compared with it.
+// One kind of case in a target that has several.
+using Case = void (*)(Input *input);
+
+// Runs the cases of an input in order, to its end. Each is a byte that chooses one of `count`
+// kinds, counted from the character `first`, then whatever that kind takes. One file can thus
+// contain all cases that belong together. At most 64 cases run, which limits the time for an input.
+template <std::size_t count> void run_cases(Input *input, const Case (&kinds)[count], char first)
+{
+    constexpr unsigned choices = 32;
+    static_assert(count <= choices);
+    for (int cases = 0; cases < 64 && input->left > 0; ++cases) {
+        const unsigned choice = (take_byte(input) - static_cast<unsigned>(first)) % choices;
+        kinds[choice % count](input);
+    }
+}
+
+// String helpers, independent of the code under test. Letters, digits and white space are ASCII's.
+
+inline constexpr char white_space[] = " \t\n\v\f\r";
+
+inline bool is_letter_or_digit(char c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
+inline char upper_case(char c)
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+}
+
+inline std::string upper_case(std::string text)
+{
+    for (char &c : text)
+        c = upper_case(c);
+    return text;
+}
+
+inline std::string lower_case(std::string text)
+{
+    for (char &c : text)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    return text;
+}
+
+// Replaces each escape by its byte. An escape is `mark` and two of the 16 hex digits `digits`.
+inline std::string without_escapes(const std::string &escaped, const std::string &mark,
+                                   const std::string &digits)
+{
+    std::string bytes;
+    for (std::size_t at = 0; at < escaped.size(); ++at) {
+        if (escaped.compare(at, mark.size(), mark) != 0) {
+            bytes += escaped[at];
+            continue;
+        }
+        FUZZ_CHECK(escaped.size() - at >= mark.size() + 2);
+        const std::size_t high = digits.find(escaped[at + mark.size()]);
+        const std::size_t low = digits.find(escaped[at + mark.size() + 1]);
+        FUZZ_CHECK(high != std::string::npos && low != std::string::npos);
+        bytes += static_cast<char>(high * 16 + low);
+        at += mark.size() + 1;
+    }
+    return bytes;
+}
+
+// The length of the longest run of digits. A number that does not fit its type is undefined
+// behaviour in scanf, so a string with a long run cannot be compared with it.
 inline std::size_t longest_digit_run(const std::string &text)
 {
     std::size_t longest = 0;
@@ -121,27 +187,11 @@ inline std::size_t longest_digit_run(const std::string &text)
     return longest;
 }
 
-// One kind of case of a target that has several.
-using Case = void (*)(Input *input);
-
-// Runs the cases of an input one behind another until it ends: a byte that chooses one of `count`
-// kinds, counted from the character `first`, then what that case takes off. So one file holds all
-// cases that belong together. Not more than 64 run, to bound the time that an input takes.
-template <std::size_t count> void run_cases(Input *input, const Case (&kinds)[count], char first)
-{
-    constexpr unsigned choices = 32;
-    static_assert(count <= choices);
-    for (int cases = 0; cases < 64 && input->left > 0; ++cases) {
-        const unsigned choice = (take_byte(input) - static_cast<unsigned>(first)) % choices;
-        kinds[choice % count](input);
-    }
-}
-
 // Memory with watched bounds
 
-// A block of exactly `size` bytes, so that AddressSanitizer sees the first byte written or read
-// outside. A build without it has guards around the block instead, looked at when the block's life
-// ends, so that a byte written outside is seen by every replay.
+// A block of exactly `size` bytes, so that AddressSanitizer reports the first byte read or written
+// outside it. A build without AddressSanitizer puts guards around the block and checks them in the
+// destructor, so that every replay reports a byte written outside.
 struct ExactBlock {
     static constexpr std::size_t guard = QUINTRAL_FUZZ_ADDRESSES_ARE_WATCHED ? 0 : 64;
     static constexpr char guard_byte = '\x5A';
@@ -151,7 +201,7 @@ struct ExactBlock {
     char *data;
     std::size_t size;
 
-    // All bytes are fill_byte at first.
+    // Every byte starts as fill_byte.
     explicit ExactBlock(std::size_t block_size)
         : block(static_cast<char *>(std::malloc(block_size + 2 * guard))), data(block + guard),
           size(block_size)
@@ -161,7 +211,7 @@ struct ExactBlock {
         std::memset(data, fill_byte, size);
     }
 
-    // The text and its terminator.
+    // Holds the text and its terminator.
     explicit ExactBlock(const std::string &text) : ExactBlock(text.size() + 1)
     {
         std::memcpy(data, text.c_str(), text.size() + 1);
@@ -180,13 +230,13 @@ struct ExactBlock {
     }
 };
 
-// True when the block holds exactly this text and a terminator, whatever stands behind it.
+// True if the block starts with exactly this text and its terminator.
 inline bool holds_text(const ExactBlock &block, const std::string &text)
 {
     return text.size() < block.size && std::memcmp(block.data, text.c_str(), text.size() + 1) == 0;
 }
 
-// True when nothing has been written into the block from `start` on.
+// True if no byte of the block from `start` on has been written.
 inline bool is_untouched_from(const ExactBlock &block, std::size_t start)
 {
     for (std::size_t i = start; i < block.size; ++i) {

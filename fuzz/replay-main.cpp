@@ -1,7 +1,7 @@
-// Feeds a fuzz target the inputs of the folders on the command line, in the order of their names,
-// after one empty input. Each input is named before it is fed, so that the last line tells which
-// one a crash came from. A folder that is missing, cannot be read or holds no file is a failure: a
-// replay that finds nothing to replay checks nothing.
+// Feeds a fuzz target one empty input and then, in the order of their names, the files in the
+// folders given on the command line. Each name is printed first, so that the last line names the
+// input that caused a crash. A folder that is missing, unreadable or empty is an error, since a
+// replay without inputs checks nothing.
 #include "fuzz/fuzz.h"
 
 #include <algorithm>
@@ -27,7 +27,8 @@ std::vector<files::path> files_of(const char *folder)
     return paths;
 }
 
-// The bytes lie in a block of their exact size, as libFuzzer's do.
+// Feeds one file, in a block of its exact size, as libFuzzer does. Returns false if the file is
+// unreadable.
 bool feed_file(const files::path &path)
 {
     std::fprintf(stderr, "%s\n", path.c_str());
@@ -42,8 +43,7 @@ bool feed_file(const files::path &path)
     return true;
 }
 
-// Returns the number of inputs fed, or -1 for a folder that gives none or a file that cannot be
-// read.
+// Returns the number of inputs fed, or -1 if there are none or one is unreadable.
 int feed_folder(const char *folder)
 {
     const std::vector<files::path> paths = files_of(folder);
