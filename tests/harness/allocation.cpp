@@ -1,5 +1,5 @@
-// A file of its own, so that no compiler looks into these operators from a caller: it would warn
-// about a block of operator new that is released by free.
+// A separate file, because a compiler that sees these operators in a caller warns about blocks of
+// operator new that are released by free.
 #include "tests/harness/allocation.h"
 
 #include <cstddef>

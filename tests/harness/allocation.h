@@ -1,19 +1,19 @@
-// The test program's own operator new and delete, with hooks. A program that uses them lists
-// quintral_test_allocation among the libraries it links.
+// Replacements for operator new and delete, with hooks. A program that uses them links
+// quintral_test_allocation.
 #ifndef QUINTRAL_TESTS_HARNESS_ALLOCATION_H
 #define QUINTRAL_TESTS_HARNESS_ALLOCATION_H
 
 namespace quintral::tests {
 
-// Called before each allocation; false makes operator new throw std::bad_alloc. Null, as at start,
+// Called before each allocation; false makes operator new throw std::bad_alloc. Null, the default,
 // allows every allocation. The hook must not allocate.
 extern bool (*allow_allocation)();
 
-// Called before each release with the block. Null, as at start, for none.
+// Called with each block before it is released. Null, the default, for no call.
 extern void (*note_release)(void *block);
 
-// An allow_allocation that ends the process with status 99, for a child process that must not
-// allocate any more.
+// A hook for allow_allocation that ends the process with status 99, for a child process that must
+// not allocate.
 bool exit_on_allocation();
 
 } // namespace quintral::tests

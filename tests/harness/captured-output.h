@@ -10,15 +10,15 @@
 
 namespace quintral::tests {
 
-// Puts a file in place of the stream's descriptor while the call runs, so that whatever way of
-// printing it uses is seen. The call itself must not end the test.
+// Replaces the stream's descriptor by a file while the call runs, so that every way of printing is
+// captured. The call must not end the test.
 template <typename Call> std::string captured(std::FILE *stream, const Call &call)
 {
     std::FILE *file = std::tmpfile();
     const int descriptor = fileno(stream);
     const int saved = dup(descriptor);
     if (file == nullptr || saved < 0) {
-        ADD_FAILURE() << "can't put a file in place of descriptor " << descriptor;
+        ADD_FAILURE() << "can't redirect descriptor " << descriptor;
         return "";
     }
     std::fflush(stream);

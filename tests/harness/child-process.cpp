@@ -23,11 +23,11 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int exec_limit_milliseconds = 10000;
 
-// The two ends of one of the child's streams, -1 where there is none.
+// The ends of one of the child's streams; -1 for none.
 struct StreamEnds {
-    int parent = -1;  // what the child writes arrives here
+    int parent = -1;  // receives what the child writes
     int child = -1;   // becomes the child's descriptor 1 or 2
-    int stalled = -1; // the reading end of a full pipe, kept open and never read
+    int stalled = -1; // the reading end of a full pipe, open and never read
 };
 
 void close_descriptor(int *descriptor)
@@ -37,23 +37,23 @@ void close_descriptor(int *descriptor)
     *descriptor = -1;
 }
 
-// Close-on-exec, and above the standard streams so that placing one stream never overwrites the
-// other (a test may run with its own descriptors 0 to 2 closed).
-int settle_descriptor(int descriptor)
+// Moves a descriptor above the standard streams, so that placing one stream never overwrites the
+// other (a test may run with its own descriptors 0 to 2 closed), and makes it close-on-exec.
+int move_descriptor(int descriptor)
 {
     if (descriptor < 0)
         return -1;
-    const int settled = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
     close(descriptor);
-    return settled;
+    return moved;
 }
 
 bool open_pipe(int ends[2])
 {
     if (pipe(ends) != 0)
         return false;
-    ends[0] = settle_descriptor(ends[0]);
-    ends[1] = settle_descriptor(ends[1]);
+    ends[0] = move_descriptor(ends[0]);
+    ends[1] = move_descriptor(ends[1]);
     return ends[0] >= 0 && ends[1] >= 0;
 }
 
@@ -69,13 +69,13 @@ void fill_pipe(int writing_end)
     fcntl(writing_end, F_SETFL, flags);
 }
 
-// A terminal that passes bytes as they are written. Both ends stay -1 on failure.
+// Opens a terminal that passes bytes as they are written. False on failure.
 bool open_terminal(StreamEnds *ends)
 {
-    ends->parent = settle_descriptor(posix_openpt(O_RDWR | O_NOCTTY));
+    ends->parent = move_descriptor(posix_openpt(O_RDWR | O_NOCTTY));
     if (ends->parent < 0 || grantpt(ends->parent) != 0 || unlockpt(ends->parent) != 0)
         return false;
-    ends->child = settle_descriptor(open(ptsname(ends->parent), O_RDWR | O_NOCTTY));
+    ends->child = move_descriptor(open(ptsname(ends->parent), O_RDWR | O_NOCTTY));
     termios settings;
     if (ends->child < 0 || tcgetattr(ends->child, &settings) != 0)
         return false;
@@ -102,7 +102,7 @@ bool open_stream(ChildStream stream, StreamEnds *ends)
     case ChildStream::Closed:
         return true;
     case ChildStream::FullDisk:
-        ends->child = settle_descriptor(open("/dev/full", O_WRONLY));
+        ends->child = move_descriptor(open("/dev/full", O_WRONLY));
         return ends->child >= 0;
     case ChildStream::Terminal:
         return open_terminal(ends);
@@ -121,7 +121,7 @@ void close_ends(StreamEnds *ends)
     close_descriptor(&ends->stalled);
 }
 
-// From here to run_function: what runs in the child before exec, async-signal-safe calls only.
+// From here to run_function: code that runs in the child before exec. Async-signal-safe calls only.
 
 void place_stream(StreamEnds *ends, int target)
 {
@@ -141,12 +141,12 @@ void place_standard_input()
     }
 }
 
-void settle_signals(const ChildOptions &options)
+void set_signals(const ChildOptions &options)
 {
     struct sigaction action = {};
     action.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; ++number)
-        sigaction(number, &action, nullptr); // fails for SIGKILL and SIGSTOP, which is well
+        sigaction(number, &action, nullptr); // fails for SIGKILL and SIGSTOP, which is fine
     action.sa_handler = SIG_IGN;
     for (int number : options.ignored_signals)
         sigaction(number, &action, nullptr);
@@ -162,12 +162,12 @@ void prepare_child(StreamEnds *output, StreamEnds *error, const ChildOptions &op
     place_standard_input();
     place_stream(output, 1);
     place_stream(error, 2);
-    settle_signals(options);
+    set_signals(options);
     if (options.prepare)
         options.prepare();
 }
 
-// noexcept: an exception must end the child, not travel up into the test that it is a copy of.
+// noexcept, because an exception must end the child and not reach its copy of the test.
 [[noreturn]] void run_function(const std::function<int()> &body,
                                const ChildOptions &options) noexcept
 {
@@ -179,7 +179,7 @@ void prepare_child(StreamEnds *output, StreamEnds *error, const ChildOptions &op
     _exit(status);
 }
 
-// Memory for exec, made before the fork since the child must not allocate.
+// Strings for exec, allocated before the fork because the child must not allocate.
 struct ExecTexts {
     std::vector<std::string> settings;
     std::vector<char *> environment;
@@ -216,13 +216,13 @@ void fill_exec_texts(ExecTexts *texts, const std::vector<std::string> &arguments
     environ = texts.environment.data();
     execvp(texts.arguments[0], texts.arguments.data());
     const int error = errno;
-    // Nothing better can be done in the child where this write fails.
+    // If this write fails, the status is all that the child can report.
     if (write(failure_pipe, &error, sizeof error) != sizeof error)
         _exit(126);
     _exit(127);
 }
 
-// The errno of the exec that failed, or 0: the pipe ends without a byte when exec closes it.
+// Returns the errno of a failed exec, or 0: a successful exec closes the pipe without a byte.
 int exec_error(int failure_pipe)
 {
     pollfd polled = {failure_pipe, POLLIN, 0};
@@ -232,8 +232,8 @@ int exec_error(int failure_pipe)
     return read(failure_pipe, &error, sizeof error) == sizeof error ? error : 0;
 }
 
-// Sleeps a little at a time so that a child that has ended is seen soon. False when it has not
-// ended in time.
+// Waits in short sleeps, so as to notice soon that the child has ended. False if it has not ended
+// in time.
 bool wait_until_ended(pid_t process_id, Clock::time_point deadline, int *status)
 {
     for (;;) {
@@ -253,7 +253,7 @@ void kill_and_wait(pid_t process_id, int *status)
     }
 }
 
-void settle_parent(Child *child, StreamEnds *output, StreamEnds *error)
+void keep_parent_ends(Child *child, StreamEnds *output, StreamEnds *error)
 {
     close_descriptor(&output->child);
     close_descriptor(&error->child);
@@ -281,7 +281,7 @@ Child start_child(const ChildOptions &options, const Function &in_child)
     child.limit_seconds = options.limit_seconds;
     child.deadline = Clock::now() + std::chrono::seconds(options.limit_seconds);
     const bool opened = open_stream(options.output, &output) && open_stream(options.error, &error);
-    std::fflush(stdout); // or the child would print what waits there once more
+    std::fflush(stdout); // or the child would print the buffered output again
     std::fflush(stderr);
     if (opened)
         child.process_id = fork();
@@ -291,14 +291,14 @@ Child start_child(const ChildOptions &options, const Function &in_child)
     }
     if (child.process_id < 0)
         ADD_FAILURE() << "can't start a child: " << std::strerror(errno);
-    settle_parent(&child, &output, &error);
+    keep_parent_ends(&child, &output, &error);
     if (child.process_id < 0)
         release_descriptors(&child);
     return child;
 }
 
-// Appends what has arrived; closes the descriptor at its end. A terminal whose other end is closed
-// answers EIO.
+// Appends what has arrived. Closes the descriptor at the end of its data, which for a terminal is
+// the error EIO.
 void collect_from(int *descriptor, std::string *text)
 {
     char chunk[16384];
@@ -309,7 +309,7 @@ void collect_from(int *descriptor, std::string *text)
         close_descriptor(descriptor);
 }
 
-// One wait on both streams; false when there is nothing (more) to wait for before the deadline.
+// Waits once for both streams. False if both have ended or the deadline has passed.
 bool collect_some(Child *child, Clock::time_point deadline)
 {
     if (child->output_descriptor < 0 && child->error_descriptor < 0)

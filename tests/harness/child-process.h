@@ -1,6 +1,5 @@
-// Child processes for the tests: arguments in, the bytes of both streams and the status out.
-// Every wait is bounded; a child that outlives its limit is ended by its process id and the test
-// fails.
+// Child processes for the tests: arguments in, the bytes of both streams and the status out. Every
+// wait is bounded. A child that exceeds its limit is killed by its process id and fails the test.
 #ifndef QUINTRAL_TESTS_HARNESS_CHILD_PROCESS_H
 #define QUINTRAL_TESTS_HARNESS_CHILD_PROCESS_H
 
@@ -20,13 +19,13 @@ enum class ChildStream {
     Closed,     // the descriptor is closed in the child
     FullDisk,   // /dev/full
     BrokenPipe, // a pipe whose reading end is closed before the child starts
-    StalledPipe // a pipe that is full and that nobody reads
+    StalledPipe // a full pipe that nobody reads
 };
 
 struct ChildOptions {
     ChildStream output = ChildStream::Pipe;
     ChildStream error = ChildStream::Pipe;
-    std::vector<std::pair<std::string, std::string>> environment = {}; // added to the test's own
+    std::vector<std::pair<std::string, std::string>> environment = {}; // added to that of the test
     std::vector<int> ignored_signals = {};                             // SIG_IGN in the child
     std::vector<int> blocked_signals = {};                             // blocked in the child
     int limit_seconds = 30;
@@ -36,14 +35,14 @@ struct ChildOptions {
 };
 
 struct ChildResult {
-    int exit_status = -1; // what exit gave, or -1
-    int signal = 0;       // the signal that ended the child, or 0
+    int exit_status = -1; // the argument of exit, or -1
+    int signal = 0;       // the signal that killed the child, or 0
     bool timed_out = false;
     std::string output; // bytes of standard output
     std::string error;  // bytes of standard error
 };
 
-// A child that is running. The functions below take it by reference; child_wait ends its life.
+// A running child. child_wait releases it.
 struct Child {
     pid_t process_id = -1;
     int output_descriptor = -1;
@@ -55,27 +54,27 @@ struct Child {
     int stalled_descriptors[2] = {-1, -1}; // reading ends that keep stalled pipes from breaking
 };
 
-// Starts arguments[0] (searched for along PATH where it holds no slash) with the arguments.
-// Standard input is /dev/null, every signal starts with its default action and unblocked, save
-// those that the options name. A failure to start is a test failure (process_id -1).
+// Starts the program arguments[0], which is searched for in PATH if it contains no slash. Standard
+// input is /dev/null. Every signal has its default action and is unblocked, except those that the
+// options name. A failure to start fails the test, and process_id is then -1.
 Child child_start(const std::vector<std::string> &arguments, const ChildOptions &options = {});
 
-// Forks and runs `body` in the child instead of a program; the child ends with the status that body
-// returns through _exit, or as body itself ends the process. Standard output and standard error are
-// flushed before _exit. An exception that leaves body ends the child through std::terminate.
+// Forks and runs `body` in the child instead of a program. When body returns, the child flushes
+// standard output and standard error and calls _exit with the result. An exception that leaves body
+// ends the child by std::terminate.
 Child child_start_function(const std::function<int()> &body, const ChildOptions &options = {});
 
-// Collects until the child's standard error (or output) contains the text, for at most
-// `limit_milliseconds`. True when it does.
+// Collects output until the child's standard output or standard error contains the text, for at
+// most `limit_milliseconds`. Returns whether it does.
 bool child_wait_for_text(Child &child, const std::string &text, int limit_milliseconds);
 
 // Sends a signal to the child by its process id.
 void child_signal(Child &child, int signal_number);
 
-// Collects both streams to their ends, waits for the child and releases everything.
+// Collects both streams to their ends, waits for the child and releases its descriptors.
 ChildResult child_wait(Child &child);
 
-// Start and wait in one.
+// child_start or child_start_function, then child_wait.
 ChildResult run_child(const std::vector<std::string> &arguments, const ChildOptions &options = {});
 ChildResult run_child_function(const std::function<int()> &body, const ChildOptions &options = {});
 

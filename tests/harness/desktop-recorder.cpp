@@ -1,12 +1,12 @@
-// Stands in for what the desktop starts: xdg-open itself, or the application that it finds. Writes
-// what it was given into the file that FAKE_RECORD names, complete from the moment it exists, then
-// ends as its argument says:
+// A fake xdg-open, or a fake application that xdg-open starts. Writes its arguments and
+// surroundings to the file FAKE_RECORD, which is complete as soon as it exists. Then it ends as its
+// argument says:
 //
-//     exit:N     with that status               signal:N   by that signal
-//     late:N     with that status, after 0.6 s  sleep:     with status 0, after 8 s
-//     stop:      as sleep:, having stopped its parent
+//     exit:N     with status N                  signal:N   by signal N
+//     late:N     with status N, after 0.6 s     sleep:     after 8 s
+//     stop:      like sleep:, after stopping its parent
 //
-// and otherwise with the status FAKE_STATUS, 0 unless given. FAKE_SLEEP, if set, sleeps first.
+// Otherwise it ends with the status FAKE_STATUS (default: 0), after 8 s if FAKE_SLEEP is set.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -45,7 +45,7 @@ std::string open_descriptors()
     return numbers;
 }
 
-// The rest of the line of /proc/self/status that begins with the name.
+// Returns the value of a line of /proc/self/status.
 std::string status_line(const std::string &name)
 {
     std::FILE *file = std::fopen("/proc/self/status", "r");
@@ -96,22 +96,20 @@ void sleep_milliseconds(int milliseconds)
     poll(nullptr, 0, milliseconds);
 }
 
-int end_as_told(const std::string &argument)
+int exit_status(const std::string &argument)
 {
     const std::size_t colon = argument.find(':');
-    const std::string ending = argument.substr(0, colon);
+    const std::string action = argument.substr(0, colon);
     const int number = colon == std::string::npos ? 0 : std::atoi(argument.c_str() + colon + 1);
-    if (ending == "exit")
-        return number;
-    if (ending == "late")
+    if (action == "late")
         sleep_milliseconds(600);
-    if (ending == "late")
+    if (action == "exit" || action == "late")
         return number;
-    if (ending == "signal")
+    if (action == "signal")
         std::raise(number);
-    if (ending == "stop")
+    if (action == "stop")
         kill(getppid(), SIGSTOP);
-    if (ending == "stop" || ending == "sleep" || !setting("FAKE_SLEEP").empty())
+    if (action == "stop" || action == "sleep" || !setting("FAKE_SLEEP").empty())
         sleep_milliseconds(long_sleep_milliseconds);
     return std::atoi(setting("FAKE_STATUS").c_str());
 }
@@ -122,5 +120,5 @@ int main(int argument_count, char **arguments)
 {
     if (!write_record(setting("FAKE_RECORD"), collect(argument_count, arguments)))
         return 99;
-    return end_as_told(argument_count > 1 ? arguments[1] : "");
+    return exit_status(argument_count > 1 ? arguments[1] : "");
 }

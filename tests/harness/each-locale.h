@@ -1,4 +1,4 @@
-// Tests that must hold whatever locale a host program has set: a fixture whose cases run under "C"
+// For tests that must pass under any locale of a host program: a fixture whose cases run under "C"
 // and under the test locales (letters above 0x7F in Latin-1 and in UTF-8, decimal comma).
 //
 //     class FormBody : public tests::InEachLocale {};

@@ -1,9 +1,8 @@
-// Sources and destinations of exactly their sizes: a memory checker sees one byte too many that is
-// read or written, and without one the bytes around a destination tell.
+// Sources and destinations of exact sizes: a memory checker reports one byte read or written too
+// many. Without one, guard bytes around a destination show what is written outside it.
 #ifndef QUINTRAL_TESTS_HARNESS_EXACT_BUFFER_H
 #define QUINTRAL_TESTS_HARNESS_EXACT_BUFFER_H
 
-#include <algorithm>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -12,7 +11,7 @@
 
 namespace quintral::tests {
 
-// What fills the room of a destination before anything is written.
+// Fills a destination before the call.
 constexpr char unwritten = '#';
 
 inline std::string with_terminator(const std::string &text)
@@ -20,7 +19,7 @@ inline std::string with_terminator(const std::string &text)
     return text + '\0';
 }
 
-// A destination as it is before the call: nothing, or a text that is to be changed in place.
+// A destination before the call: unwritten, or beginning with a string to be changed in place.
 inline std::string room_for(std::size_t capacity, const std::string &text = "")
 {
     std::string before(capacity, unwritten);
@@ -28,7 +27,7 @@ inline std::string room_for(std::size_t capacity, const std::string &text = "")
     return before;
 }
 
-// A text with its terminator in a block of exactly their size.
+// A string and its terminator in a block of exactly that size.
 inline std::vector<char> exact_copy(const std::string &text)
 {
     std::vector<char> block(text.begin(), text.end());
@@ -37,8 +36,8 @@ inline std::vector<char> exact_copy(const std::string &text)
     return block;
 }
 
-// What the call makes of a destination that holds `before`, all of it. The call is made twice: on a
-// block of exactly that size, and on one between guards, which it must leave as they are.
+// Returns all bytes of a destination after the call; `before` are those before it. The call is made
+// twice: on a block of exactly that size, and on one between guard bytes, which must not change.
 template <typename Call> std::string written(const std::string &before, const Call &call)
 {
     constexpr std::size_t guard_size = 64;
@@ -46,14 +45,13 @@ template <typename Call> std::string written(const std::string &before, const Ca
     std::string guarded = guard + before + guard;
     call(guarded.data() + guard_size);
     EXPECT_EQ(guarded.substr(0, guard_size), guard) << "written before the destination";
-    EXPECT_EQ(guarded.substr(guard_size + before.size()), guard)
-        << "written behind the destination";
+    EXPECT_EQ(guarded.substr(guard_size + before.size()), guard) << "written after the destination";
 
     std::vector<char> block(before.begin(), before.end());
     block.shrink_to_fit();
     call(block.data());
     const std::string result(block.begin(), block.end());
-    EXPECT_EQ(guarded.substr(guard_size, before.size()), result) << "the same call twice";
+    EXPECT_EQ(guarded.substr(guard_size, before.size()), result) << "the second call differs";
     return result;
 }
 

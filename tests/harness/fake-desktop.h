@@ -1,5 +1,5 @@
-// The desktop as a test has it: an xdg-open that is desktop-recorder.cpp, and what that wrote.
-// QUINTRAL_RECORDER is the recorder's program.
+// A fake desktop: desktop-recorder.cpp as xdg-open, and the record that it writes.
+// QUINTRAL_RECORDER is the path of its program.
 #ifndef QUINTRAL_TESTS_HARNESS_FAKE_DESKTOP_H
 #define QUINTRAL_TESTS_HARNESS_FAKE_DESKTOP_H
 
@@ -17,7 +17,7 @@
 
 namespace quintral::tests {
 
-// The whole record once it exists; empty where that takes too long.
+// Waits for the record and returns it; empty if it does not appear within 20 s.
 inline std::string wait_for_record(const std::string &path)
 {
     for (int i = 0; i < 2000 && access(path.c_str(), F_OK) != 0; ++i)
@@ -25,7 +25,7 @@ inline std::string wait_for_record(const std::string &path)
     return file_content(path);
 }
 
-// The rest of the first line that begins with the key.
+// Returns the value of a key in the record, the first one if there are several.
 inline std::string record_value(const std::string &record, const std::string &key)
 {
     const std::string text = "\n" + record;
@@ -36,7 +36,7 @@ inline std::string record_value(const std::string &record, const std::string &ke
     return text.substr(value, text.find('\n', value) - value);
 }
 
-// The one argument, which may hold line feeds; another text where there were more or fewer.
+// Returns the argument, which may contain line feeds. It must be the only one.
 inline std::string record_argument(const std::string &record)
 {
     if (record_value(record, "arguments") != "1")
@@ -46,7 +46,7 @@ inline std::string record_argument(const std::string &record)
     return record.substr(start, record.size() - start - 1);
 }
 
-// A folder with the recorder as xdg-open, alone in PATH, and a place for its record.
+// A folder with the recorder as xdg-open, which PATH then consists of, and with its record.
 class FakeDesktop {
 public:
     FakeDesktop() : root_(std::filesystem::canonical(folder_.path()).string())
@@ -60,7 +60,7 @@ public:
         return root_ + "/" + name;
     }
 
-    // Empty where nothing has been started, or is not yet.
+    // Empty until the recorder has run.
     std::string record() const
     {
         return file_content(path("record"));
@@ -76,7 +76,7 @@ private:
     std::string root_;
 };
 
-// Ends the recorder that the desktop's record tells of. True where it was still at work.
+// Kills the recorder that wrote the desktop's record. True if it was still running.
 template <typename Desktop> bool end_recorder(const Desktop &desktop)
 {
     const std::string record = wait_for_record(desktop.path("record"));

@@ -1,4 +1,4 @@
-// Holds the tools of the other tests to what their headers say.
+// Tests of the test tools: child processes and the scripted peer.
 #include "tests/harness/child-process.h"
 #include "tests/harness/descriptors.h"
 #include "tests/harness/loopback-peer.h"
@@ -12,7 +12,6 @@
 #include <string>
 
 #include <arpa/inet.h>
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
@@ -32,7 +31,7 @@ long long milliseconds_since(Clock::time_point start)
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-// A plain client. Its waits are bounded by the socket's own time limits.
+// A plain client. The time limits of its socket bound every wait.
 struct Client {
     int descriptor = -1;
     explicit Client(std::uint16_t port)
@@ -64,7 +63,7 @@ struct Client {
     {
         EXPECT_EQ(send(descriptor, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
     }
-    // The bytes up to the peer's close; *error tells how it ended: 0 or an errno.
+    // Returns the bytes up to the peer's close. *error is 0, or the errno of a failure.
     std::string read_all(int *error) const
     {
         std::string all;
@@ -75,7 +74,7 @@ struct Client {
         *error = count == 0 ? 0 : errno;
         return all;
     }
-    // True when nothing comes for so long.
+    // True if nothing arrives for that long.
     bool stays_silent(int milliseconds) const
     {
         pollfd polled = {descriptor, POLLIN, 0};
@@ -83,11 +82,11 @@ struct Client {
     }
 };
 
-TEST(LoopbackPeer, ReadRequestEndsAtTheEmptyLineAndForAPostBehindTheBody)
+TEST(LoopbackPeer, ReadRequestEndsAtTheEmptyLineAndForAPostAfterTheBody)
 {
     const struct {
         const char *request;
-        const char *rest; // what must still come before the peer answers
+        const char *rest; // the peer waits for this before it answers
     } rows[] = {
         {"GET / HTTP/1.0\r\nContent-Length: 5\r\n", "\r\n"},
         {"POST / HTTP/1.0\r\nContent-Length: 5\r\n\r\nabcd", "e"},
@@ -109,7 +108,7 @@ TEST(LoopbackPeer, ReadRequestEndsAtTheEmptyLineAndForAPostBehindTheBody)
     }
 }
 
-TEST(LoopbackPeer, TwoReadRequestsTakeOneRequestEach)
+TEST(LoopbackPeer, TwoReadRequestsReadOneRequestEach)
 {
     LoopbackPeer peer({{{PeerAct::ReadRequest},
                         {PeerAct::Send, "first "},
@@ -172,7 +171,7 @@ TEST(LoopbackPeer, SendForeverEndsWithThePeer)
     EXPECT_LT(milliseconds_since(start), 5000);
 }
 
-TEST(LoopbackPeer, CloseAsStepOrAtTheEndIsCleanEvenWithUnreadBytes)
+TEST(LoopbackPeer, CloseIsCleanAsAStepAndAtTheEndEvenWithUnreadBytes)
 {
     const PeerScript scripts[] = {
         {{PeerAct::Send, "bye"}},
@@ -191,7 +190,7 @@ TEST(LoopbackPeer, CloseAsStepOrAtTheEndIsCleanEvenWithUnreadBytes)
     }
 }
 
-TEST(LoopbackPeer, ResetIsSeenAsOne)
+TEST(LoopbackPeer, ResetArrivesAsAReset)
 {
     LoopbackPeer peer({{{PeerAct::ReadRequest}, {PeerAct::Reset}}});
     Client client(peer.port());
@@ -202,7 +201,7 @@ TEST(LoopbackPeer, ResetIsSeenAsOne)
     EXPECT_EQ(peer.received(0), "GET / HTTP/1.0\r\n\r\n");
 }
 
-TEST(LoopbackPeer, HoldKeepsSilentUntilTheClientCloses)
+TEST(LoopbackPeer, HoldStaysSilentUntilTheClientCloses)
 {
     LoopbackPeer peer({{{PeerAct::Hold}}});
     Client client(peer.port());
@@ -224,7 +223,7 @@ TEST(LoopbackPeer, HoldEndsWithThePeer)
     EXPECT_LT(milliseconds_since(start), 5000);
 }
 
-TEST(LoopbackPeer, ConnectionsPlayTheirOwnScriptsSideBySideAndThenTheLastOne)
+TEST(LoopbackPeer, ConnectionsPlayTheirScriptsInParallelAndThenTheLastOne)
 {
     LoopbackPeer peer({{{PeerAct::Hold}}, {{PeerAct::Send, "second"}}, {{PeerAct::Send, "last"}}});
     Client held(peer.port());
@@ -238,7 +237,7 @@ TEST(LoopbackPeer, ConnectionsPlayTheirOwnScriptsSideBySideAndThenTheLastOne)
     EXPECT_EQ(peer.address(), "127.0.0.1:" + std::to_string(peer.port()));
 }
 
-TEST(LoopbackPeer, AConnectionThatNeverCameIsAFailure)
+TEST(LoopbackPeer, AMissingConnectionFailsTheTest)
 {
     EXPECT_NONFATAL_FAILURE(
         {
@@ -248,7 +247,7 @@ TEST(LoopbackPeer, AConnectionThatNeverCameIsAFailure)
         "connection 0 never came");
 }
 
-TEST(LoopbackPeer, LeavesNoDescriptorOverManyConnections)
+TEST(LoopbackPeer, LeavesNoDescriptorOpenAfterManyConnections)
 {
     const std::size_t before = open_descriptors();
     {
@@ -297,7 +296,7 @@ TEST(RefusedPort, RefusesConnections)
     close(descriptor);
 }
 
-TEST(ChildProcess, BothStreamsAndTheStatusArriveApart)
+TEST(ChildProcess, BothStreamsAndTheStatusArriveSeparately)
 {
     const ChildResult result =
         run_child({"/bin/sh", "-c", "printf 'a\\nb'; printf 'c' >&2; exit 7"});
@@ -308,7 +307,7 @@ TEST(ChildProcess, BothStreamsAndTheStatusArriveApart)
     EXPECT_FALSE(result.timed_out);
 }
 
-TEST(ChildProcess, ATerminalIsOneAndPassesBytesAsTheyAreWritten)
+TEST(ChildProcess, ATerminalPassesBytesAsTheyAreWritten)
 {
     ChildOptions options;
     options.output = ChildStream::Terminal;
@@ -325,8 +324,7 @@ TEST(ChildProcess, ATerminalIsOneAndPassesBytesAsTheyAreWritten)
     EXPECT_EQ(result.exit_status, 0);
 }
 
-// The errno of a one-byte write to standard output, or 0. A write that would wait is asked for by
-// poll first.
+// Writes one byte to standard output. Returns 0 or the errno, ETIMEDOUT if the write would block.
 int write_error()
 {
     pollfd polled = {1, POLLOUT, 0};
@@ -364,14 +362,14 @@ TEST(ChildProcess, AWriteToAStalledPipeBlocks)
     options.output = ChildStream::StalledPipe;
     const ChildResult result = run_child_function(
         [] {
-            alarm(1); // ends the write below, which waits for a reader
+            alarm(1); // ends the write below, which blocks
             return write(1, "x", 1) == 1 ? 1 : 2;
         },
         options);
     EXPECT_EQ(result.signal, SIGALRM);
 }
 
-TEST(ChildProcess, SignalsAreDefaultAndUnblockedUnlessAskedFor)
+TEST(ChildProcess, SignalsAreDefaultAndUnblockedByDefault)
 {
     struct sigaction before = {};
     struct sigaction ignore = {};
@@ -388,7 +386,7 @@ TEST(ChildProcess, SignalsAreDefaultAndUnblockedUnlessAskedFor)
     sigaction(SIGTERM, &before, nullptr);
 }
 
-TEST(ChildProcess, TheEnvironmentIsTheTestsOwnWithTheAddedOnesInPlace)
+TEST(ChildProcess, TheEnvironmentIsTheTestsOwnWithTheGivenChanges)
 {
     ASSERT_EQ(setenv("TOOLS_KEPT", "kept", 1), 0);
     ASSERT_EQ(setenv("TOOLS_CHANGED", "old", 1), 0);
@@ -433,7 +431,7 @@ TEST(ChildProcess, AChildThatOutlivesItsLimitIsKilledAndFailsTheTest)
     EXPECT_EQ(result.output, "begun\n");
 }
 
-TEST(ChildProcess, AProgramThatIsNotThereFailsTheTest)
+TEST(ChildProcess, AMissingProgramFailsTheTest)
 {
     Child child;
     EXPECT_NONFATAL_FAILURE(child = child_start({"/nowhere/at-all"}), "can't run /nowhere/at-all");
@@ -441,7 +439,7 @@ TEST(ChildProcess, AProgramThatIsNotThereFailsTheTest)
     EXPECT_EQ(child_wait(child).exit_status, -1);
 }
 
-TEST(ChildProcess, TextIsWaitedForNoLongerThanAsked)
+TEST(ChildProcess, WaitsForTextNoLongerThanTheGivenLimit)
 {
     Child child = child_start({"/bin/sh", "-c", "echo ready >&2; exec sleep 25"});
     EXPECT_TRUE(child_wait_for_text(child, "ready", 5000));
@@ -450,7 +448,7 @@ TEST(ChildProcess, TextIsWaitedForNoLongerThanAsked)
     child_wait(child);
 }
 
-TEST(ChildProcess, LeavesNoDescriptor)
+TEST(ChildProcess, LeavesNoDescriptorOpen)
 {
     const std::size_t before = open_descriptors();
     const ChildStream streams[] = {ChildStream::Pipe,       ChildStream::Terminal,

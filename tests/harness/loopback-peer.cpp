@@ -31,12 +31,12 @@ using Lock = std::unique_lock<std::mutex>;
 constexpr auto request_limit = std::chrono::seconds(10);  // silence inside a request
 constexpr auto drain_limit = std::chrono::seconds(10);    // between our close and the client's
 constexpr auto received_limit = std::chrono::seconds(10); // as the header promises
-constexpr auto step_limit = std::chrono::seconds(90);     // below the time limit of any one test
+constexpr auto step_limit = std::chrono::seconds(90);     // below the time limit of a test
 
 struct Peer;
 
-// A thread of the peer's. Bare pthreads, since std::thread keeps a block of memory that only the
-// new thread knows of: in a forked child, which has no such thread, checkers take it for a leak.
+// A thread of the peer. Not std::thread, which keeps a block of memory that only the new thread
+// points to: a forked child does not have that thread, and memory checkers report a leak there.
 struct Thread {
     pthread_t handle = {};
     bool is_running = false;
@@ -48,7 +48,7 @@ struct Connection {
     PeerScript script;
     std::string received;
     std::size_t request_start = 0; // where in `received` the next request begins
-    bool client_closed = false;    // it has closed its side; ours may still send
+    bool client_closed = false;    // the client has closed its side; ours may still send
     bool ended = false;            // the script is over and the socket closed
     Thread thread;
 };
@@ -56,16 +56,16 @@ struct Connection {
 struct Peer {
     std::vector<PeerScript> scripts;
     int listener = -1;
-    int wake_pipe[2] = {-1, -1}; // one byte in it, never read, tells all threads to stop
+    int wake_pipe[2] = {-1, -1}; // a byte in it, never read, stops all threads
     std::uint16_t port = 0;
     std::vector<std::unique_ptr<Connection>> connections;
     std::condition_variable changed;
     Thread acceptor;
 };
 
-// What all peers of the process share. One lock guards every peer's state and the descriptors: a
-// fork takes it, so that the child is born between two of our steps, with a known set of
-// descriptors to close and with no thread inside the allocator for the peer's sake.
+// Shared by all peers of the process. One lock guards every peer's state and the descriptors. A
+// fork takes it too, so that the child starts with a known set of descriptors to close, and while
+// no thread of a peer is inside the allocator.
 struct Registry {
     std::mutex mutex;
     std::set<int> descriptors;
@@ -98,14 +98,14 @@ Registry *make_registry()
     return registry_of_forks;
 }
 
-// Never destroyed: a fork in a destructor of some other global may still need it.
+// Never destroyed, because a fork in the destructor of another global may still need it.
 Registry &registry()
 {
     static Registry *const instance = make_registry();
     return *instance;
 }
 
-// Requires: the registry's lock is held, so that no child is forked before the flag stands.
+// Requires: the registry's lock is held, so that no child is forked before the flag is set.
 int adopt_descriptor(int descriptor)
 {
     if (descriptor < 0)
@@ -170,7 +170,7 @@ Event record_arrivals(Peer &peer, Connection &connection)
     return Event::Received;
 }
 
-// The one place where a connection waits. Whatever the wait is for, what arrives is recorded.
+// All waits of a connection are here. Whatever it waits for, it records what arrives.
 Event next_event(Peer &peer, Connection &connection, bool to_write, Clock::time_point deadline)
 {
     const int reading = connection.client_closed ? 0 : POLLIN;
@@ -190,7 +190,7 @@ Event next_event(Peer &peer, Connection &connection, bool to_write, Clock::time_
     return Event::Writable;
 }
 
-// Sends all bytes; false when nobody takes them any more.
+// Sends all bytes. False if the client is gone, the peer stops or the step takes too long.
 bool send_bytes(Peer &peer, Connection &connection, const std::string &bytes)
 {
     std::size_t sent = 0;
@@ -211,7 +211,7 @@ bool send_bytes(Peer &peer, Connection &connection, const std::string &bytes)
     return true;
 }
 
-// Records until the client has closed, is gone, or the time is over; true when it is over.
+// Records until the client closes, the peer stops or the deadline passes. True for the deadline.
 bool record_until(Peer &peer, Connection &connection, Clock::time_point deadline)
 {
     Event event = connection.client_closed ? Event::ClientClosed : Event::Received;
@@ -220,7 +220,7 @@ bool record_until(Peer &peer, Connection &connection, Clock::time_point deadline
     return event == Event::Late;
 }
 
-// The number behind the "Content-Length:" of a header whose request line begins with POST, or 0.
+// Returns the Content-Length of a POST request, 0 for other requests.
 std::size_t body_length(std::string header)
 {
     if (header.compare(0, 4, "POST") != 0)
@@ -234,7 +234,7 @@ std::size_t body_length(std::string header)
     return std::strtoul(header.c_str() + found + std::strlen(name), nullptr, 10);
 }
 
-// Where the request that begins at `start` ends, or npos while it is not there as a whole.
+// Returns the end of the request that begins at `start`, or npos while it is incomplete.
 std::size_t request_end(const std::string &received, std::size_t start)
 {
     const std::size_t empty_line = received.find("\r\n\r\n", start);
@@ -248,7 +248,7 @@ std::size_t request_end(const std::string &received, std::size_t start)
 bool read_request(Peer &peer, Connection &connection)
 {
     for (;;) {
-        // Only this thread writes to `received`, so that it reads it without the lock.
+        // No lock: only this thread writes to `received`.
         const std::size_t end = request_end(connection.received, connection.request_start);
         if (end != std::string::npos) {
             connection.request_start = end;
@@ -256,7 +256,7 @@ bool read_request(Peer &peer, Connection &connection)
         }
         const Event event = next_event(peer, connection, false, Clock::now() + request_limit);
         if (event == Event::Late)
-            ADD_FAILURE() << "the peer waited in vain for the rest of this request:\n"
+            ADD_FAILURE() << "the rest of this request did not arrive:\n"
                           << connection.received.substr(connection.request_start);
         if (event != Event::Received)
             return false;
@@ -275,8 +275,8 @@ bool trickle(Peer &peer, Connection &connection, const PeerStep &step)
     return true;
 }
 
-// Ends our side and takes what still comes until the client ends its own: closing a socket with
-// unread bytes would send a reset, and the client might lose the end of the reply.
+// Shuts our side down and reads until the client closes its own: closing a socket with unread bytes
+// would send a reset, and the client might lose the end of the reply.
 bool close_cleanly(Peer &peer, Connection &connection)
 {
     shutdown(connection.descriptor, SHUT_WR);
@@ -291,7 +291,7 @@ bool arm_reset(const Connection &connection)
     return false;
 }
 
-// Plays one step; false when it was the connection's last.
+// Plays one step. False if the connection ends with it.
 bool play_step(Peer &peer, Connection &connection, const PeerStep &step)
 {
     const auto pause_end = Clock::now() + std::chrono::milliseconds(step.milliseconds);
@@ -359,7 +359,7 @@ void join_thread(Thread *thread)
     thread->is_running = false;
 }
 
-// Requires: the registry's lock is held. An ended thread does not need it any more.
+// Requires: the registry's lock is held. A thread that has ended no longer takes it.
 void join_ended_threads(Peer &peer)
 {
     for (auto &connection : peer.connections) {
@@ -421,8 +421,8 @@ bool open_listener(Peer &peer)
     return peer.port != 0 && listen(peer.listener, 128) == 0;
 }
 
-// The threads start with all signals blocked: those of the process belong to the test's own thread,
-// and a send to a client that has left answers EPIPE instead of ending the process.
+// The threads start with all signals blocked: the signals of the process are for the test's thread,
+// and a send to a client that has closed fails with EPIPE instead of ending the process.
 void start_acceptor(Peer &peer)
 {
     sigset_t all;

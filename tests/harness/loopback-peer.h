@@ -1,17 +1,16 @@
-// A scripted peer on 127.0.0.1: a server of a few steps that records every byte it is sent.
+// A scripted peer on 127.0.0.1: a server that plays a few steps and records every byte it receives.
 //
-// A test says what the peer does on each connection, lets the code under test talk to it, and looks
-// at the bytes that arrived:
+// A test scripts what the peer does on each connection, runs the code under test against it, and
+// checks the bytes that arrived:
 //
 //     LoopbackPeer peer({{{PeerAct::ReadRequest},
 //                         {PeerAct::Send, "HTTP/1.0 200 OK\r\n\r\nbody"}}});
 //     ... web_request(("http://127.0.0.1:" + std::to_string(peer.port()) + "/").c_str(), ...);
 //     EXPECT_EQ(peer.received(0), "POST http://...");
 //
-// Every wait in here is bounded, so that a test that goes wrong fails instead of hanging, and the
-// destructor ends all connections and joins its threads. A script ends early when its client is
-// gone. A process that the test forks holds none of the peer's sockets: they are closed in it at
-// once.
+// Every wait is bounded, so that a broken test fails instead of hanging. The destructor ends all
+// connections and joins the threads. A script ends early if its client is gone. In a process that
+// the test forks, the peer's sockets are closed at once.
 #ifndef QUINTRAL_TESTS_HARNESS_LOOPBACK_PEER_H
 #define QUINTRAL_TESTS_HARNESS_LOOPBACK_PEER_H
 
@@ -23,12 +22,12 @@
 namespace quintral::tests {
 
 enum class PeerAct {
-    ReadRequest, // read to the empty line and then, for a POST, as far as Content-Length says
+    ReadRequest, // read up to the empty line and, for a POST, the body of Content-Length bytes
     Send,        // send `bytes`
-    Pause,       // wait `milliseconds` (still recording what arrives)
-    Trickle,     // send `bytes` one at a time, `milliseconds` apart
-    SendForever, // send `bytes` again and again until the client is gone or the peer is destroyed
-    Close,       // read what is already there, then close cleanly (also done behind the last step)
+    Pause,       // wait for `milliseconds`, still recording
+    Trickle,     // send `bytes` one by one, with a pause of `milliseconds` after each
+    SendForever, // send `bytes` repeatedly until the client closes or the peer is destroyed
+    Close,       // read what has arrived, then close cleanly; also done after the last step
     Reset,       // close with a reset (SO_LINGER 0)
     Hold,        // do nothing until the client closes or the peer is destroyed
 };
@@ -43,8 +42,8 @@ using PeerScript = std::vector<PeerStep>;
 
 class LoopbackPeer {
 public:
-    // Listens on a free port of 127.0.0.1 at once. Connection i (from 0) plays scripts[i], each on
-    // a thread of its own; connections behind the last script play the last one again.
+    // Listens on a free port of 127.0.0.1. Connection i, counted from 0, plays scripts[i] on its
+    // own thread; further connections play the last script again.
     explicit LoopbackPeer(std::vector<PeerScript> scripts);
     ~LoopbackPeer();
     LoopbackPeer(const LoopbackPeer &) = delete;
@@ -55,16 +54,15 @@ public:
     // "127.0.0.1:PORT"
     std::string address() const;
 
-    // How many connections have been accepted so far.
+    // The number of connections accepted so far.
     int connection_count() const;
 
-    // All bytes that connection i has sent. Waits (10 s at most) until that connection's script has
-    // ended; a connection that never came gives an empty text and a test failure.
+    // All bytes that connection i has sent. Waits at most 10 s until its script has ended. Without
+    // such a connection the test fails and the result is empty.
     std::string received(int connection) const;
 
-    // True as soon as connection i has come and sent the text, false after `limit_milliseconds`.
-    // For a test that must act while the connection is open, such as one that interrupts its
-    // client.
+    // True as soon as connection i has sent the text, false after `limit_milliseconds`. For a test
+    // that must act while the connection is open, for example to interrupt its client.
     bool wait_for_text(int connection, const std::string &text, int limit_milliseconds) const;
 
 private:
@@ -72,8 +70,8 @@ private:
     std::shared_ptr<State> state;
 };
 
-// A port of 127.0.0.1 on which nobody listens: connecting to it is refused. It stays reserved
-// (bound, not listening) for the life of the process.
+// A port of 127.0.0.1 that refuses connections. It stays reserved (bound, not listening) for the
+// life of the process.
 std::uint16_t refused_port();
 
 } // namespace quintral::tests

@@ -6,7 +6,7 @@
 
 namespace quintral::tests {
 
-// Installs a handler and puts the one before back at its end.
+// Installs a handler, and restores the previous one when destroyed.
 class MessageHandlerGuard {
 public:
     explicit MessageHandlerGuard(MessageHandler handler) : previous_(set_message_handler(handler))

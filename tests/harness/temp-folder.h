@@ -1,4 +1,4 @@
-// Folders of their own for the tests of the file helpers, and what the tests put into them.
+// Temporary folders for tests, and functions that make and examine files.
 #ifndef QUINTRAL_TESTS_HARNESS_TEMP_FOLDER_H
 #define QUINTRAL_TESTS_HARNESS_TEMP_FOLDER_H
 
@@ -18,8 +18,8 @@
 
 namespace quintral::tests {
 
-// An empty folder that goes with the record, whatever is in it by then. A failure to make it fails
-// the test and leaves the path empty, so that nothing can be done to other folders.
+// An empty folder, removed with its contents when the object is destroyed. If it cannot be made,
+// the test fails and the path is empty.
 class TempFolder {
 public:
     TempFolder()
@@ -64,7 +64,7 @@ inline void make_file(const std::string &path, const std::string &content = "con
     EXPECT_TRUE(stream.good()) << path;
 }
 
-// The bytes of a file, none where it cannot be read.
+// Returns the bytes of a file; none if it cannot be read.
 inline std::string file_content(const std::string &path)
 {
     std::ifstream stream(path, std::ios::binary);
@@ -83,7 +83,7 @@ inline void make_link(const std::string &target, const std::string &path)
     EXPECT_FALSE(error) << path;
 }
 
-// The permission bits of what a path leads to.
+// Returns the permission bits of a file, symbolic links followed.
 inline mode_t permissions_of(const std::string &path)
 {
     struct stat status = {};
@@ -91,7 +91,7 @@ inline mode_t permissions_of(const std::string &path)
     return status.st_mode & 07777;
 }
 
-// Everything below a folder as paths relative to it, sorted; links are not followed.
+// Returns the relative paths of everything below a folder, sorted. Links are not followed.
 inline std::vector<std::string> entries_below(const std::string &folder)
 {
     std::vector<std::string> entries;
@@ -104,7 +104,7 @@ inline std::vector<std::string> entries_below(const std::string &folder)
     return entries;
 }
 
-// The names in a folder in the order in which the system yields them.
+// Returns the names in a folder in the order in which readdir returns them.
 inline std::vector<std::string> names_in_system_order(const std::string &folder)
 {
     std::vector<std::string> names;

@@ -1,5 +1,5 @@
-// The main of every test program: no test but those about it may depend on the proxy, locale and
-// option settings of the environment it was started from.
+// The main of every test program. It cleans the environment, so that no test depends on the proxy,
+// locale and option settings of whoever started it.
 #include "tests/harness/test-main.h"
 
 #include <cstdlib>

@@ -7,7 +7,7 @@
 
 namespace quintral::tests {
 
-// The text `count` times in a row. For one character, std::string(count, c) says it already.
+// The string repeated `count` times. For one character use std::string(count, c).
 inline std::string repeated(std::size_t count, const std::string &text)
 {
     std::string all;

@@ -33,7 +33,7 @@ struct ClassRow {
     std::string members;
 };
 
-TEST_P(Ascii, EachClassHoldsItsOwnBytesOfAll256AndNoOthers)
+TEST_P(Ascii, EachClassHoldsItsOwnBytesAndNoOthersOfAll256)
 {
     const ClassRow rows[] = {
         {"digit", ascii_is_digit, digits},
@@ -52,7 +52,7 @@ TEST_P(Ascii, EachClassHoldsItsOwnBytesOfAll256AndNoOthers)
     }
 }
 
-TEST_P(Ascii, CaseMappingChangesTheOtherCaseOnlyOfAll256Bytes)
+TEST_P(Ascii, CaseMappingChangesOnlyLettersOfTheOtherCaseOfAll256Bytes)
 {
     const std::string upper_letters = uppers;
     const std::string lower_letters = lowers;
@@ -71,7 +71,7 @@ struct NumberRow {
     const char *text;
     bool found;
     std::int32_t value;
-    std::size_t read; // bytes up to behind the last digit
+    std::size_t read; // bytes up to and including the last digit
 };
 
 const NumberRow number_rows[] = {
@@ -95,7 +95,7 @@ const NumberRow number_rows[] = {
     {" 5", true, 5, 2},
     {" \t\n\v\f\r5", true, 5, 7},
     {" -5 ", true, -5, 3},
-    // no number
+    // not a number
     {"", false, 0, 0},
     {" ", false, 0, 0},
     {"-", false, 0, 0},
@@ -107,7 +107,7 @@ const NumberRow number_rows[] = {
     {".5", false, 0, 0},
     {"\2405", false, 0, 0}, // a no-break space in Latin-1
     {"\262", false, 0, 0},  // a superscript two
-    // the ends of the range
+    // the limits of the range
     {"2147483646", true, highest - 1, 10},
     {"2147483647", true, highest, 10},
     {"2147483648", true, highest, 10},
@@ -120,25 +120,25 @@ const NumberRow number_rows[] = {
     {"-99999999999999999999999999999999", true, lowest, 33},
 };
 
-TEST_P(Ascii, NumberScanReadsAsPercentDDoesAndSaturates)
+TEST_P(Ascii, NumberScanReadsLikePercentDAndSaturates)
 {
     for (const NumberRow &row : number_rows) {
         std::int32_t value = 12345;
-        const char *behind = ascii_scan_int(row.text, &value);
+        const char *after = ascii_scan_int(row.text, &value);
         const char *expected = row.found ? row.text + row.read : nullptr;
-        EXPECT_EQ(static_cast<const void *>(behind), static_cast<const void *>(expected))
+        EXPECT_EQ(static_cast<const void *>(after), static_cast<const void *>(expected))
             << "text \"" << row.text << '"';
         EXPECT_EQ(value, row.value) << "text \"" << row.text << '"';
     }
 }
 
-TEST_P(Ascii, NumberOfATextIsTheOneItBeginsWithOrZero)
+TEST_P(Ascii, NumberOfAStringIsItsLeadingNumberOrZero)
 {
     for (const NumberRow &row : number_rows)
         EXPECT_EQ(ascii_to_int(row.text), row.value) << "text \"" << row.text << '"';
 }
 
-TEST_P(Ascii, OnlyTheSixSpacesOfAll256BytesMayStandBeforeANumber)
+TEST_P(Ascii, OnlyTheSixSpacesOfAll256BytesMayPrecedeANumber)
 {
     for (int byte = 0; byte < 256; ++byte) {
         const char text[] = {static_cast<char>(byte), '5', '\0'};
@@ -266,7 +266,7 @@ TEST_P(Ascii, DigitsAreTheTenOfAll256BytesOnly)
 TEST(AsciiLocale, TheTestLocaleWouldChangeTheCLibrarysAnswers)
 {
     ASSERT_NE(std::setlocale(LC_ALL, tests::comma_locale), nullptr);
-    // Volatile, because optimisers take the C locale's answers for granted.
+    // Volatile, because optimisers assume the C locale.
     const volatile int small_umlaut = 0xe4;
     EXPECT_NE(std::isalpha(small_umlaut), 0);
     EXPECT_EQ(std::toupper(small_umlaut), 0xc4);
@@ -274,7 +274,7 @@ TEST(AsciiLocale, TheTestLocaleWouldChangeTheCLibrarysAnswers)
     std::setlocale(LC_ALL, "C");
 }
 
-// The functions serve constant expressions too.
+// The functions can be used in constant expressions.
 static_assert(ascii_to_upper('q') == 'Q');
 static_assert(ascii_to_int(" -42x") == -42);
 static_assert(*ascii_skip_prefix("HTTP:x", "http:") == 'x');

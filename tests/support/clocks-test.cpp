@@ -1,4 +1,4 @@
-// Clocks and waits: exact values at a frozen time, the exact request of a sleep, real sleeps and
+// Clocks and waits: exact values at a frozen time, the exact argument of nanosleep, real sleeps and
 // signals.
 #include "support/clocks.h"
 
@@ -19,14 +19,14 @@ namespace quintral {
 namespace {
 
 timeval frozen_time;
-std::vector<std::time_t> coming_times; // what time() tells, the last one again and again
+std::vector<std::time_t> coming_times; // what time() returns, the last one again and again
 std::size_t next_time;
 int times_read;
-timeval time_step; // by which the frozen time moves on with every reading
+timeval time_step; // added to the frozen time after each reading
 std::vector<timespec> sleep_requests;
 int sleep_result;
 
-// Puts a frozen time, coming times and a recorded sleep in the system's place.
+// Replaces the system's time and sleep by the values above.
 class Clocks : public testing::Test {
 protected:
     void SetUp() override
@@ -97,7 +97,7 @@ TEST_F(Clocks, SecondsCountFrom1997WithMicroseconds)
     }
 }
 
-TEST_F(Clocks, StampGivesWholeSecondsAndKeepsTheRest)
+TEST_F(Clocks, StampReturnsWholeSecondsAndKeepsTheFraction)
 {
     const struct {
         timeval now;
@@ -126,10 +126,10 @@ TEST_F(Clocks, StampReadsTheTimeOnce)
     EXPECT_EQ(clock_last_stamp, 61 + 900000 * 0.000001);
 }
 
-TEST_F(Clocks, StampWrapsAndWhatItKeepsDoesNot)
+TEST_F(Clocks, StampWrapsAndTheKeptValueDoesNot)
 {
     if (sizeof(std::time_t) < 8)
-        GTEST_SKIP() << "a 32-bit time ends before";
+        GTEST_SKIP() << "a 32-bit time_t ends earlier";
     frozen_time = time_at(std::int64_t{852076800} + 2147483647, 0); // in 2065
     EXPECT_EQ(clock_stamp(), 2147483647);
     frozen_time = time_at(std::int64_t{852076800} + 2147483648, 500000);
@@ -193,15 +193,15 @@ TEST_F(Clocks, SleepIsRoundedToTheNearestMillisecond)
         {1.5F, 1, 500000000},
         {2.25F, 2, 250000000},
         {3600.0F, 3600, 0},
-        // the single-precision product holds no thousandths here
+        // a float of this size cannot hold all milliseconds
         {20000.001F, 20000, 2000000},
         {100000.5F, 100000, 496000000},
-        // 2^24 + 1 milliseconds are no float
+        // 2^24 + 1 milliseconds are not a float
         {16777.217F, 16777, 216000000},
         // the half is added to the product as a double
         {8388.609F, 8388, 609000000},
         {0.000499999966F, 0, 0},
-        // above -1.5 milliseconds nothing is left of the sign
+        // values above -1.5 milliseconds round to 0
         {-0.0F, 0, 0},
         {-0.0001F, 0, 0},
         {-0.0005F, 0, 0},
@@ -219,7 +219,7 @@ TEST_F(Clocks, SleepIsRoundedToTheNearestMillisecond)
     }
 }
 
-TEST_F(Clocks, SleepRefusesWhatIsNoTime)
+TEST_F(Clocks, SleepRejectsInvalidTimes)
 {
     const float infinity = std::numeric_limits<float>::infinity();
     const float not_a_number = std::numeric_limits<float>::quiet_NaN();
@@ -236,7 +236,7 @@ TEST_F(Clocks, SleepRefusesWhatIsNoTime)
     }
 }
 
-TEST_F(Clocks, SleepRefusesSecondsThatTheSystemCannotExpress)
+TEST_F(Clocks, SleepRejectsTimesThatTheSystemCannotRepresent)
 {
     const bool wide = sizeof(std::time_t) >= 8;
     EXPECT_EQ(sleep_seconds(2147483520.0F), 0); // 2147483510784 ms as a float
@@ -245,28 +245,28 @@ TEST_F(Clocks, SleepRefusesSecondsThatTheSystemCannotExpress)
     EXPECT_EQ(sleep_requests.size(), wide ? 3U : 1U);
 }
 
-TEST_F(Clocks, SleepGivesTheSystemsResult)
+TEST_F(Clocks, SleepReturnsTheSystemsResult)
 {
     sleep_result = -1;
     EXPECT_EQ(sleep_seconds(1), -1);
     EXPECT_EQ(errno, EINTR);
-    EXPECT_EQ(sleep_requests.size(), 1U) << "a sleep cut short is not resumed";
+    EXPECT_EQ(sleep_requests.size(), 1U) << "an interrupted sleep is not resumed";
 }
 
-TEST_F(Clocks, WaitAsksForTheTimeUntilItIsThere)
+TEST_F(Clocks, WaitReadsTheTimeUntilItIsReached)
 {
     const struct {
         std::vector<std::time_t> times;
         std::uint32_t seconds;
         std::time_t result;
-        int read; // how often
+        int read; // number of readings
     } rows[] = {
         {{100}, 0, 100, 2},
         {{100, 100}, 0, 100, 2},
         {{100, 101}, 0, 101, 2},
         {{100, 100, 101, 102, 103}, 2, 102, 4},
-        {{100, 105, 106}, 2, 105, 2},         // a jump ends it
-        {{100, 90, 95, 102, 103}, 2, 102, 4}, // a clock set back makes it longer
+        {{100, 105, 106}, 2, 105, 2},         // a jump ends the wait
+        {{100, 90, 95, 102, 103}, 2, 102, 4}, // setting the clock back extends it
         {{-5, -4, -3, -2}, 2, -3, 3},
     };
     for (const auto &row : rows) {
@@ -285,7 +285,7 @@ long voluntary_switches()
     return usage.ru_nvcsw;
 }
 
-// Each sleep would give the processor up once.
+// Each sleep would yield the processor once.
 TEST_F(Clocks, WaitNeverSleeps)
 {
     constexpr std::size_t readings = 2000;
@@ -300,7 +300,7 @@ TEST_F(Clocks, WaitNeverSleeps)
 TEST_F(Clocks, WaitComparesIn64Bits)
 {
     if (sizeof(std::time_t) < 8)
-        GTEST_SKIP() << "a 32-bit time never gets there";
+        GTEST_SKIP() << "a 32-bit time_t ends earlier";
     const std::int64_t start = 2000000000;
     coming_times = {static_cast<std::time_t>(start), static_cast<std::time_t>(start + 1),
                     static_cast<std::time_t>(start + 4294967294),

@@ -48,7 +48,7 @@ TEST_F(Abort, ExceptionIsAPlainClassOfFileLineCodeAndReservedWord)
     EXPECT_EQ(offsetof(QuintralAbortException, reserved), pointer + 8);
 }
 
-TEST_F(Abort, ThrowAbortThrowsByValueWhatItIsGivenAndAReservedWordOf0)
+TEST_F(Abort, ThrowAbortThrowsItsArgumentsByValueAndAReservedWordOf0)
 {
     const char *file = "support/c-utils";
     const struct {
@@ -59,7 +59,7 @@ TEST_F(Abort, ThrowAbortThrowsByValueWhatItIsGivenAndAReservedWordOf0)
         bool caught = false;
         try {
             throw_abort(row.code, file, row.line);
-        } catch (QuintralAbortException abort) { // by value: copies are the same
+        } catch (QuintralAbortException abort) { // by value, to check a copy
             caught = true;
             EXPECT_EQ(abort.file, file);
             EXPECT_EQ(abort.line, row.line);
@@ -73,7 +73,7 @@ TEST_F(Abort, ThrowAbortThrowsByValueWhatItIsGivenAndAReservedWordOf0)
 
 // Assertions
 
-// What a failed assertion throws, whatever it is; file is null where nothing was thrown.
+// Returns the abort exception that body throws; its file is null if nothing was thrown.
 QuintralAbortException thrown_by(const std::function<void()> &body)
 {
     try {
@@ -92,7 +92,7 @@ void expect_assertion_abort(const QuintralAbortException &abort)
     EXPECT_EQ(abort.reserved, 0);
 }
 
-TEST_F(Assertion, AFailureLogsReportsOneErrorCountsItAndThrowsItsOwnPlace)
+TEST_F(Assertion, AFailureIsLoggedReportedOnceCountedAndThrown)
 {
     const std::int32_t before = message_count();
     expect_assertion_abort(
@@ -106,7 +106,7 @@ TEST_F(Assertion, AFailureLogsReportsOneErrorCountsItAndThrowsItsOwnPlace)
     EXPECT_EQ(message_count(), before + 1);
 }
 
-TEST_F(Assertion, TextsOfAnyLengthAreCut)
+TEST_F(Assertion, LongStringsAreCut)
 {
     const std::string text(100000, 'x');
     expect_assertion_abort(
@@ -117,7 +117,7 @@ TEST_F(Assertion, TextsOfAnyLengthAreCut)
     EXPECT_EQ(records.size(), 3u);
 }
 
-TEST_F(Assertion, AConditionThatHoldsDoesNothingAndIsEvaluatedOnce)
+TEST_F(Assertion, ATrueConditionDoesNothingAndIsEvaluatedOnce)
 {
     const std::int32_t before = message_count();
     int evaluated = 0;
@@ -127,7 +127,7 @@ TEST_F(Assertion, AConditionThatHoldsDoesNothingAndIsEvaluatedOnce)
     EXPECT_EQ(log_hook_calls, 0);
 }
 
-TEST_F(Assertion, AConditionThatDoesNotHoldIsEvaluatedOnceAndThrows)
+TEST_F(Assertion, AFalseConditionIsEvaluatedOnceAndThrows)
 {
     int evaluated = 0;
     expect_assertion_abort(thrown_by([&] { QUINTRAL_ASSERT(++evaluated == 2); }));
@@ -143,7 +143,7 @@ struct Truth {
     }
 };
 
-TEST_F(Assertion, TakesWhateverAnIfTakes)
+TEST_F(Assertion, AcceptsWhateverAnIfAccepts)
 {
     const char *none = nullptr;
     const char *text = "text";
@@ -156,7 +156,7 @@ TEST_F(Assertion, TakesWhateverAnIfTakes)
     expect_assertion_abort(thrown_by([] { QUINTRAL_ASSERT(0 || 0); }));
 }
 
-// The branch that an assertion before else leads to.
+// Returns the branch that is taken with an assertion before else.
 int branch_of(bool condition)
 {
     int branch = 1;
@@ -178,7 +178,7 @@ TEST_F(Assertion, IsOneStatementBeforeElseAndAnExpressionOfTypeVoid)
 #define TEXT_OF(...) #__VA_ARGS__
 #define EXPANDED_TEXT_OF(...) TEXT_OF(__VA_ARGS__)
 
-TEST_F(Assertion, PassesItsConditionAsWrittenItsFileAndItsLine)
+TEST_F(Assertion, PassesItsConditionAsWrittenWithFileAndLine)
 {
     const std::string expansion = EXPANDED_TEXT_OF(QUINTRAL_ASSERT(EOF < 0));
     const std::string line = std::to_string(__LINE__ - 1);
@@ -186,7 +186,7 @@ TEST_F(Assertion, PassesItsConditionAsWrittenItsFileAndItsLine)
         << expansion;
 }
 
-TEST(FailedAssertion, PrintsExactlyOneLineOnStandardErrorAndIsCaughtByItsHost)
+TEST(FailedAssertion, PrintsOneLineOnStandardErrorAndCanBeCaught)
 {
     const std::int32_t before = message_count();
     const ChildResult result = run_in_child([before] {
@@ -208,7 +208,7 @@ TEST(FailedAssertion, IsCapturedWithTheTestHandlerAndStillThrown)
                  "assertion");
 }
 
-TEST(FailedAssertion, ThatNobodyCatchesEndsTheProcessByAbort)
+TEST(FailedAssertion, EndsTheProcessByAbortIfNobodyCatchesIt)
 {
     const ChildResult result = run_in_child([] {
         QUINTRAL_ASSERT(1 > 2);
@@ -217,7 +217,7 @@ TEST(FailedAssertion, ThatNobodyCatchesEndsTheProcessByAbort)
     EXPECT_EQ(result.signal, SIGABRT);
     EXPECT_EQ(result.exit_status, -1);
     EXPECT_EQ(result.output, "");
-    // What the language's runtime says stands behind it.
+    // The language's runtime adds its own message.
     expect_bytes(result.error.substr(0, assertion_line.size()), assertion_line, "standard error");
 }
 

@@ -1,4 +1,4 @@
-// format_message: the line of every level, what of a text is kept, and where it is cut.
+// format_message: the line of each level, the line feeds that are dropped, and where text is cut.
 #include "support/error.h"
 
 #include "tests/harness/test-main.h"
@@ -33,15 +33,15 @@ TEST(MessageLevels, AreTheIntegers0To10)
         EXPECT_EQ(levels[i], i);
 }
 
-// The line in a buffer of out_size bytes that is followed by bytes nobody may touch. The result
-// and the terminator are checked.
+// Returns the line for a buffer of out_size bytes. Checks the result, the terminator, and that
+// nothing is written after the buffer.
 std::string formatted(MessageLevel level, const std::string &text, int out_size)
 {
     const auto size = static_cast<std::size_t>(out_size);
     std::vector<char> out(size + 64, '#');
-    std::string given = text;
+    const std::string given = text;
     const int length = format_message(level, given.c_str(), out.data(), out_size);
-    EXPECT_EQ(given, text) << "the caller's text was written to";
+    EXPECT_EQ(given, text) << "the caller's string was changed";
     EXPECT_TRUE(std::all_of(out.begin() + out_size, out.end(), [](char c) { return c == '#'; }))
         << "written past out_size " << out_size;
     EXPECT_TRUE(length >= 0 && length < out_size) << "result " << length;
@@ -49,7 +49,7 @@ std::string formatted(MessageLevel level, const std::string &text, int out_size)
     return std::string(out.data());
 }
 
-TEST(FormatMessage, MakesTheLineOfEachLevelWithoutALineFeed)
+TEST(FormatMessage, FormatsEachLevelWithoutALineFeed)
 {
     for (const LevelRow &row : level_rows) {
         for (const std::string body : {"text", "", "a\nb", "100%s%n", "\x80\xe4\xff"}) {
@@ -64,7 +64,6 @@ struct TextRow {
     std::string body;
 };
 
-// What of a text's end is dropped.
 const TextRow ending_rows[] = {
     {"text\n", "text"},       {"text\n\n", "text"},
     {"text\n\n\n\n", "text"}, {"\n", ""},
@@ -99,14 +98,14 @@ TEST(FormatMessage, CutsTheBodyToOutSizeLess20)
         {100, std::string(81, 'x'), std::string(80, 'x')},
         {100, std::string(5000, 'x'), std::string(80, 'x')},
         {1024, std::string(1003, 'x'), std::string(1003, 'x')},
-        {1024, std::string(1004, 'x'), std::string(1004, 'x')}, // one more than the handlers show
+        {1024, std::string(1004, 'x'), std::string(1004, 'x')}, // the handlers show one less
         {1024, std::string(1005, 'x'), std::string(1004, 'x')},
         {20, "text", ""},
         {21, "text", "t"},
         {22, "text", "te"},
         {24, "text", "text"},
         {70000, std::string(69000, 'x'), std::string(69000, 'x')},
-        // the line feeds go first
+        // line feeds are dropped before the cut
         {100, std::string(80, 'x') + "\n\n", std::string(80, 'x')},
         {100, std::string(79, 'x') + "\n\n", std::string(79, 'x')},
         {100, std::string(79, 'x') + "\ny", std::string(79, 'x') + "\n"},
@@ -120,19 +119,19 @@ TEST(FormatMessage, CutsTheBodyToOutSizeLess20)
     }
 }
 
-TEST(FormatMessage, BelowASizeOf20CutsALineWithoutTextToWhatFits)
+TEST(FormatMessage, CutsALineWithoutTextBelowASizeOf20)
 {
     for (const LevelRow &row : level_rows) {
         const std::string line = row.before + row.after;
         for (int out_size = 1; out_size < 20; ++out_size) {
-            const auto room = static_cast<std::size_t>(out_size - 1);
-            expect_bytes(formatted(row.level, "text", out_size), line.substr(0, room),
+            const auto capacity = static_cast<std::size_t>(out_size - 1);
+            expect_bytes(formatted(row.level, "text", out_size), line.substr(0, capacity),
                          rule_of(row) + ", out_size " + std::to_string(out_size));
         }
     }
 }
 
-TEST(FormatMessage, WritesNothingAndGives0WithoutRoom)
+TEST(FormatMessage, WritesNothingAndReturns0WithoutCapacity)
 {
     for (const int out_size : {0, -1, -20, INT_MIN}) {
         char out[] = "####";
@@ -142,7 +141,7 @@ TEST(FormatMessage, WritesNothingAndGives0WithoutRoom)
     }
 }
 
-TEST(FormatMessage, TakesTextsAsBytesUnderALatin1Locale)
+TEST(FormatMessage, TreatsStringsAsBytesUnderALatin1Locale)
 {
     ASSERT_NE(std::setlocale(LC_ALL, tests::comma_locale), nullptr);
     expect_bytes(formatted(Error, "\xc4\xe4\xff\xa0\n", 100), "Error: \xc4\xe4\xff\xa0\a",

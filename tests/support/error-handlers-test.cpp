@@ -1,4 +1,4 @@
-// The message and print handlers, by the bytes that a child process leaves on both of its streams.
+// The message and print handlers: the bytes that a child process writes to both of its streams.
 #include "support/error.h"
 
 #include "tests/harness/test-main.h"
@@ -65,7 +65,7 @@ TEST(DefaultMessageHandler, WritesTheLineAndALineFeedToStandardError)
     }
 }
 
-TEST(DefaultMessageHandler, ShowsEachLevelAndEndsTheProcessAtFatalErrorAlone)
+TEST(DefaultMessageHandler, ShowsEachLevelAndEndsTheProcessOnlyAtFatalError)
 {
     for (const LevelRow &row : level_rows) {
         const ChildResult result = run_in_child([&] {
@@ -78,17 +78,17 @@ TEST(DefaultMessageHandler, ShowsEachLevelAndEndsTheProcessAtFatalErrorAlone)
     }
 }
 
-TEST(DefaultMessageHandler, EndsAsExitDoes)
+TEST(DefaultMessageHandler, EndsTheProcessByExit)
 {
     const ChildResult result = run_in_child([] {
         std::atexit([] { std::fputs("at exit", stdout); });
-        report_message(FatalError, "no way on");
+        report_message(FatalError, "cannot continue");
         std::fputs("went on", stdout);
     });
-    expect_child(result, "at exit", "Fatal Error: no way on\a\n", 1, "FatalError");
+    expect_child(result, "at exit", "Fatal Error: cannot continue\a\n", 1, "FatalError");
 }
 
-// Ends the process as nothing flushes: what a handler left in the stream's buffer is lost.
+// Ends the process without a flush: what a handler left in the stream's buffer is lost.
 void end_without_flush()
 {
     std::raise(SIGKILL);
@@ -106,7 +106,7 @@ TEST(DefaultMessageHandler, FlushesStandardError)
     EXPECT_EQ(result.signal, SIGKILL);
 }
 
-TEST(DefaultMessageHandler, PassesOverAStandardErrorThatCanNotBeWritten)
+TEST(DefaultMessageHandler, IgnoresAStandardErrorThatCannotBeWritten)
 {
     for (const ChildStream stream : {ChildStream::FullDisk, ChildStream::Closed}) {
         ChildOptions options;
@@ -135,7 +135,7 @@ TEST(TestMessageHandler, WritesTheLineBetweenTheMarkersToStandardOutput)
     }
 }
 
-TEST(TestMessageHandler, ShowsEachLevelAndGoesOnAtFatalErrorToo)
+TEST(TestMessageHandler, ShowsEachLevelAndContinuesAfterFatalErrorToo)
 {
     for (const LevelRow &row : level_rows) {
         const ChildResult result = run_in_child([&] {
@@ -159,7 +159,7 @@ TEST(TestMessageHandler, FlushesStandardOutput)
 
 // Print handlers
 
-TEST(DefaultPrintHandler, WritesTheTextAsItIsToStandardErrorWithoutItsTag)
+TEST(DefaultPrintHandler, WritesTheTextUnchangedToStandardErrorWithoutItsTag)
 {
     for (const std::string &text :
          {"hello"s, "a\n\n"s, "%s"s, "\x80\xff"s, std::string(100000, 'x'), ""s}) {
@@ -187,7 +187,7 @@ TEST(TestPrintHandler, FlushesStandardOutput)
     EXPECT_EQ(result.signal, SIGKILL);
 }
 
-// Messages as programs report them
+// Messages from report_message and print_text to the streams
 
 TEST(Reports, StartWithTheDefaultHandlersAndNoMessageCounted)
 {
@@ -199,7 +199,7 @@ TEST(Reports, StartWithTheDefaultHandlersAndNoMessageCounted)
     expect_child(result, "", "Error: Close file failed.\a\ntext", 0, "the defaults");
 }
 
-TEST(Reports, PrintNothingAtLevelLogAndWarningOutsideTheLevels)
+TEST(Reports, PrintNothingAtLevelLogAndAWarningAtUnknownLevels)
 {
     const std::int32_t before = message_count();
     const ChildResult result = run_in_child([before] {
@@ -216,7 +216,7 @@ TEST(Reports, PrintNothingAtLevelLogAndWarningOutsideTheLevels)
                  "the defaults");
 }
 
-TEST(Reports, AreCutBy1003InTheHandlerAnd1023BeforeIt)
+TEST(Reports, AreCutTo1023CharactersAndTo1003InTheHandler)
 {
     for (const std::size_t length : {1003u, 1004u, 1023u, 1024u, 5000u}) {
         const std::string line = "Note: " + std::string(1003, 'x');
@@ -238,17 +238,17 @@ TEST(Reports, AreCapturedOnStandardOutputWithTheTestHandlers)
         set_print_handler(test_print_handler);
         report_message(Warning, "low disk");
         print_text("hello", "status");
-        report_message(FatalError, "no way on");
+        report_message(FatalError, "cannot continue");
         std::fputs("went on", stdout);
     });
     expect_child(result,
                  "QUINTRALTESTWarning: low disk\x07\nENDQUINTRALTEST\n"
                  "QUINTRALTESTstatus: hello\nENDQUINTRALTEST\n"
-                 "QUINTRALTESTFatal Error: no way on\x07\nENDQUINTRALTEST\nwent on",
+                 "QUINTRALTESTFatal Error: cannot continue\x07\nENDQUINTRALTEST\nwent on",
                  "", 0, "capture");
 }
 
-TEST(Reports, GoToTheDefaultsAgainBehindNull)
+TEST(Reports, GoToTheDefaultsAgainAfterNull)
 {
     const ChildResult result = run_in_child([] {
         set_message_handler(test_message_handler);
@@ -261,7 +261,7 @@ TEST(Reports, GoToTheDefaultsAgainBehindNull)
     expect_child(result, "", "Note: note\ntext", 0, "null");
 }
 
-TEST(Reports, TakeTextsAsBytesUnderALatin1Locale)
+TEST(Reports, TreatStringsAsBytesUnderALatin1Locale)
 {
     const ChildResult result = run_in_child([] {
         if (std::setlocale(LC_ALL, tests::comma_locale) == nullptr)
@@ -278,7 +278,7 @@ TEST(Reports, TakeTextsAsBytesUnderALatin1Locale)
 
 // The example
 
-#ifdef QUINTRAL_DIAGNOSTICS_EXAMPLE // where the build has it
+#ifdef QUINTRAL_DIAGNOSTICS_EXAMPLE // if the examples are built
 
 TEST(DiagnosticsExample, PrintsWhatItsPageShows)
 {

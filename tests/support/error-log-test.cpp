@@ -1,4 +1,4 @@
-// log_message: the length of its line, and what it depends on.
+// log_message: the length of its line, and that the line depends on the date and the text only.
 #include "support/error.h"
 
 #include "tests/harness/test-main.h"
@@ -18,7 +18,7 @@ bool date_unknown = false;
 
 } // namespace
 
-// Replaces the C library's, so that a test can make the date unavailable.
+// Replaces the C library's function, so that a test can make the date unavailable.
 extern "C" char *ctime_r(const std::time_t *moment, char *buffer)
 {
     std::tm parts = {};
@@ -50,10 +50,10 @@ protected:
 
 struct LogRow {
     std::string text;
-    int used; // characters of it in the line
+    int used; // its characters in the line
 };
 
-TEST_F(LogMessage, GivesTheLengthOfDateColonBlankAndTheTextWithoutItsLineEnds)
+TEST_F(LogMessage, ReturnsTheLengthOfDateColonSpaceAndTheTextWithoutLineEnds)
 {
     const LogRow rows[] = {
         {"", 0},
@@ -77,7 +77,7 @@ TEST_F(LogMessage, GivesTheLengthOfDateColonBlankAndTheTextWithoutItsLineEnds)
         EXPECT_EQ(log_message(row.text.c_str()), date_length + 2 + row.used) << shown(row.text);
 }
 
-TEST_F(LogMessage, HasNoDateWhereTheSystemGivesNone)
+TEST_F(LogMessage, HasNoDateIfTheSystemHasNone)
 {
     date_unknown = true;
     EXPECT_EQ(log_message("abc\n"), 2 + 3);
@@ -88,18 +88,18 @@ TEST_F(LogMessage, HasNoDateWhereTheSystemGivesNone)
     EXPECT_EQ(records.size(), 2u);
 }
 
-// The C library gives such a year no date, or a longer one.
-TEST_F(LogMessage, TakesTheLongestTextWithAYearOfTenDigitsToo)
+// The C library writes such a year as a longer date, or fails.
+TEST_F(LogMessage, AcceptsTheLongestTextInAYearOfTenDigitsToo)
 {
     for (const long long moment : {253402400000LL, 67767976200000000LL}) {
-        fixed_time = static_cast<std::time_t>(moment); // on 32 bits some other year
+        fixed_time = static_cast<std::time_t>(moment); // another year if time_t has 32 bits
         const int length = log_message(std::string(5000, 'x').c_str());
         EXPECT_GE(length, 2 + 4056);
         EXPECT_LE(length, 4094);
     }
 }
 
-TEST_F(LogMessage, LeavesTheDateThatACallerPrintsAlone)
+TEST_F(LogMessage, DoesNotChangeTheDateThatACallerPrints)
 {
     const std::time_t start = 0;
     const char *shared = std::ctime(&start);

@@ -1,4 +1,4 @@
-// output_printf: indented output, its limits, its stream, and what it costs.
+// output_printf: the indent, the limit on the text, the stream, and the cost in memory and writes.
 #include "support/error.h"
 
 #include "tests/support/error-checks.h"
@@ -33,7 +33,7 @@ struct OutputRow {
     std::string expected;
 };
 
-// The output of a text at an indent, written to standard output by a child.
+// Runs output_printf in a child that writes to standard output.
 ChildResult output_of(int indent, const std::string &text)
 {
     return run_child_function([&] {
@@ -43,7 +43,7 @@ ChildResult output_of(int indent, const std::string &text)
     });
 }
 
-TEST(OutputPrintf, WritesTheIndentFirstAndBehindEachLineFeedThatACharacterFollows)
+TEST(OutputPrintf, WritesTheIndentFirstAndAfterEachLineFeedExceptAtTheEnd)
 {
     const OutputRow rows[] = {
         {"no indent", 0, "a\nb\n", "a\nb\n"},
@@ -56,9 +56,9 @@ TEST(OutputPrintf, WritesTheIndentFirstAndBehindEachLineFeedThatACharacterFollow
         {"a line feed alone", 2, "\n", "..\n"},
         {"two line feeds", 2, "\n\n", "..\n..\n"},
         {"an empty line inside", 2, "a\n\nb", "..a\n..\n..b"},
-        {"an empty line in front", 2, "\na", "..\n..a"},
-        {"a carriage return is no line feed", 2, "a\rb\r\n", "..a\rb\r\n"},
-        {"full stops of the text", 1, ".\n.\n", "..\n..\n"},
+        {"an empty first line", 2, "\na", "..\n..a"},
+        {"a carriage return is not a line feed", 2, "a\rb\r\n", "..a\rb\r\n"},
+        {"periods in the text", 1, ".\n.\n", "..\n..\n"},
         {"bytes above 0x7F", 1, "\x80\n\xff", ".\x80\n.\xff"},
         {"a negative indent", -1, "a\nb", "a\nb"},
         {"the lowest indent", INT_MIN, "a\nb", "a\nb"},
@@ -97,11 +97,11 @@ TEST(OutputPrintf, Keeps65534CharactersLessTheIndent)
         expect_child(output_of(row.indent, row.text), row.expected, "", 0, row.rule);
 }
 
-TEST(OutputPrintf, WritesItsFullStopsAloneWhereTheIndentLeavesNoRoom)
+TEST(OutputPrintf, WritesOnlyTheIndentIfItLeavesNoSpace)
 {
     for (const int indent : {65534, 65535, 65536, 65537, 131072, 1000000}) {
         const ChildResult result = run_in_child([indent] {
-            // A text before it, which must not show again.
+            // An earlier text, which must not appear again.
             std::FILE *nowhere = std::fopen("/dev/null", "w");
             set_output_stream(nowhere);
             output_printf("%s", std::string(65534, 'x').c_str());
@@ -114,7 +114,7 @@ TEST(OutputPrintf, WritesItsFullStopsAloneWhereTheIndentLeavesNoRoom)
     }
 }
 
-TEST(OutputPrintf, EndsTheTextAtANulOfItsOwn)
+TEST(OutputPrintf, EndsTheTextAtAFormattedNul)
 {
     const ChildResult result = run_in_child([] {
         set_output_stream(stdout);
@@ -126,18 +126,18 @@ TEST(OutputPrintf, EndsTheTextAtANulOfItsOwn)
     expect_child(result, "a\n..a\n..", "", 0, "NUL");
 }
 
-TEST(OutputPrintf, FormatsAsPrintfDoesAndATextThatCanNotBeFormattedIsEmpty)
+TEST(OutputPrintf, FormatsLikePrintfAndWritesNoTextIfFormattingFails)
 {
     const ChildResult result = run_in_child([] {
         set_output_stream(stdout);
         set_output_indent(1);
         output_printf("%s=%d %5.2f%%\n", "x", -3, 1.5);
-        output_printf("before %ls behind", unprintable);
+        output_printf("before %ls after", unprintable);
     });
     expect_child(result, ".x=-3  1.50%\n.", "", 0, "formats");
 }
 
-TEST(OutputPrintf, UsesStandardErrorWhereNoStreamIsSetAndRemembersIt)
+TEST(OutputPrintf, UsesStandardErrorIfNoStreamIsSetAndRemembersIt)
 {
     const ChildResult result = run_in_child([] {
         std::puts(output_stream() == nullptr ? "none" : "one");
@@ -169,8 +169,8 @@ TEST(OutputPrintf, ReturnsTheResultOfTheFlush)
     EXPECT_EQ(run_child_function(body, options).exit_status, 41);
 }
 
-// What an output costs. The stream is one end of a socket pair that keeps each write apart, so that
-// the other end counts them.
+// The cost of an output. The stream is one end of a socket pair that keeps each write separate, so
+// the other end can count them.
 
 struct Counted {
     std::FILE *stream = nullptr;
@@ -194,11 +194,11 @@ void open_counted(Counted *counted, int buffering)
 struct Received {
     long writes = 0;
     long long bytes = 0;
-    long long unexpected = 0; // bytes that are not full stops and line feeds in their order
+    long long unexpected = 0; // bytes of reads that are not as expected
 };
 
-// Counts what is there to read without waiting (flags MSG_DONTWAIT) or up to the stream's close,
-// where lines of `indent` full stops are expected.
+// Reads what has arrived (with the flag MSG_DONTWAIT) or until the stream is closed (without it).
+// Expects lines of `indent` periods.
 Received receive(const Counted &counted, std::size_t indent, int flags)
 {
     static char chunk[1 << 18];
@@ -217,7 +217,7 @@ Received receive(const Counted &counted, std::size_t indent, int flags)
     return received;
 }
 
-// The second argument of a thread: a text to write, and its stream to close behind it.
+// The argument of write_output: the text to write, and the stream to close afterwards.
 struct OutputTask {
     Counted *counted;
     std::string text;
@@ -258,7 +258,7 @@ void print_received(const Received &received)
                 received.unexpected);
 }
 
-TEST(OutputPrintf, LineFeedsAtADeepIndentNeedASmallStackBoundedMemoryAndFewWrites)
+TEST(OutputPrintf, LineFeedsAtADeepIndentNeedLittleStackAndMemoryAndFewWrites)
 {
     const ChildResult result = run_in_child([] {
         static Counted counted;
@@ -310,7 +310,7 @@ TEST(OutputPrintf, AnOutputOfUpTo64KiBIsOneWriteOnAnUnbufferedStream)
     }
 }
 
-TEST(OutputPrintf, ALongOutputIsFlushedOnceAndAtItsEnd)
+TEST(OutputPrintf, ALongOutputIsFlushedOnceAtItsEnd)
 {
     const ChildResult result = run_in_child([] {
         static Counted counted;

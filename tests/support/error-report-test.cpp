@@ -1,4 +1,4 @@
-// report_message and print_text: what reaches the handlers, in which order, and what is counted.
+// report_message and print_text: what the handlers receive, in which order, and what is counted.
 #include "support/error.h"
 
 #include "tests/support/error-checks.h"
@@ -32,7 +32,7 @@ using PrintText = tests::RecordedMessages;
 
 // report_message
 
-TEST_F(ReportMessage, HandsEveryLevelAboveLogToTheHandlerAndOthersAsWarning)
+TEST_F(ReportMessage, PassesEachLevelAboveLogToTheHandlerAndUnknownOnesAsWarning)
 {
     for (const LevelRow &row : level_rows) {
         records.clear();
@@ -48,7 +48,7 @@ TEST_F(ReportMessage, HandsEveryLevelAboveLogToTheHandlerAndOthersAsWarning)
     }
 }
 
-TEST_F(ReportMessage, CountsEveryLevelBehindItsHandler)
+TEST_F(ReportMessage, CountsEveryLevelAfterItsHandler)
 {
     for (const LevelRow &row : level_rows) {
         records.clear();
@@ -83,18 +83,18 @@ TEST_F(ReportMessage, CutsATextOf1024CharactersOrMoreTo1023)
     }
 }
 
-TEST_F(ReportMessage, ATextThatCanNotBeFormattedIsEmptyAndCounts)
+TEST_F(ReportMessage, IsEmptyAndCountedIfFormattingFails)
 {
     const std::int32_t before = message_count();
     report_message(Error, "%ls", unprintable);
-    report_message(Error, "before %ls behind", unprintable);
+    report_message(Error, "before %ls after", unprintable);
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].text, "");
     EXPECT_EQ(records[1].text, "");
     EXPECT_EQ(message_count(), before + 2);
 }
 
-TEST_F(ReportMessage, ATextEndsAtANulOfItsOwn)
+TEST_F(ReportMessage, EndsTheTextAtAFormattedNul)
 {
     report_message(Error, "a%cb", 0);
     ASSERT_EQ(records.size(), 1u);
@@ -106,7 +106,7 @@ void report_from_handler(MessageLevel level, const char *text)
     record_message(level, text);
     if (level == Alert)
         report_message(Note, "nested in %s", text);
-    records.push_back({level, text, "behind", 0, 0});
+    records.push_back({level, text, "after", 0, 0});
 }
 
 TEST_F(ReportMessage, AHandlerMayReport)
@@ -121,9 +121,7 @@ TEST_F(ReportMessage, AHandlerMayReport)
     EXPECT_EQ(message_count(), before + 2);
 }
 
-// Setters
-
-TEST_F(ReportMessage, SetMessageHandlerReturnsTheOneBeforeAndNullMeansTheDefault)
+TEST_F(ReportMessage, SetMessageHandlerReturnsThePreviousOneAndNullMeansTheDefault)
 {
     EXPECT_EQ(set_message_handler(test_message_handler), record_message);
     EXPECT_EQ(set_message_handler(nullptr), test_message_handler);
@@ -131,7 +129,9 @@ TEST_F(ReportMessage, SetMessageHandlerReturnsTheOneBeforeAndNullMeansTheDefault
     EXPECT_EQ(set_message_handler(record_message), default_message_handler);
 }
 
-TEST_F(PrintText, SetPrintHandlerReturnsTheOneBeforeAndNullMeansTheDefault)
+// print_text
+
+TEST_F(PrintText, SetPrintHandlerReturnsThePreviousOneAndNullMeansTheDefault)
 {
     EXPECT_EQ(set_print_handler(test_print_handler), record_text);
     EXPECT_EQ(set_print_handler(nullptr), test_print_handler);
@@ -139,7 +139,7 @@ TEST_F(PrintText, SetPrintHandlerReturnsTheOneBeforeAndNullMeansTheDefault)
     EXPECT_EQ(set_print_handler(record_text), default_print_handler);
 }
 
-TEST_F(PrintText, HandsTextOfAnyLengthAndTagToTheHandlerUnchanged)
+TEST_F(PrintText, PassesTextOfAnyLengthAndTagToTheHandlerUnchanged)
 {
     for (const std::string &text :
          {"text"s, "text\n\n"s, "\n"s, "%s%n"s, std::string(100000, 'x')}) {
@@ -151,7 +151,7 @@ TEST_F(PrintText, HandsTextOfAnyLengthAndTagToTheHandlerUnchanged)
     }
 }
 
-TEST_F(PrintText, PassesTheLogHookFirstAndDoesNotCountAsAMessage)
+TEST_F(PrintText, GoesThroughTheLogHookFirstAndIsNotCountedAsAMessage)
 {
     const std::int32_t before = message_count();
     print_text("text", "tag");

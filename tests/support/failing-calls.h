@@ -1,11 +1,11 @@
-// Stands between the file helpers and the C library. The functions that the helpers call are defined
-// here: they record each call that a helper makes, and one of them fails where a test says so.
+// Replaces the functions of the C library that the file helpers call. The replacements record each
+// call that a helper makes, and one of them fails if a test asks for it.
 //
-//     watch the calls of a helper, the third of them failing with EIO:
-//     const int result = with_failing_call(3, EIO, [&] { return remove_path(path); });
-//     EXPECT_EQ(calls.size(), 3u);
+//     // The second call of the helper fails with EIO:
+//     const int result = with_failing_call(2, EIO, [&] { return remove_path(path); });
+//     EXPECT_EQ(calls.size(), 2U);
 //
-// A program that uses this header compiles failing-calls.cpp and links CMAKE_DL_LIBS.
+// A program that uses this header links quintral_test_failing_calls.
 #ifndef QUINTRAL_TESTS_SUPPORT_FAILING_CALLS_H
 #define QUINTRAL_TESTS_SUPPORT_FAILING_CALLS_H
 
@@ -19,24 +19,27 @@ namespace quintral::tests {
 
 // One system call of a helper.
 struct Call {
-    std::string function; // without the size of its file offsets: "stat" for stat64 too
-    std::string name;     // of the file, empty if the call takes none
+    std::string function; // its plain name: "stat" for stat64 too
+    std::string name;     // of the file; empty if the call takes none
 };
 
-// The calls of the helper that ran last, or runs.
+// The calls of the helper that is running or ran last.
 extern std::vector<Call> calls;
 
-// What happens in the helper that runs next. All of it is reset when the helper returns.
-extern std::size_t failing_call;                          // counted from 1; 0 for none
-extern std::function<void(const Call &call)> before_call; // runs unwatched
+// Settings for the next helper, reset when it returns.
+extern std::function<void(const Call &call)> before_call; // its own calls are not recorded
 extern bool type_bits_hidden;                             // examined files have no type
 extern std::string forged_name; // read from a directory instead of "forged"; empty for none
 
+// The number of the call to fail, counted from 1; 0 for none. before_call may change it.
+extern std::size_t failing_call;
+
+// For with_failing_call.
 void watch_calls(std::size_t call_to_fail, int error);
 void stop_watching();
 
-// Runs a helper, with the call of that number failing with that errno. A number of 0 fails none.
-// Returns the helper's result; errno is what the helper left.
+// Runs a helper whose call of the given number fails with the given errno; number 0 fails none.
+// Returns the helper's result and leaves errno as the helper did.
 template <typename Helper>
 auto with_failing_call(std::size_t number, int error, const Helper &helper)
 {
@@ -48,10 +51,10 @@ auto with_failing_call(std::size_t number, int error, const Helper &helper)
     return result;
 }
 
-// The errors that tests make a call fail with.
+// The values of errno that the tests try.
 constexpr int call_errors[] = {EIO, EACCES, ENOMEM, EINTR, EMFILE};
 
-// A loop over failing calls ends here at the latest: no helper makes that many.
+// The end of a loop over failing calls; no helper makes that many.
 constexpr std::size_t call_limit = 100000;
 
 } // namespace quintral::tests

@@ -1,9 +1,11 @@
-// A tree for the tests of remove_tree. Every name in it occurs once, so that the file named by a call
-// says where in the tree it was made.
+// A tree for the tests of remove_tree. Every name in it occurs once, so the name of a call's file
+// shows where in the tree the call was made.
 #ifndef QUINTRAL_TESTS_SUPPORT_FILE_TREE_H
 #define QUINTRAL_TESTS_SUPPORT_FILE_TREE_H
 
+#include "support/c-utils/files.h"
 #include "tests/harness/temp-folder.h"
+#include "tests/support/failing-calls.h"
 #include "tests/support/files-checks.h"
 
 #include <string>
@@ -11,6 +13,7 @@
 
 namespace quintral::tests {
 
+// An entry of the tree.
 struct Place {
     std::string name;
     std::string path; // from the folder
@@ -30,8 +33,8 @@ inline void add_place(const TempFolder &folder, const std::string &parent, const
     places.push_back({name, path, directory});
 }
 
-// A tree of so many levels, more than stay open, with files, links and directories beside the first
-// and the last, and a folder outside that the links lead to.
+// Makes a tree of `depth` levels with a file, a link and a directory beside the first and the last.
+// The links lead to a folder `outside`.
 inline void make_tree(const TempFolder &folder, int depth)
 {
     places.clear();
@@ -55,7 +58,14 @@ inline void make_tree(const TempFolder &folder, int depth)
     add_place(folder, parent, "bottom", false);
 }
 
+// What make_tree makes outside the tree.
 inline const Names outside_entries = {"outside", "outside/empty", "outside/kept"};
+
+// Removes a tree with its calls recorded and none failing.
+inline int watched_remove_tree(const std::string &path)
+{
+    return with_failing_call(0, 0, [&] { return remove_tree(path.c_str()); });
+}
 
 } // namespace quintral::tests
 

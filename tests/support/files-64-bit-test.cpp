@@ -44,8 +44,6 @@ bool date_2050(const std::string &path)
            lstat(path.c_str(), &status) == 0 && status.st_mtime == year_2050;
 }
 
-// Files of 2050
-
 TEST(FilesOf2050, Exist)
 {
     const TempFolder folder;
@@ -104,8 +102,6 @@ TEST(RemoveTreeOf2050, RemovesEverything)
     EXPECT_EQ(entries_below(folder.path()), Names());
 }
 
-// Large files
-
 TEST(LargeFiles, AreFilesLikeAnyOther)
 {
     const TempFolder folder;
@@ -115,7 +111,7 @@ TEST(LargeFiles, AreFilesLikeAnyOther)
     std::error_code error;
     std::filesystem::resize_file(path, std::uintmax_t{3} << 30, error);
     if (error)
-        GTEST_SKIP() << "no room for a file of 3 GiB, holes and all: " << error.message();
+        GTEST_SKIP() << "no sparse file of 3 GiB: " << error.message();
     const RecordedReports recorded;
     EXPECT_EQ(file_exists(path.c_str()), 1);
     std::FILE *stream = open_file(path.c_str(), "r", OpenReport);

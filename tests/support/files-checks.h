@@ -1,5 +1,5 @@
-// What the tests of support/c-utils/files.h share: recorded reports, unusual files, children without
-// rights, and paths of an exact length.
+// What the tests of support/c-utils/files.h share: recorded reports, unusual files, long paths, and
+// children without special rights.
 #ifndef QUINTRAL_TESTS_SUPPORT_FILES_CHECKS_H
 #define QUINTRAL_TESTS_SUPPORT_FILES_CHECKS_H
 
@@ -109,7 +109,7 @@ inline bool make_device(const std::string &path, mode_t type)
     return mknod(path.c_str(), type | 0600, some_device) == 0;
 }
 
-// One entry of every kind, and a folder `outside` that links lead to.
+// Makes one entry of every kind, and a folder `outside` that links lead to.
 inline void make_one_of_each(const TempFolder &folder)
 {
     make_directory(folder.path("outside"));
@@ -131,7 +131,7 @@ inline void make_one_of_each(const TempFolder &folder)
 // The longest path that the walks form, without its terminator.
 constexpr std::size_t longest_path = 1023;
 
-// A directory name of `length` characters.
+// A name of `length` characters.
 inline std::string long_name(std::size_t length)
 {
     return std::string(length, 'n');

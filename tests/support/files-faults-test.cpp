@@ -1,5 +1,5 @@
-// The file helpers when the system refuses: each system call of a helper fails in turn. The removal of
-// trees has programs of its own.
+// The file helpers under failing system calls: each call of a helper fails in turn. remove_tree has
+// files-remove-tree-faults-test.cpp.
 #include "support/c-utils/files.h"
 
 #include "tests/harness/descriptors.h"
@@ -62,12 +62,12 @@ TEST(OpenFileFaults, ReportTheReasonOfTheOpenItself)
             EXPECT_EQ(reports[0].text,
                       mode[0] == 'w' ? "Write of " + path + " failed at open: " + reason + "\n"
                                      : "Open of " + path + " failed: " + reason + "\n");
-            EXPECT_EQ(calls.size(), 1U) << "permissions of a file that did not open";
+            EXPECT_EQ(calls.size(), 1U) << "no permissions are set if the file does not open";
         }
     }
 }
 
-TEST(OpenFileFaults, GiveTheStreamWherePermissionsCannotBeSet)
+TEST(OpenFileFaults, ReturnTheStreamIfPermissionsCannotBeSet)
 {
     for (const char *mode : {"w", "a"}) {
         const TempFolder folder;
@@ -87,7 +87,7 @@ TEST(OpenFileFaults, GiveTheStreamWherePermissionsCannotBeSet)
     }
 }
 
-TEST(OpenFileFaults, TouchNoPermissionsOfAFileOpenedForReading)
+TEST(OpenFileFaults, LeaveThePermissionsOfAFileOpenedForReading)
 {
     const TempFolder folder;
     make_file(folder.path("file"));
@@ -129,7 +129,7 @@ TEST(CloseFileFaults, PrintTheReasonWhateverTheHandlerDoesToErrno)
 
 // Paths
 
-TEST(FileExistsFaults, Give0)
+TEST(FileExistsFaults, Return0)
 {
     const TempFolder folder;
     for (const int error : call_errors) {
@@ -166,15 +166,16 @@ TEST(RemovePathFaults, FailWithTheErrorOfTheCall)
 
 // The walk over files
 
-int count_visit(const char *path, void *user_value)
+int record_name(const char *path, void *user_value)
 {
     static_cast<Names *>(user_value)->push_back(last_component(path));
     return 0;
 }
 
+// Visits the files of make_files. The result is for with_failing_call only.
 int visit_files(const TempFolder &folder, Names *visited)
 {
-    for_each_file(folder.path("dir").c_str(), count_visit, visited);
+    for_each_file(folder.path("dir").c_str(), record_name, visited);
     return 0;
 }
 
@@ -186,7 +187,7 @@ void make_files(const TempFolder &folder)
         make_file(folder.path("dir/" + std::to_string(i)));
 }
 
-TEST(ForEachFileFaults, LeaveOutWhatTheyConcernAndNothingElse)
+TEST(ForEachFileFaults, SkipTheFileOfTheCallAndNothingElse)
 {
     const TempFolder folder;
     make_files(folder);
@@ -221,7 +222,7 @@ TEST(ForEachFileFaults, LeaveOutWhatTheyConcernAndNothingElse)
     }
 }
 
-TEST(ForEachFileFaults, OfANameWithASlashLeadNowhere)
+TEST(ForEachFileFaults, IgnoreANameWithASlash)
 {
     const TempFolder folder;
     make_files(folder);
@@ -248,9 +249,9 @@ TEST(ForEachFileFaults, ReportTheReasonOfTheOpenItself)
     }
 }
 
-TEST(ForEachFileFaults, DoNotMistakeAFailedExaminationForTheOneBefore)
+TEST(ForEachFileFaults, DoNotReuseTheResultOfThePreviousExamination)
 {
-    // The entry behind a regular file is a directory that cannot be examined.
+    // The walk must not take the directory for the regular file that it examined before.
     const TempFolder folder;
     make_files(folder);
     const std::string directory_itself = folder.path("dir/folder");
@@ -266,7 +267,7 @@ TEST(ForEachFileFaults, DoNotMistakeAFailedExaminationForTheOneBefore)
 
 // Command lines
 
-TEST(ProcessCommandLineFaults, GiveNullWithoutAReportAndCloseTheFile)
+TEST(ProcessCommandLineFaults, ReturnNullWithoutAReportAndCloseTheFile)
 {
     const struct {
         std::size_t number;

@@ -1,5 +1,5 @@
 // open_file, open_file_either and close_file: reports, permissions and masks, full disks, and the
-// bytes that a child process leaves on standard error.
+// bytes that a child process writes to standard error.
 #include "support/c-utils/files.h"
 
 #include "tests/harness/descriptors.h"
@@ -39,7 +39,7 @@ using tests::run_without_rights;
 using tests::set_up_failed;
 using tests::TempFolder;
 
-// While one lives, the process has another file-creation mask.
+// Another file-creation mask for the length of a scope.
 class CreationMask {
 public:
     explicit CreationMask(mode_t mask) : previous_(umask(mask))
@@ -62,7 +62,7 @@ private:
 
 struct FailedOpen {
     const char *mode;
-    const char *name;
+    const char *name; // in the folder; an empty one makes an empty path
     int error;
     const char *report; // with %s for the path
 };
@@ -93,6 +93,11 @@ const FailedOpen failed_opens[] = {
     {"w", "", ENOENT, "Write of %s failed at open: No such file or directory\n"},
 };
 
+std::string path_of(const FailedOpen &row, const TempFolder &folder)
+{
+    return row.name[0] == '\0' ? "" : folder.path(row.name);
+}
+
 void fill_for_failed_opens(const TempFolder &folder)
 {
     make_directory(folder.path("folder"));
@@ -100,13 +105,13 @@ void fill_for_failed_opens(const TempFolder &folder)
     make_link("circle", folder.path("circle"));
 }
 
-TEST(OpenFile, SaysNothingAboutAFailureWithoutFlags)
+TEST(OpenFile, FailsSilentlyWithoutFlags)
 {
     const TempFolder folder;
     fill_for_failed_opens(folder);
     const RecordedReports recorded;
     for (const FailedOpen &row : failed_opens) {
-        const std::string path = row.name[0] == '\0' ? "" : folder.path(row.name);
+        const std::string path = path_of(row, folder);
         for (const unsigned flags : {0U, 4U, 0x80000000U}) {
             errno = 0;
             EXPECT_EQ(open_file(path.c_str(), row.mode, flags), nullptr) << path << " " << row.mode;
@@ -121,7 +126,7 @@ TEST(OpenFile, ReportsAFailureOnceAtLevelErrorWithTheReportBit)
     const TempFolder folder;
     fill_for_failed_opens(folder);
     for (const FailedOpen &row : failed_opens) {
-        const std::string path = row.name[0] == '\0' ? "" : folder.path(row.name);
+        const std::string path = path_of(row, folder);
         const RecordedReports recorded;
         EXPECT_EQ(open_file(path.c_str(), row.mode, OpenReport), nullptr) << row.mode;
         const std::vector<Report> expected = {{Error, with_path(row.report, path)}};
@@ -134,7 +139,7 @@ TEST(OpenFile, ReportsAFailureAndThrowsTheAbortExceptionWithTheFatalBit)
     const TempFolder folder;
     fill_for_failed_opens(folder);
     for (const FailedOpen &row : failed_opens) {
-        const std::string path = row.name[0] == '\0' ? "" : folder.path(row.name);
+        const std::string path = path_of(row, folder);
         for (const unsigned flags : {1U, 3U}) {
             const RecordedReports recorded;
             bool thrown = false;
@@ -154,7 +159,7 @@ TEST(OpenFile, ReportsAFailureAndThrowsTheAbortExceptionWithTheFatalBit)
     }
 }
 
-TEST(OpenFile, LeavesThePermissionsOfWhatItCannotOpenAlone)
+TEST(OpenFile, DoesNotChangeThePermissionsOfWhatItCannotOpen)
 {
     const TempFolder folder;
     make_directory(folder.path("folder"));
@@ -185,7 +190,7 @@ TEST(OpenFile, WritesItsReportToStandardError)
     }
 }
 
-TEST(OpenFile, EndsTheProcessByTheAbortExceptionThatNobodyCatches)
+TEST(OpenFile, EndsTheProcessIfNobodyCatchesTheAbortException)
 {
     const TempFolder folder;
     const ChildResult result = run_without_rights(folder, [] {
@@ -216,7 +221,7 @@ TEST(OpenFile, ReportsAMissingPermission)
                             "Error: Open of file failed: Permission denied\a\n");
 }
 
-TEST(OpenFile, SaysNothingWhenItOpens)
+TEST(OpenFile, ReportsNothingOnSuccess)
 {
     const TempFolder folder;
     const RecordedReports recorded;
@@ -228,13 +233,13 @@ TEST(OpenFile, SaysNothingWhenItOpens)
     EXPECT_EQ(reports, std::vector<Report>());
 }
 
-TEST(OpenFile, GivesAStreamOfTheModeAskedFor)
+TEST(OpenFile, ReturnsAStreamOfTheGivenMode)
 {
     const TempFolder folder;
     const std::string path = folder.path("file");
     const struct {
         const char *mode;
-        const char *content; // of the file after 'x' has been written
+        const char *content; // of the file, after an x has been written
     } rows[] = {{"w", "x"}, {"a", "xx"}, {"a+", "xxx"}, {"r+", "xxx"}, {"w+", "x"}};
     for (const auto &row : rows) {
         std::FILE *stream = open_file(path.c_str(), row.mode, 0);
@@ -255,7 +260,7 @@ TEST(OpenFile, SetsPermissionsTo0666OnWriteAndAppendAndOnlyThen)
     constexpr mode_t none = 0;
     struct Row {
         const char *mode;
-        mode_t before; // none: the file is new
+        mode_t before; // none if the file is new
         mode_t mask;
         mode_t after;
     };
@@ -285,7 +290,7 @@ TEST(OpenFile, SetsPermissionsTo0666OnWriteAndAppendAndOnlyThen)
     }
 }
 
-TEST(OpenFile, SetsThePermissionsOfTheFileBehindALink)
+TEST(OpenFile, SetsThePermissionsOfTheTargetOfALink)
 {
     const TempFolder folder;
     make_file(folder.path("file"));
@@ -297,7 +302,7 @@ TEST(OpenFile, SetsThePermissionsOfTheFileBehindALink)
     EXPECT_EQ(close_file(stream), 0);
 }
 
-TEST(OpenFile, DoesNotMindThatPermissionsCannotBeSet)
+TEST(OpenFile, SucceedsIfPermissionsCannotBeSet)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "needs a file of another user";
@@ -313,14 +318,14 @@ TEST(OpenFile, DoesNotMindThatPermissionsCannotBeSet)
     EXPECT_EQ(permissions_of(folder.path("file")), mode_t{0622});
 }
 
-TEST(OpenFileEither, OpensTheFirstThatOpensAndHandlesEachFailureByTheFlags)
+TEST(OpenFileEither, OpensTheFirstPathThatItCanAndTreatsEachFailureByTheFlags)
 {
     const std::string first_report = "Error: Open of first failed: No such file or directory\a\n";
     const std::string second_report = "Error: Open of second failed: No such file or directory\a\n";
     struct Row {
         const char *existing;
         unsigned flags;
-        char opened; // first letter of the content read, '-' for null, '!' for the exception
+        char opened; // the first letter of the file, '-' for null, '!' for the exception
         std::string error;
     };
     const Row rows[] = {
@@ -356,7 +361,7 @@ TEST(OpenFileEither, OpensTheFirstThatOpensAndHandlesEachFailureByTheFlags)
     }
 }
 
-TEST(OpenFileEither, PassesTheModeOnAndNeverTouchesTheSecondPathWhereTheFirstOpens)
+TEST(OpenFileEither, PassesTheModeOnAndIgnoresTheSecondPathIfTheFirstOpens)
 {
     const TempFolder folder;
     const CreationMask mask(077);
@@ -382,7 +387,7 @@ TEST(CloseFile, DoesNothingForNull)
     EXPECT_EQ(reports, std::vector<Report>());
 }
 
-TEST(CloseFile, WritesWhatIsLeftAndReturns0)
+TEST(CloseFile, FlushesTheStreamAndReturns0)
 {
     const TempFolder folder;
     std::FILE *stream = open_file(folder.path("file").c_str(), "w", 0);
@@ -425,7 +430,7 @@ TEST(CloseFile, PrintsTheReasonOfTheCloseWhateverTheHandlerDoesToErrno)
     EXPECT_EQ(result.error, "Reason: No space left on device\n");
 }
 
-TEST(CloseFile, PrintsTheReasonOfTheCloseWhereStandardErrorIsFullToo)
+TEST(CloseFile, ReturnsMinus1IfStandardErrorFailsToo)
 {
     ChildOptions options;
     options.error = ChildStream::FullDisk;

@@ -1,4 +1,4 @@
-// file_exists, remove_path and path_basename: files, links, sockets, FIFOs, devices and permissions.
+// file_exists, remove_path and path_basename.
 #include "support/c-utils/files.h"
 
 #include "tests/support/files-checks.h"
@@ -26,7 +26,7 @@ using tests::Names;
 using tests::run_without_rights;
 using tests::TempFolder;
 
-TEST(FileExists, Is1WhereThePathLeadsToSomething)
+TEST(FileExists, Returns1IfThePathLeadsToSomething)
 {
     const TempFolder folder;
     make_file(folder.path("file"));
@@ -73,7 +73,7 @@ TEST(RemovePath, RemovesAFileAnEmptyDirectoryOrALinkItself)
         {"dangling", 0, 0, false},
         {"circle", 0, 0, false},
         {"fifo", 0, 0, false},
-        // sockets count as directories, hence rmdir's answer
+        // rmdir's answer, since sockets count as directories
         {"socket", -1, ENOTDIR, true},
     };
     for (const auto &row : rows) {
@@ -123,9 +123,7 @@ TEST(RemovePath, FailsSilentlyWithoutPermission)
     EXPECT_EQ(result.error, "");
 }
 
-// The last component
-
-TEST(PathBasename, IsWhatStandsBehindTheLastSlash)
+TEST(PathBasename, IsTheTextAfterTheLastSlash)
 {
     const struct {
         const char *path;

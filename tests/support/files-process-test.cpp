@@ -37,7 +37,7 @@ TEST(RingBell, WritesTheBellToStandardError)
     EXPECT_EQ(result.output, "");
 }
 
-TEST(RingBell, ReturnsEofWhereStandardErrorTakesNothing)
+TEST(RingBell, ReturnsEofIfStandardErrorFails)
 {
     for (const ChildStream stream : {ChildStream::FullDisk, ChildStream::Closed}) {
         ChildOptions options;
@@ -55,7 +55,7 @@ class SleepingChild {
 public:
     SleepingChild() : child_(tests::child_start({"sleep", "25", std::string(9000, '0')}))
     {
-        // A program that has just been started has no command line for a moment.
+        // A program that has just started has no command line for a moment.
         const std::string path = "/proc/" + std::to_string(child_.process_id) + "/cmdline";
         for (int i = 0; i < 1000 && std::ifstream(path).peek() == EOF; ++i)
             usleep(10000);
@@ -79,12 +79,12 @@ private:
     tests::Child child_;
 };
 
-TEST(ProcessCommandLine, ReadsTheArgumentsOneBehindTheOther)
+TEST(ProcessCommandLine, ReadsTheArgumentsOneAfterTheOther)
 {
     const SleepingChild child;
     std::string expected = std::string("sleep\00025\0", 9) + std::string(9000, '0');
-    expected.push_back('\0'); // the last argument's own
-    expected.push_back('\0');
+    expected.push_back('\0'); // after the last argument
+    expected.push_back('\0'); // after the command line
     std::string buffer(10000, '#');
     EXPECT_EQ(process_command_line(buffer.data(), buffer.size(), child.process_id()),
               buffer.data());
@@ -93,7 +93,7 @@ TEST(ProcessCommandLine, ReadsTheArgumentsOneBehindTheOther)
     EXPECT_STREQ(buffer.c_str(), "sleep");
 }
 
-TEST(ProcessCommandLine, NeverWritesBeyondTheBuffer)
+TEST(ProcessCommandLine, NeverWritesPastTheBuffer)
 {
     const SleepingChild child;
     const std::string line = std::string("sleep\00025\0", 9) + std::string(9000, '0');
@@ -107,14 +107,14 @@ TEST(ProcessCommandLine, NeverWritesBeyondTheBuffer)
     }
 }
 
-TEST(ProcessCommandLine, IsNullWithRoomForNothing)
+TEST(ProcessCommandLine, IsNullAndEmptyWithASizeOf1)
 {
     char buffer[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(process_command_line(buffer, 1, 0), nullptr);
     EXPECT_EQ(std::string(buffer, 4), std::string("\0bcd", 4));
 }
 
-TEST(ProcessCommandLine, TouchesNothingWithASizeOf0)
+TEST(ProcessCommandLine, WritesNothingWithASizeOf0)
 {
     char buffer[4] = {'a', 'b', 'c', 'd'};
     EXPECT_EQ(process_command_line(buffer, 0, 0), nullptr);
@@ -122,7 +122,7 @@ TEST(ProcessCommandLine, TouchesNothingWithASizeOf0)
     EXPECT_EQ(process_command_line(nullptr, 0, 0), nullptr);
 }
 
-TEST(ProcessCommandLine, TakesProcess0ForTheCallingOne)
+TEST(ProcessCommandLine, ReadsTheCallingProcessForProcess0)
 {
     std::string own(4096, '#');
     std::string same(4096, '#');
@@ -132,7 +132,7 @@ TEST(ProcessCommandLine, TakesProcess0ForTheCallingOne)
     EXPECT_NE(std::string(own.c_str()).find("files"), std::string::npos) << own.c_str();
 }
 
-TEST(ProcessCommandLine, IsNullAndEmptyForAProcessThatIsNotThere)
+TEST(ProcessCommandLine, IsNullAndEmptyForAMissingProcess)
 {
     for (const long process_id : {-1L, 2147483647L}) {
         const RecordedReports recorded;
@@ -145,7 +145,7 @@ TEST(ProcessCommandLine, IsNullAndEmptyForAProcessThatIsNotThere)
 
 TEST(ProcessCommandLine, IsNullForAnEmptyCommandLine)
 {
-    // A process that has ended and that nobody has waited for has an empty one.
+    // A process that has ended but has not been waited for has an empty one.
     const pid_t child = fork();
     if (child == 0)
         _exit(0);

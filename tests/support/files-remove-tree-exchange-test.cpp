@@ -35,11 +35,10 @@ using tests::Names;
 using tests::names_in_system_order;
 using tests::open_descriptors;
 using tests::TempFolder;
-using tests::with_failing_call;
+using tests::watched_remove_tree;
 
-// Exchanged directories. Outside the tree stands a copy of its inside, names and all: a removal
-// that is led there finds what it looks for.
-
+// Makes a tree of `depth` levels. The tests make one to remove and a copy of it outside, so that a
+// removal that is led out of the tree finds the names that it looks for.
 void make_copy(const std::string &top, int depth)
 {
     std::string path = top;
@@ -55,7 +54,7 @@ void make_copy(const std::string &top, int depth)
     make_file(path + "/bottom");
 }
 
-// How many of the calls so far named a file: only before these can an exchange matter.
+// Returns how many of the calls so far named a file. An exchange matters only before such a call.
 std::size_t named_calls()
 {
     return static_cast<std::size_t>(std::count_if(
@@ -66,8 +65,7 @@ struct Exchange {
     const char *given;     // the path to remove, from the folder
     const char *exchanged; // the directory that becomes a link
     const char *target;    // where the link leads, in `outside`
-    std::size_t first; // named call from which on the exchange must not lead out; before it, the
-                       // path given simply means something else
+    std::size_t first;     // named call that must not be led out; earlier ones resolve the new path
     mode_t permissions = 0755; // of the directory above the tree
 };
 
@@ -77,11 +75,11 @@ const Exchange exchanges[] = {
     {"above/tree", "above/tree/empty", "tree", 1},
     {"above/tree", "above/tree/level/level/level", "tree", 1},
     {"above/tree", "above", "", 2},
-    {"above/tree", "above", "bare", 2}, // whose tree is empty, so that one rmdir would remove it
+    {"above/tree", "above", "bare", 2}, // its tree is empty, so one rmdir would remove it
     {"above/tree/", "above/tree", "tree", 3},
 };
 
-// Exchanges before the named call of that number. False where the removal made fewer.
+// Exchanges before the named call of that number. False if the removal made fewer.
 bool exchange_before(const Exchange &row, std::size_t number, const TempFolder &outside)
 {
     const TempFolder folder;
@@ -98,15 +96,14 @@ bool exchange_before(const Exchange &row, std::size_t number, const TempFolder &
         if (std::rename(exchanged.c_str(), folder.path("aside").c_str()) == 0)
             make_link(outside.path(row.target), exchanged);
     };
-    EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path(row.given).c_str()); }),
-              0);
+    EXPECT_EQ(watched_remove_tree(folder.path(row.given)), 0);
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_LT(calls.size(), 2000U);
     chmod(folder.path(exists(folder.path("aside")) ? "aside" : "above").c_str(), 0755);
     return reached;
 }
 
-TEST(RemoveTreeExchange, OfADirectoryForALinkNeverLeadsOut)
+TEST(RemoveTreeExchange, OfADirectoryForALinkNeverLeadsOutOfTheTree)
 {
     const TempFolder outside;
     make_copy(outside.path("tree"), 9);
@@ -124,7 +121,7 @@ TEST(RemoveTreeExchange, OfADirectoryForALinkNeverLeadsOut)
     }
 }
 
-// Gives up root's rights for a while.
+// Gives up root's rights for the length of a scope.
 struct RightsOfEverybody {
     const bool was_root = geteuid() == 0;
 
@@ -146,7 +143,7 @@ struct RightsOfEverybody {
     RightsOfEverybody &operator=(const RightsOfEverybody &) = delete;
 };
 
-TEST(RemoveTreeExchange, OfTheDirectoryAboveThatMayOnlyBeSearchedNeverLeadsOut)
+TEST(RemoveTreeExchange, OfASearchOnlyParentNeverLeadsOutOfTheTree)
 {
     const RightsOfEverybody rights;
     const TempFolder outside;
@@ -163,7 +160,7 @@ TEST(RemoveTreeExchange, OfTheDirectoryAboveThatMayOnlyBeSearchedNeverLeadsOut)
 
 TEST(RemoveTreeExchange, OfADirectoryForALinkJustBeforeItIsOpenedLeavesTheLink)
 {
-    // To another directory, and to the very one that was examined.
+    // The link leads to another directory, or to the one that was examined.
     for (const char *target : {"outside", "aside"}) {
         const TempFolder folder;
         make_tree(folder, 2);
@@ -175,8 +172,7 @@ TEST(RemoveTreeExchange, OfADirectoryForALinkJustBeforeItIsOpenedLeavesTheLink)
             std::rename(folder.path("tree/level1").c_str(), folder.path("aside").c_str());
             make_link(folder.path(target), folder.path("tree/level1"));
         };
-        EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); }),
-                  0);
+        EXPECT_EQ(watched_remove_tree(folder.path("tree")), 0);
         EXPECT_TRUE(exchanged);
         EXPECT_TRUE(exists(folder.path("outside/kept"))) << target;
         EXPECT_TRUE(exists(folder.path("aside/level2/bottom"))) << target;
@@ -184,7 +180,7 @@ TEST(RemoveTreeExchange, OfADirectoryForALinkJustBeforeItIsOpenedLeavesTheLink)
     }
 }
 
-TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsItWhereTheWayUpLeadsElsewhere)
+TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsTheWalk)
 {
     constexpr int depth = 14;
     std::string moved = "above/tree";
@@ -196,8 +192,8 @@ TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsItWhereTheWayUpLeadsElsewhe
         make_copy(folder.path("above/tree"), depth);
         make_copy(folder.path("outside/tree"), depth);
         const Names outside = entries_below(folder.path("outside"));
-        // At the bottom, one of the directories on the way down goes into the folder outside, whose
-        // entries have the names of those that the walk would go on with.
+        // When the walk is at the bottom, a directory above it moves to a folder outside, whose
+        // entries have the names that the walk would go on with.
         const std::string elsewhere = folder.path("outside/tree/level/moved");
         bool done = false;
         before_call = [&](const Call &call) {
@@ -205,14 +201,12 @@ TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsItWhereTheWayUpLeadsElsewhe
                 done = std::rename(folder.path(moved).c_str(), elsewhere.c_str()) == 0;
         };
         const std::size_t before = open_descriptors();
-        EXPECT_EQ(
-            with_failing_call(0, 0, [&] { return remove_tree(folder.path("above/tree").c_str()); }),
-            0);
+        EXPECT_EQ(watched_remove_tree(folder.path("above/tree")), 0);
         EXPECT_TRUE(done);
         EXPECT_EQ(open_descriptors(), before) << level;
         std::filesystem::remove_all(elsewhere);
         EXPECT_EQ(entries_below(folder.path("outside")), outside) << level;
-        // The directory above the last one is still open, that above the first one is not.
+        // The parent of the last directory is still open, the parent of the first one is not.
         if (level == 1 || level == depth) {
             EXPECT_EQ(exists(folder.path("above/tree")), level == 1);
         }

@@ -1,5 +1,4 @@
-// remove_tree when the system refuses: each of its system calls fails in turn, as does each
-// allocation.
+// remove_tree under failing system calls and allocations: each fails in turn.
 //
 // Compiled twice: with the library's own remove_tree, and with the one for old systems.
 #include "support/c-utils/files.h"
@@ -47,6 +46,7 @@ using tests::RecordedReports;
 using tests::reports;
 using tests::TempFolder;
 using tests::type_bits_hidden;
+using tests::watched_remove_tree;
 using tests::with_failing_call;
 
 bool is_at_or_below(const std::string &path, const std::string &top)
@@ -63,7 +63,7 @@ const Place *place_named(const std::string &name)
     return nullptr;
 }
 
-// What is left with the place, the directories above it and, where `below`, all that is in it.
+// What is left if the place is: the directories above it and, with `below`, everything in it.
 Names expected_left(const Place &kept, bool below)
 {
     Names left = outside_entries;
@@ -76,7 +76,7 @@ Names expected_left(const Place &kept, bool below)
     return left;
 }
 
-// The file that the last of the calls was about: its own or that of an earlier one.
+// The name of the file that the last call was about, if need be from an earlier call.
 std::string last_name()
 {
     for (auto call = calls.rbegin(); call != calls.rend(); ++call) {
@@ -91,7 +91,7 @@ bool includes(const Names &all, const Names &some)
     return std::includes(all.begin(), all.end(), some.begin(), some.end());
 }
 
-// Checks what the failure of the call has left of the tree; the calls are those up to it.
+// Checks what is left of the tree after a call of the function failed, the last of `calls`.
 void expect_left_after(const TempFolder &folder, const std::string &function)
 {
     const Names left = entries_below(folder.path());
@@ -112,7 +112,7 @@ void expect_left_after(const TempFolder &folder, const std::string &function)
     }
 }
 
-TEST(RemoveTreeFaults, LeaveWhatTheyConcernAndNothingElse)
+TEST(RemoveTreeFaults, LeaveThePlaceOfTheCallAndNothingElse)
 {
     std::size_t number = 1;
     bool all_failed = false;
@@ -144,7 +144,7 @@ TEST(RemoveTreeFaults, LeaveWhatTheyConcernAndNothingElse)
         EXPECT_LT(made, 2000U);
         expect_left_after(folder, function);
 
-        // What is left is an ordinary tree still.
+        // The rest is still an ordinary tree.
         remove_tree(folder.path("tree").c_str());
         EXPECT_EQ(entries_below(folder.path()), outside_entries);
     }
@@ -156,7 +156,7 @@ TEST(RemoveTreeFaults, CoverEveryCallThatItMakes)
 {
     const TempFolder folder;
     make_tree(folder, 11);
-    with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); });
+    watched_remove_tree(folder.path("tree"));
     Names made;
     for (const Call &call : calls)
         made.push_back(call.function);
@@ -201,15 +201,15 @@ bool allocations_are_counted()
     return allocations == 1;
 }
 
-TEST(RemoveTreeFaults, OfMemoryThrowAndLeaveNoDescriptorOpen)
+TEST(RemoveTreeFaults, OfAllocationsThrowAndLeaveNoDescriptorOpen)
 {
     if (!allocations_are_counted())
-        GTEST_SKIP() << "another allocator has taken over";
+        GTEST_SKIP() << "another allocator is in use";
     std::size_t number = 1;
     for (bool thrown = true; thrown && number < call_limit; ++number) {
         const TempFolder folder;
         make_tree(folder, 11);
-        // A name and a path too long for a string's own buffer, hence an allocation each.
+        // The name and its path are too long for a string's own buffer, so each is allocated.
         make_file(folder.path("tree/" + std::string(200, 'n')));
         const std::string path = folder.path("tree");
         const std::size_t before = open_descriptors();
@@ -231,8 +231,7 @@ TEST(RemoveTreeFaults, OfAModeWithoutTypeBitsFailAtTheTopAndLeaveAnEntry)
     make_tree(folder, 2);
     const Names all = entries_below(folder.path());
     type_bits_hidden = true;
-    EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); }),
-              -1);
+    EXPECT_EQ(watched_remove_tree(folder.path("tree")), -1);
     EXPECT_EQ(entries_below(folder.path()), all);
 
     for (const char *name : {"file1", "link2", "side1", "level1"}) {
@@ -241,60 +240,60 @@ TEST(RemoveTreeFaults, OfAModeWithoutTypeBitsFailAtTheTopAndLeaveAnEntry)
         before_call = [&](const Call &call) {
             type_bits_hidden = last_component(call.name) == name;
         };
-        EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(other.path("tree").c_str()); }),
-                  0);
+        EXPECT_EQ(watched_remove_tree(other.path("tree")), 0);
         EXPECT_EQ(entries_below(other.path()), expected_left(*place_named(name), true)) << name;
     }
 }
 
-// Another type than the one just examined
+// An entry is replaced just before the call that opens or removes it.
 
-void replace_by_fifo(const std::string &path)
+#ifdef QUINTRAL_REMOVES_BY_PATH
+const std::string open_call = "opendir";
+const std::string unlink_call = "unlink";
+#else
+const std::string open_call = "openat";
+const std::string unlink_call = "unlinkat";
+#endif
+
+TEST(RemoveTreeFaults, OfADirectoryReplacedByAFifoNeitherHangNorRemoveIt)
 {
-    std::rename(path.c_str(), (path + "-aside").c_str());
-    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const TempFolder folder;
+    make_tree(folder, 2);
+    const std::string path = folder.path("tree/side1");
+    bool replaced = false;
+    before_call = [&](const Call &call) {
+        if (replaced || call.function != open_call || last_component(call.name) != "side1")
+            return;
+        replaced = true;
+        std::rename(path.c_str(), (path + "-aside").c_str());
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    };
+    EXPECT_EQ(watched_remove_tree(folder.path("tree")), 0);
+    EXPECT_TRUE(replaced);
+    EXPECT_TRUE(exists(path));
+    EXPECT_TRUE(exists(path + "-aside/inner1"));
 }
 
-TEST(RemoveTreeFaults, OfADirectoryThatHasBecomeAFifoNeitherHangNorRemoveIt)
+TEST(RemoveTreeFaults, OfAFileReplacedByADirectoryLeaveTheDirectory)
 {
-    for (const char *function : {"openat", "opendir"}) {
-        const TempFolder folder;
-        make_tree(folder, 2);
-        bool replaced = false;
-        before_call = [&](const Call &call) {
-            if (replaced || call.function != function || last_component(call.name) != "side1")
-                return;
-            replaced = true;
-            replace_by_fifo(folder.path("tree/side1"));
-        };
-        EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); }),
-                  0);
-        EXPECT_EQ(exists(folder.path("tree/side1")), replaced);
-        EXPECT_EQ(exists(folder.path("tree/side1-aside/inner1")), replaced);
-    }
+    const TempFolder folder;
+    make_tree(folder, 2);
+    const std::string path = folder.path("tree/file1");
+    bool replaced = false;
+    before_call = [&](const Call &call) {
+        if (replaced || call.function != unlink_call || last_component(call.name) != "file1")
+            return;
+        replaced = true;
+        std::remove(path.c_str());
+        make_directory(path);
+    };
+    EXPECT_EQ(watched_remove_tree(folder.path("tree")), 0);
+    EXPECT_TRUE(replaced);
+    EXPECT_TRUE(exists(path));
+    EXPECT_FALSE(exists(folder.path("tree/level1")));
 }
 
-TEST(RemoveTreeFaults, OfAFileThatHasBecomeADirectoryLeaveTheDirectory)
-{
-    for (const char *function : {"unlinkat", "unlink"}) {
-        const TempFolder folder;
-        make_tree(folder, 2);
-        bool replaced = false;
-        before_call = [&](const Call &call) {
-            if (replaced || call.function != function || last_component(call.name) != "file1")
-                return;
-            replaced = true;
-            std::remove(folder.path("tree/file1").c_str());
-            make_directory(folder.path("tree/file1"));
-        };
-        EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); }),
-                  0);
-        EXPECT_EQ(exists(folder.path("tree/file1")), replaced);
-        EXPECT_EQ(exists(folder.path("tree/level1")), false);
-    }
-}
-
-TEST(RemoveTreeFaults, OfANameWithASlashLeadNowhere)
+TEST(RemoveTreeFaults, IgnoreANameWithASlash)
 {
     const TempFolder folder;
     make_directory(folder.path("tree"));
@@ -302,7 +301,7 @@ TEST(RemoveTreeFaults, OfANameWithASlashLeadNowhere)
     make_file(folder.path("tree/other"));
     make_file(folder.path("outside"));
     forged_name = "../outside";
-    EXPECT_EQ(with_failing_call(0, 0, [&] { return remove_tree(folder.path("tree").c_str()); }), 0);
+    EXPECT_EQ(watched_remove_tree(folder.path("tree")), 0);
     EXPECT_EQ(entries_below(folder.path()), (Names{"outside", "tree", "tree/forged"}));
 }
 

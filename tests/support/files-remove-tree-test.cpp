@@ -1,5 +1,5 @@
-// remove_tree on real directories: everything that can be in one, permissions, depth, and the limits
-// on descriptors, stack and length of a path.
+// remove_tree on real directories: entries of every kind, permissions, and the limits on depth,
+// descriptors, stack and the length of a path.
 //
 // Compiled twice: with the library's own remove_tree, and with the one for old systems.
 #include "support/c-utils/files.h"
@@ -86,7 +86,7 @@ TEST(RemoveTree, RemovesADirectoryWithManyEntries)
     EXPECT_EQ(entries_below(folder.path()), Names());
 }
 
-TEST(RemoveTree, TakesATopOfEveryKind)
+TEST(RemoveTree, AcceptsATopOfEveryKind)
 {
     const TempFolder folder;
     make_one_of_each(folder);
@@ -124,10 +124,17 @@ TEST(RemoveTree, FailsForANullOrEmptyPath)
     EXPECT_EQ(remove_tree(""), -1);
 }
 
-TEST(RemoveTree, TakesTheTopInEverySpelling)
+// Removes a tree in a child that has `folder` as its working folder.
+ChildResult remove_tree_in(const TempFolder &folder, const char *path)
+{
+    return run_child_function(
+        [&] { return chdir(folder.path().c_str()) == 0 ? remove_tree(path) : set_up_failed; });
+}
+
+TEST(RemoveTree, AcceptsEverySpellingOfTheTop)
 {
     struct Row {
-        const char *path; // from the folder, with tree/file in it
+        const char *path; // from the folder
         bool top_left;    // rmdir refuses a path that ends in a dot
     };
     const Row rows[] = {
@@ -138,30 +145,19 @@ TEST(RemoveTree, TakesTheTopInEverySpelling)
     const TempFolder folder;
     make_directory(folder.path("other"));
     for (const Row &row : rows) {
-        make_directory(folder.path("tree"));
-        make_directory(folder.path("tree/sub"));
-        make_file(folder.path("tree/sub/file"));
-        const ChildResult relative = run_child_function([&] {
-            return chdir(folder.path().c_str()) == 0 ? remove_tree(row.path) : set_up_failed;
-        });
-        EXPECT_EQ(relative.exit_status, 0) << row.path;
-        EXPECT_EQ(entries_below(folder.path()),
-                  row.top_left ? (Names{"other", "tree"}) : Names{"other"})
-            << row.path;
-        rmdir(folder.path("tree").c_str());
-
-        make_directory(folder.path("tree"));
-        make_directory(folder.path("tree/sub"));
-        make_file(folder.path("tree/sub/file"));
-        EXPECT_EQ(remove_tree(folder.path(row.path).c_str()), 0) << row.path;
-        EXPECT_EQ(entries_below(folder.path()),
-                  row.top_left ? (Names{"other", "tree"}) : Names{"other"})
-            << row.path;
-        rmdir(folder.path("tree").c_str());
+        for (const std::string &path : {std::string(row.path), folder.path(row.path)}) {
+            make_directory(folder.path("tree"));
+            make_directory(folder.path("tree/sub"));
+            make_file(folder.path("tree/sub/file"));
+            EXPECT_EQ(remove_tree_in(folder, path.c_str()).exit_status, 0) << path;
+            const Names left = row.top_left ? Names{"other", "tree"} : Names{"other"};
+            EXPECT_EQ(entries_below(folder.path()), left) << path;
+            rmdir(folder.path("tree").c_str());
+        }
     }
 }
 
-TEST(RemoveTree, EmptiesTheDirectoryBehindALinkThatIsGivenWithASlash)
+TEST(RemoveTree, EmptiesTheTargetOfALinkWithATrailingSlash)
 {
     const TempFolder folder;
     make_directory(folder.path("target"));
@@ -208,8 +204,8 @@ TEST(RemoveTree, RemovesCharacterDevicesAndNeverBlockDevices)
     EXPECT_EQ(entries_below(folder.path()), (Names{"tree", "tree/block"}));
 }
 
-// The chain tree/d1/d2/... of `depth` directories below the working folder's `tree`, a file beside
-// each and one at its end. The child's side: no assertions.
+// Makes the chain tree/d1/d2/... of `depth` directories below `tree` in the working folder, with a
+// file in each but the last. Runs in a child, so it returns false instead of asserting.
 bool make_chain(int depth)
 {
     std::string path = "tree";
@@ -233,7 +229,7 @@ std::string chain_path(int depth)
     return path;
 }
 
-TEST(RemoveTree, GoesOnBesideDirectoriesThatItMayNotEnter)
+TEST(RemoveTree, ContinuesAfterADirectoryThatItMayNotEnter)
 {
     struct Row {
         int depth;
@@ -241,7 +237,7 @@ TEST(RemoveTree, GoesOnBesideDirectoriesThatItMayNotEnter)
         bool empty;
         bool left;
     };
-    // Without the right to read, and to read but not to search: no way up leads through the latter.
+    // A directory that may be read but not searched has no way up through its "..".
     const Row rows[] = {
         {1, 0, false, true},     {1, 0, true, false},     {1, 0400, false, true},
         {1, 0400, true, false},  {1, 0500, false, true},  {1, 0300, false, true},
@@ -273,7 +269,7 @@ TEST(RemoveTree, GoesOnBesideDirectoriesThatItMayNotEnter)
     }
 }
 
-TEST(RemoveTree, NeedsNoRightToReadTheDirectoryThatTheTreeIsIn)
+TEST(RemoveTree, NeedsNoRightToReadTheParentOfTheTree)
 {
     for (const mode_t permissions : {mode_t{0300}, mode_t{0100}}) {
         const TempFolder folder;
@@ -293,7 +289,7 @@ TEST(RemoveTree, NeedsNoRightToReadTheDirectoryThatTheTreeIsIn)
     }
 }
 
-TEST(RemoveTree, FailsWhereTheTopIsOutOfReach)
+TEST(RemoveTree, FailsIfTheTopCannotBeReached)
 {
     const TempFolder folder;
     const ChildResult result = run_without_rights(folder, [] {
@@ -308,7 +304,7 @@ TEST(RemoveTree, FailsWhereTheTopIsOutOfReach)
     EXPECT_EQ(result.exit_status, 7);
 }
 
-// Lets the process have descriptors below that number only.
+// Limits the process to descriptors below `count`.
 bool allow_descriptors(rlim_t count)
 {
     rlimit limit;
@@ -318,7 +314,7 @@ bool allow_descriptors(rlim_t count)
     return setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
-TEST(RemoveTree, Returns0WhereNoDescriptorIsLeft)
+TEST(RemoveTree, Returns0IfNoDescriptorIsLeft)
 {
     const TempFolder folder;
     const ChildResult result = run_without_rights(folder, [] {
@@ -331,7 +327,7 @@ TEST(RemoveTree, Returns0WhereNoDescriptorIsLeft)
     EXPECT_EQ(result.exit_status, 7);
 }
 
-// The removal of "tree" in a thread that has little stack.
+// The body of a thread with little stack; its argument is the result.
 void *remove_in_thread(void *result)
 {
     *static_cast<int *>(result) = remove_tree("tree");
@@ -352,7 +348,7 @@ int remove_with_little_stack()
     return result;
 }
 
-// A tree `depth` levels deep, names of one letter, below the working folder.
+// Makes a tree of `depth` levels in the working folder, with names of one letter.
 bool make_deep_tree(int depth)
 {
     int folder = open(".", O_RDONLY | O_DIRECTORY);
@@ -382,13 +378,7 @@ TEST(RemoveTree, Removes400LevelsWith32DescriptorsAnd256KiBOfStack)
     }
 }
 
-ChildResult remove_tree_in(const TempFolder &folder, const char *path)
-{
-    return run_child_function(
-        [&] { return chdir(folder.path().c_str()) == 0 ? remove_tree(path) : set_up_failed; });
-}
-
-TEST(RemoveTree, TakesPathsOf1023CharactersAndAbortsAtALongerOne)
+TEST(RemoveTree, AcceptsPathsOf1023CharactersAndAbortsAtALongerOne)
 {
     for (const char *kind : {"file", "directory", "link"}) {
         for (const std::size_t length : {longest_path, longest_path + 1}) {
@@ -409,7 +399,7 @@ TEST(RemoveTree, TakesPathsOf1023CharactersAndAbortsAtALongerOne)
     }
 }
 
-TEST(RemoveTree, LeavesAnEntryThatIsTooLongAndAllThatFollowsIt)
+TEST(RemoveTree, LeavesAnEntryWithTooLongAPathAndAllThatFollowsIt)
 {
     const TempFolder folder;
     const std::string path = make_long_path(folder, 1000);
@@ -439,7 +429,7 @@ TEST(RemoveTree, CountsTheLengthOfThePathAsItIsGiven)
     }();
     struct Row {
         std::string top;
-        std::string entry; // in the top, which is a directory; empty for none
+        std::string entry; // a file in the top; empty for none
         bool aborts;
     };
     const Row rows[] = {
@@ -447,7 +437,7 @@ TEST(RemoveTree, CountsTheLengthOfThePathAsItIsGiven)
         {dots.substr(0, 1014) + "tree", "fifth", true},
         {dots.substr(0, 1012) + "tree//", "four", false}, // the slashes count
         {dots.substr(0, 1014) + "tree/", "four", true},
-        {dots + dots + "tree", "", false}, // nothing is formed for the top itself
+        {dots + dots + "tree", "", false}, // the top itself may be longer
         {dots + dots + "tree", "x", true},
     };
     for (const Row &row : rows) {

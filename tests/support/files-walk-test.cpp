@@ -21,6 +21,7 @@ namespace {
 
 using tests::ChildResult;
 using tests::entries_below;
+using tests::holds;
 using tests::long_name;
 using tests::longest_path;
 using tests::make_directory;
@@ -41,14 +42,14 @@ using tests::set_up_failed;
 using tests::TempFolder;
 using tests::Visits;
 
-TEST(ForEachFile, CallsForRegularFilesOfTheDirectoryInItsOrder)
+TEST(ForEachFile, VisitsRegularFilesInTheOrderOfTheDirectory)
 {
     const TempFolder folder;
     make_directory(folder.path("dir"));
     make_directory(folder.path("dir/c"));
     make_file(folder.path("dir/c/inner"));
     make_directory(folder.path("elsewhere"));
-    const Names files = {"a", "b", ".hidden", "..two", "blank name", "\xe4", "%s%n", "z"};
+    const Names files = {"a", "b", ".hidden", "..two", "space name", "\xe4", "%s%n", "z"};
     for (const std::string &name : files)
         make_file(folder.path("dir/" + name), name == "z" ? "" : "content");
     make_link("a", folder.path("dir/file-link"));
@@ -61,7 +62,7 @@ TEST(ForEachFile, CallsForRegularFilesOfTheDirectoryInItsOrder)
     for (const char *given : {"dir", "dir/", "./dir"}) {
         Names expected;
         for (const std::string &name : names_in_system_order(folder.path("dir"))) {
-            if (name == "file-link" || std::find(files.begin(), files.end(), name) != files.end())
+            if (name == "file-link" || holds(files, name))
                 expected.push_back(folder.path(given) + "/" + name);
         }
         ASSERT_EQ(expected.size(), files.size() + 1);
@@ -75,7 +76,7 @@ TEST(ForEachFile, CallsForRegularFilesOfTheDirectoryInItsOrder)
     }
 }
 
-TEST(ForEachFile, FormsThePathsFromTheDirectoryAsGiven)
+TEST(ForEachFile, FormsPathsFromTheDirectoryAsGiven)
 {
     const TempFolder folder;
     make_directory(folder.path("dir"));
@@ -106,7 +107,7 @@ TEST(ForEachFile, IgnoresWhatTheCallbackReturns)
     }
 }
 
-TEST(ForEachFile, CallsNothingForAnEmptyDirectory)
+TEST(ForEachFile, DoesNotCallTheCallbackForAnEmptyDirectory)
 {
     const TempFolder folder;
     const RecordedReports recorded;
@@ -153,7 +154,7 @@ TEST(ForEachFile, WritesItsReportToStandardError)
     EXPECT_EQ(result.error, "Warning: Can't open directory locked: error Permission denied\a\n");
 }
 
-TEST(ForEachFile, LeavesOutWhatItMayNotExamine)
+TEST(ForEachFile, SkipsFilesThatItMayNotExamine)
 {
     const TempFolder folder;
     const ChildResult result = run_without_rights(folder, [] {
@@ -195,7 +196,7 @@ TEST(ForEachFile, ClosesTheDirectoryWhenTheCallbackThrows)
     EXPECT_EQ(open_descriptors(), before);
 }
 
-TEST(ForEachFile, TakesPathsOf1023CharactersAndAbortsAtALongerOne)
+TEST(ForEachFile, AcceptsPathsOf1023CharactersAndAbortsAtALongerOne)
 {
     for (const std::size_t length : {longest_path, longest_path + 1}) {
         const TempFolder folder;

@@ -1,5 +1,5 @@
-// Checked memory and strings: sizes, growth, exact bytes behind each result, and every operation
-// when memory runs out.
+// Checked memory and strings: sizes, growth, the exact bytes of each result, and each operation
+// without memory.
 #include "support/c-utils.h"
 
 #include "tests/harness/test-main.h"
@@ -17,8 +17,7 @@
 
 #include <gtest/gtest.h>
 
-// Read by a build with AddressSanitizer only, which would otherwise end the process at a request
-// that it refuses.
+// Options of AddressSanitizer. By default it ends the process at a request that it refuses.
 extern "C" const char *__asan_default_options()
 {
     return "allocator_may_return_null=1:max_allocation_size_mb=32";
@@ -30,16 +29,16 @@ namespace {
 constexpr std::size_t highest_size = std::numeric_limits<std::size_t>::max();
 constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
 
-// A wide character that no locale of the tests can turn into bytes.
+// A wide character that no test locale can convert to bytes, so that formatting it fails.
 const wchar_t unprintable[] = {static_cast<wchar_t>(0x7ffffff0), 0};
 
 // A size that the system refuses while a ScarceMemory lives.
 constexpr std::size_t too_much = std::size_t{70} << 20;
 
-// While one lives, this process gets no block of the size too_much but smaller ones, which the test
-// and a memory checker go on needing: the limit of the address space is lowered step by step until
-// a block of half of it is refused. That half is above the 32 MiB up to which glibc keeps freed
-// blocks. AddressSanitizer refuses it by itself (see above) and would not survive the system's
+// For the length of a scope, this process gets no block of the size too_much. It still gets smaller
+// ones, which the test and a memory checker need: the limit on the address space goes down in steps
+// until a block of half that size is refused. That half is above the 32 MiB up to which glibc keeps
+// freed blocks. AddressSanitizer refuses too_much itself (see above) and could not work under the
 // limit.
 class ScarceMemory {
 public:
@@ -73,7 +72,7 @@ private:
     rlimit old_limit_;
 };
 
-// Leaves bytes of its own where the next call's local variables will be.
+// Fills the part of the stack that the next call will use for its local variables.
 __attribute__((noinline)) void dirty_the_stack()
 {
     volatile char area[32768];
@@ -90,7 +89,7 @@ QUINTRAL_PRINTF(1, 2) char *forward_to_vprintf(const char *format, ...)
     return text;
 }
 
-// The text of a new block, which it releases.
+// Returns the string in a new block and releases the block.
 std::string taken(char *text)
 {
     const std::string copy = text;
@@ -100,7 +99,7 @@ std::string taken(char *text)
 
 // checked_malloc, checked_realloc, checked_free
 
-TEST(CheckedMalloc, GivesABlockOfTheSizeAskedFor)
+TEST(CheckedMalloc, ReturnsABlockOfTheGivenSize)
 {
     for (const std::size_t size : {1u, 2u, 4096u, 1000000u}) {
         void *block = checked_malloc(size);
@@ -110,7 +109,7 @@ TEST(CheckedMalloc, GivesABlockOfTheSizeAskedFor)
     }
 }
 
-TEST(CheckedMalloc, GivesNullForASizeOf0)
+TEST(CheckedMalloc, ReturnsNullForASizeOf0)
 {
     EXPECT_EQ(checked_malloc(0), nullptr);
 }
@@ -130,7 +129,7 @@ TEST(CheckedFree, DoesNothingForNull)
     checked_free(checked_malloc(0));
 }
 
-TEST(CheckedRealloc, AllocatesAnewForNullWhateverTheOldSize)
+TEST(CheckedRealloc, AllocatesForNullWhateverTheOldSize)
 {
     for (const std::size_t old_size : {std::size_t{0}, std::size_t{7}, highest_size}) {
         void *block = checked_realloc(nullptr, old_size, 100);
@@ -140,7 +139,7 @@ TEST(CheckedRealloc, AllocatesAnewForNullWhateverTheOldSize)
     }
 }
 
-TEST(CheckedRealloc, KeepsTheContentWhateverTheOldSizeSays)
+TEST(CheckedRealloc, KeepsTheContentWhateverTheOldSize)
 {
     for (const std::size_t old_size : {std::size_t{0}, std::size_t{6}, highest_size}) {
         char *block = static_cast<char *>(checked_malloc(6));
@@ -169,10 +168,10 @@ TEST(CheckedRealloc, ThrowsWhenMemoryRunsOutAndLeavesTheBlockToTheCaller)
     }
 }
 
-TEST(CheckedRealloc, ANewSizeOf0ThrowsExactlyWhereTheSystemGivesNull)
+TEST(CheckedRealloc, ANewSizeOf0ThrowsExactlyIfTheSystemReturnsNull)
 {
     for (const bool from_null : {true, false}) {
-        // Volatile, because optimisers may answer in the system's place.
+        // Volatile, because an optimiser may compute the result itself.
         void *volatile system_block = from_null ? nullptr : std::malloc(8);
         system_block = std::realloc(system_block, 0);
         const bool system_gives_null = system_block == nullptr;
@@ -193,16 +192,16 @@ TEST(CheckedRealloc, ANewSizeOf0ThrowsExactlyWhereTheSystemGivesNull)
 
 // copy_string_with_room
 
-struct RoomRow {
+struct ExtraRow {
     const char *text;
     std::size_t extra;
 };
 
-TEST(CopyStringWithRoom, CopiesAndLeavesRoomForExtraBytes)
+TEST(CopyStringWithRoom, CopiesAndLeavesSpaceForExtraBytes)
 {
-    const RoomRow rows[] = {{"", 0},    {"", 5},       {"abc", 0},
-                            {"abc", 1}, {"abc", 5000}, {"\xe4\xff", 2}};
-    for (const RoomRow &row : rows) {
+    const ExtraRow rows[] = {{"", 0},    {"", 5},       {"abc", 0},
+                             {"abc", 1}, {"abc", 5000}, {"\xe4\xff", 2}};
+    for (const ExtraRow &row : rows) {
         char *copy = copy_string_with_room(row.text, row.extra);
         EXPECT_STREQ(copy, row.text);
         EXPECT_NE(copy, row.text);
@@ -214,13 +213,13 @@ TEST(CopyStringWithRoom, CopiesAndLeavesRoomForExtraBytes)
 
 TEST(CopyStringWithRoom, ThrowsWhenTheSizeCannotBeExpressed)
 {
-    const RoomRow rows[] = {
+    const ExtraRow rows[] = {
         {"abc", highest_size - 3}, // would be 0
         {"abc", highest_size - 2}, // would be 1
         {"abc", highest_size},     // would be 3
         {"", highest_size},        // would be 0
     };
-    for (const RoomRow &row : rows)
+    for (const ExtraRow &row : rows)
         EXPECT_THROW(copy_string_with_room(row.text, row.extra), std::bad_alloc)
             << "text " << row.text << ", extra " << row.extra;
 }
@@ -236,7 +235,7 @@ TEST(CopyStringWithRoom, ThrowsWhenMemoryRunsOut)
 
 // alloc_printf, alloc_vprintf
 
-TEST(AllocPrintf, HoldsExactlyTheFormattedText)
+TEST(AllocPrintf, ReturnsExactlyTheFormattedText)
 {
     EXPECT_EQ(taken(alloc_printf("%s", "")), "");
     EXPECT_EQ(taken(alloc_printf("plain")), "plain");
@@ -245,7 +244,7 @@ TEST(AllocPrintf, HoldsExactlyTheFormattedText)
     EXPECT_EQ(taken(forward_to_vprintf("%s", "")), "");
 }
 
-TEST(AllocPrintf, HoldsATextOfAnyLength)
+TEST(AllocPrintf, ReturnsATextOfAnyLength)
 {
     for (const std::size_t length : {1u, 4094u, 4095u, 4096u, 1000000u}) {
         const std::string text(length, 'x');
@@ -254,7 +253,7 @@ TEST(AllocPrintf, HoldsATextOfAnyLength)
     }
 }
 
-TEST(AllocPrintf, GivesAnEmptyTextWhereFormattingFails)
+TEST(AllocPrintf, ReturnsAnEmptyTextIfFormattingFails)
 {
     EXPECT_EQ(taken(alloc_printf("%ls", unprintable)), "");
     EXPECT_EQ(taken(alloc_printf("before %ls", unprintable)), "");
@@ -335,13 +334,13 @@ struct GrowthRow {
 TEST(StringBuffer, GrowsToTheNewLengthAnd128OnlyWhenTheTextAnd2BytesDoNotFit)
 {
     const GrowthRow rows[] = {
-        {"nothing makes room too", 0, 0, 128, 128},
+        {"an empty append grows too", 0, 0, 128, 128},
         {"2 bytes stay free", 0, 126, 128, 128},
-        {"1 byte free is too little", 0, 127, 128, 255},
-        {"the same behind a text", 3, 126, 131, 131},
-        {"the same behind a text", 3, 127, 131, 258},
+        {"1 free byte is not enough", 0, 127, 128, 255},
+        {"the same after a text", 3, 126, 131, 131},
+        {"the same after a text", 3, 127, 131, 258},
         {"the new length and 128, never the double", 1000, 500, 1128, 1628},
-        {"nothing fits while 2 bytes are free", 126, 0, 254, 254},
+        {"an empty append fits in 2 free bytes", 126, 0, 254, 254},
         {"the longest append", 4094, 4094, 4222, 8316},
     };
     for (const GrowthRow &row : rows) {
@@ -376,7 +375,7 @@ TEST(StringBuffer, ARunOfShortAppendsGrowsByTheRuleAndStaysTerminated)
     string_buffer_free(&buffer);
 }
 
-TEST(StringBuffer, AnEmptyAppendToAnEmptyBufferGivesAnEmptyText)
+TEST(StringBuffer, AnEmptyAppendToAnEmptyBufferMakesAnEmptyText)
 {
     StringBuffer buffer = {};
     EXPECT_EQ(string_buffer_printf(&buffer, "%s", ""), 0);
@@ -399,7 +398,7 @@ struct LongRow {
     std::int32_t appended;
 };
 
-TEST(StringBuffer, OfATextOf4095CharactersOrMoreTheFirst4094AreAppended)
+TEST(StringBuffer, AppendsTheFirst4094CharactersOfALongerText)
 {
     const LongRow rows[] = {{4093, 4093}, {4094, 4094}, {4095, 4094},
                             {4096, 4094}, {4097, 4094}, {100000, 4094}};
@@ -417,7 +416,7 @@ TEST(StringBuffer, OfATextOf4095CharactersOrMoreTheFirst4094AreAppended)
     }
 }
 
-TEST(StringBuffer, AFailedFormattingAppends4095NulsAndNoStackRemains)
+TEST(StringBuffer, AFailedFormattingAppends4095NulsAndNoOldStackContent)
 {
     StringBuffer buffer = {};
     string_buffer_printf(&buffer, "ab");
@@ -432,7 +431,7 @@ TEST(StringBuffer, AFailedFormattingAppends4095NulsAndNoStackRemains)
     string_buffer_free(&buffer);
 }
 
-TEST(StringBuffer, AFailedFormattingAppendsNothingButWhatItHadWrittenAndNuls)
+TEST(StringBuffer, AFailedFormattingAppendsOnlyWhatItHadWrittenAndNuls)
 {
     StringBuffer buffer = {};
     dirty_the_stack();
@@ -449,9 +448,9 @@ struct OverflowRow {
     std::int32_t length;
 };
 
-TEST(StringBuffer, ThrowsBeforeAnySizePassesThe32BitRangeAndChangesNothing)
+TEST(StringBuffer, ThrowsBeforeASizeExceeds32BitsAndChangesNothing)
 {
-    // Buffers as long texts would leave them, with a stand-in for the block, which is not reached.
+    // Buffers as long strings would leave them, with a short block, which is not accessed.
     const OverflowRow rows[] = {
         {highest - 127, highest - 130}, // 3 + length + 128 is one too many
         {highest - 1, highest - 3},
@@ -492,7 +491,7 @@ TEST(StringBuffer, ThrowsWhenMemoryRunsOutAndStaysAsItWas)
 struct CopyRow {
     const char *source;
     std::size_t size;
-    std::string expected; // all 8 bytes of the destination, '#' before
+    std::string expected; // all 8 bytes of the destination, which were '#'
 };
 
 TEST(CopyStringBounded, CutsTerminatesAndFillsWithNuls)
@@ -517,7 +516,7 @@ TEST(CopyStringBounded, CutsTerminatesAndFillsWithNuls)
     }
 }
 
-TEST(CopyStringBounded, TouchesNothingForANullDestinationOrASizeOf0)
+TEST(CopyStringBounded, ReturnsNullForANullDestination)
 {
     EXPECT_EQ(copy_string_bounded(nullptr, nullptr, 5), nullptr);
     EXPECT_EQ(copy_string_bounded(nullptr, "text", 5), nullptr);
@@ -535,9 +534,9 @@ TEST(CopyStringBounded, ReadsNoFurtherThanTheBytesItCopies)
     checked_free(source);
 }
 
-// A host program's locale changes nothing.
+// The locale of the host program has no effect.
 
-TEST(MemoryLocale, TextsAreBytesUnderALatin1Locale)
+TEST(MemoryLocale, StringsAreBytesUnderALatin1Locale)
 {
     ASSERT_NE(std::setlocale(LC_ALL, tests::comma_locale), nullptr);
     StringBuffer buffer = {};
