@@ -59,8 +59,8 @@ private:
 
 void prepare_nothing();
 
-// Calls `open` in a host that first calls `prepare`. Checks that the host then has the descriptors,
-// children and signal settings that it had before.
+// Calls `open` in a host that first calls `prepare`. Checks that the call leaves the host without a
+// child, and with the same descriptors and signal settings as before.
 void call_in_host(const Settings &environment, const std::function<void()> &prepare,
                   const Open &open, Findings *findings);
 

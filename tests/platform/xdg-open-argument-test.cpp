@@ -18,13 +18,7 @@ namespace {
 
 using namespace tests;
 
-// Finding it
-
-std::string replace_first(std::string text, const std::string &what, const std::string &with)
-{
-    const std::size_t start = text.find(what);
-    return start == std::string::npos ? text : text.replace(start, what.size(), with);
-}
+// The search in PATH
 
 void make_program(const std::string &folder, const std::string &content, mode_t permissions)
 {
@@ -38,7 +32,7 @@ std::int32_t status_with_path(const FakeDesktop &desktop, const std::string &pat
 {
     return status_in_host(desktop, url_opener("exit:7"), [&] {
         exit_unless(chdir(desktop.path("bin").c_str()) == 0, 77);
-        setenv("PATH", replace_first(path, "ROOT", desktop.path("")).c_str(), 1);
+        setenv("PATH", path.c_str(), 1);
     });
 }
 
@@ -86,12 +80,12 @@ TEST(XdgOpenSearch, ReturnsMinus1IfThereIsNoneOrItCannotBeStarted)
     const FakeDesktop desktop;
     make_directory(desktop.path("empty"));
     make_program(desktop.path("no-interpreter"), "#!/missing/interpreter\n", 0755);
-    make_program(desktop.path("for-no-shell"), "exit 0\n", 0755);
-    for (const char *name : {"missing", "empty", "no-interpreter", "for-no-shell"})
+    make_program(desktop.path("no-shebang"), "exit 0\n", 0755);
+    for (const char *name : {"missing", "empty", "no-interpreter", "no-shebang"})
         EXPECT_EQ(status_with_path(desktop, desktop.path(name)), -1) << name;
 }
 
-// What it is given
+// The argument
 
 TEST(XdgOpenArgument, IsTheUrlUnchanged)
 {
@@ -111,14 +105,14 @@ TEST(XdgOpenArgument, IsTheUrlUpToTheCount)
     EXPECT_EQ(record_argument(desktop.record()), "http://a/b");
 }
 
-const char *const trap_names[] = {
+const char *const difficult_names[] = {
     "file",      "with  two spaces", "#1 100%25 ?a=b&c", "-option", "--help", "$(exit 3) `exit 3`",
     "'quoted\"", "http:a",           "\xC3\xBC \xFF",    "*",
 };
 
 TEST(XdgOpenArgument, IsTheAbsolutePathUnchanged)
 {
-    for (const char *name : trap_names) {
+    for (const char *name : difficult_names) {
         const FakeDesktop desktop;
         const std::string path = desktop.path(name);
         make_file(path);
@@ -129,7 +123,7 @@ TEST(XdgOpenArgument, IsTheAbsolutePathUnchanged)
 
 TEST(XdgOpenArgument, IsARelativePathMadeAbsolute)
 {
-    for (const char *name : trap_names) {
+    for (const char *name : difficult_names) {
         const FakeDesktop desktop;
         make_file(desktop.path(name));
         EXPECT_EQ(status_in_host(

@@ -74,7 +74,7 @@ TEST(XdgOpenStatus, Is0EvenIfXdgOpenStopsItsParent)
     EXPECT_LT(shortest_wait(wait, 1700), 1700);
 }
 
-// Starting it
+// The start of xdg-open
 
 const char *const nothing_inherited = "descriptors: 0 1 2\n"
                                       "stream: /dev/null\nstream: /dev/null\nstream: /dev/null\n"

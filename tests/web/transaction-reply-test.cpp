@@ -63,7 +63,7 @@ TEST_F(WebTransaction, ANulCutsTheHeaderAndTheRestOfABodyChunk)
     const std::string ys(22, 'y');
     const DeliveryRow rows[] = {
         {"in the header", "A: b" + nul + "c\r\nD: e\r\n\r\nbody", "A: b", "body"},
-        {"a NUL alone fills a line", "A\n" + nul + "\n\nbody", "A\n", "body"},
+        {"a line with only a NUL", "A\n" + nul + "\n\nbody", "A\n", "body"},
         {"first in the header", nul + "A\n\nbody", "", "body"},
         {"a chunk is 1023 bytes", "A\n\n" + xs + nul + ys + "second", "A\n", xs + "second"},
     };
