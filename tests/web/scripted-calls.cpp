@@ -28,9 +28,8 @@ int __real_socket(int domain, int type, int protocol);
 int __real_connect(int descriptor, const sockaddr *address, socklen_t size);
 ssize_t __real_send(int descriptor, const void *bytes, size_t length, int flags);
 ssize_t __real_recv(int descriptor, void *bytes, size_t size, int flags);
-int __real_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout);
-int __real___select64(int range, fd_set *reading, fd_set *writing, fd_set *failing,
-                      timeval *timeout);
+int __real_select(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout);
+int __real___select64(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout);
 int __real_poll(pollfd *entries, nfds_t count, int milliseconds);
 int __real_close(int descriptor);
 char *__real_strerror(int error);
@@ -42,9 +41,8 @@ int __wrap_socket(int domain, int type, int protocol);
 int __wrap_connect(int descriptor, const sockaddr *address, socklen_t size);
 ssize_t __wrap_send(int descriptor, const void *bytes, size_t length, int flags);
 ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags);
-int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout);
-int __wrap___select64(int range, fd_set *reading, fd_set *writing, fd_set *failing,
-                      timeval *timeout);
+int __wrap_select(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout);
+int __wrap___select64(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout);
 int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds);
 int __wrap_close(int descriptor);
 char *__wrap_strerror(int error);
@@ -144,12 +142,12 @@ int real_gettimeofday(timeval *now, void *zone)
         return __real_gettimeofday(now, zone);
 }
 
-int real_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout)
+int real_select(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout)
 {
     if constexpr (has_other_names)
-        return __real___select64(range, reading, writing, failing, timeout);
+        return __real___select64(range, reads, writes, failures, timeout);
     else
-        return __real_select(range, reading, writing, failing, timeout);
+        return __real_select(range, reads, writes, failures, timeout);
 }
 
 ssize_t scripted_receive(void *bytes, std::size_t size)
@@ -289,28 +287,27 @@ ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags)
     return scripted_receive(bytes, size);
 }
 
-int __wrap_select(int range, fd_set *reading, fd_set *writing, fd_set *failing, timeval *timeout)
+int __wrap_select(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout)
 {
     if (!is_scripted())
-        return real_select(range, reading, writing, failing, timeout);
+        return real_select(range, reads, writes, failures, timeout);
     const CountingPause pause;
     int in_set = 0;
     for (int descriptor = 0; descriptor < static_cast<int>(FD_SETSIZE); ++descriptor)
-        in_set += FD_ISSET(descriptor, reading) ? 1 : 0;
+        in_set += FD_ISSET(descriptor, reads) ? 1 : 0;
     record("select " + std::to_string(range) + " " + std::to_string(timeout->tv_sec) + " s " +
            std::to_string(timeout->tv_usec) + " us");
-    if (in_set != 1 || writing != nullptr || failing != nullptr)
+    if (in_set != 1 || writes != nullptr || failures != nullptr)
         record("unexpected descriptor sets");
     const int result = scripted_wait_result(timeout->tv_sec * second + timeout->tv_usec);
     if (result == 0 || stage.wait_lies)
-        FD_ZERO(reading);
+        FD_ZERO(reads);
     return result;
 }
 
-int __wrap___select64(int range, fd_set *reading, fd_set *writing, fd_set *failing,
-                      timeval *timeout)
+int __wrap___select64(int range, fd_set *reads, fd_set *writes, fd_set *failures, timeval *timeout)
 {
-    return __wrap_select(range, reading, writing, failing, timeout);
+    return __wrap_select(range, reads, writes, failures, timeout);
 }
 
 int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
