@@ -1,6 +1,6 @@
 #!/bin/sh
-# Compiles every source that a macOS build takes, for the oldest system of each architecture, on a
-# machine without macOS. Usage: scripts/check-macos.sh
+# Compiles every source of a macOS build on Linux, for the oldest system of each architecture.
+# Usage: scripts/check-macos.sh
 set -eu
 CDPATH= cd -- "$(dirname "$0")/.."
 . scripts/set-up.sh
@@ -19,7 +19,7 @@ if ! cmp -s scripts/macos-headers/package-lock.json "$headers/installed-lock.jso
   cp scripts/macos-headers/package-lock.json "$headers/installed-lock.json"
 fi
 
-# probe PRESET TARGET: builds the probe as the preset builds the project; its output in probe.log.
+# probe PRESET TARGET: compiles the probe for the target of the preset; its output is in probe.log.
 probe() {
   cmake -S tests/macos-frameworks/probe -B "build/$1/probe" -G Ninja \
     --toolchain "$PWD/cmake/MacosCheck.cmake" -DQUINTRAL_MACOS_TARGET="$2" \
@@ -34,11 +34,11 @@ for preset in macos-i386 macos-x86_64 macos-arm64; do
   cmake --build --preset "$preset" || fail "the preset $preset does not compile"
 done
 
-echo "== macos: the check of what a system lacks"
+echo "== macos: calls that a system lacks are refused"
 if probe macos-i386 i386-apple-macosx10.6; then
-  fail "openat was accepted for Mac OS X 10.6, which lacks it"
+  fail "openat compiles for Mac OS X 10.6, which lacks it"
 fi
 grep -q "'openat' is only available on macOS 10.10 or newer" build/macos-i386/probe.log ||
-  { cat build/macos-i386/probe.log && fail "openat was refused for another reason"; }
+  { cat build/macos-i386/probe.log && fail "openat does not compile, but for another reason"; }
 probe macos-x86_64 x86_64-apple-macosx10.13 ||
-  { cat build/macos-x86_64/probe.log && fail "openat was refused for macOS 10.13, which has it"; }
+  { cat build/macos-x86_64/probe.log && fail "openat does not compile for macOS 10.13"; }

@@ -1,9 +1,9 @@
 #!/bin/sh
-# Runs every fuzzer of a build folder for a number of seconds each and stops at the first that finds
-# something. Usage: scripts/fuzz.sh BUILD_FOLDER SECONDS
+# Runs each fuzzer in a build folder for a number of seconds. Stops at the first failure.
+# Usage: scripts/fuzz.sh BUILD_FOLDER SECONDS
 #
-# The committed inputs are where a fuzzer starts; what it finds beside them, its log and the input
-# that it fails on stay below the build folder, in fuzz/runs.
+# A fuzzer starts from the committed inputs. New inputs, its log and the input that made it fail are
+# kept in BUILD_FOLDER/fuzz/runs.
 set -eu
 CDPATH= cd -- "$(dirname -- "$0")/.."
 . scripts/set-up.sh
@@ -16,14 +16,15 @@ esac
 [ -d "$build/fuzz" ] || fail "no fuzzers in '$build'"
 clean_environment
 
-# What the log of a failed run says: the check or the sanitizer's report, and how to see it again.
+# explain THING LOG: prints the failed check or the sanitizer's report, and how to reproduce it.
 explain() {
   grep -n -E 'fuzz check failed|runtime error|ERROR: |SUMMARY: ' "$2" || tail -n 20 "$2"
   input=$(sed -n 's/.*Test unit written to //p' "$2" | tail -n 1)
-  [ -z "$input" ] || echo "The input is kept; see it again with: $build/fuzz/fuzz-$1 $input"
-  echo "The whole log: $2"
+  [ -z "$input" ] || echo "To reproduce the failure: $build/fuzz/fuzz-$1 $input"
+  echo "The full log: $2"
 }
 
+# run_fuzzer THING: runs fuzz-THING; sets log to the name of its log.
 run_fuzzer() {
   folder=$build/fuzz/runs/$1
   log=$folder/log
