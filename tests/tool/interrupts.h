@@ -50,7 +50,7 @@ inline bool wait_for_handlers(const Child &child)
     return false;
 }
 
-// Runs the utility against a peer and interrupts it that many milliseconds after the request arrived.
+// Runs the utility against a peer and interrupts it `milliseconds` after its request arrived.
 inline ChildResult interrupt_exchange(const PeerScript &script, int signal_number,
                                       const Strings &arguments, const ChildOptions &options = {},
                                       int milliseconds = 0)

@@ -16,7 +16,7 @@ inline bool is_json_line(const std::string &line)
     using Json = nlohmann::json;
     static const std::vector<std::string> expected = {"status", "exit_status", "newer",   "version",
                                                       "url",    "button",      "message", "error"};
-    std::vector<std::string> keys; // as the line has them; the parsed object sorts and merges them
+    std::vector<std::string> keys; // as in the line; the parsed object sorts and merges them
     const auto note_key = [&keys](int, Json::parse_event_t event, const Json &key) {
         if (event == Json::parse_event_t::key)
             keys.push_back(key);

@@ -58,8 +58,7 @@ struct Range {
     std::uint32_t last;
 };
 
-// Characters that are never shown as they are: control bytes except tab and line feed, DEL and the C1
-// controls, and the bidirectional controls.
+// Control bytes except tab and line feed, DEL and the C1 controls, and the bidirectional controls.
 const Range unsafe[] = {
     {0x01, 0x08},     {0x0B, 0x1F},     {0x7F, 0x9F},     {0x061C, 0x061C},
     {0x200E, 0x200F}, {0x202A, 0x202E}, {0x2066, 0x2069},

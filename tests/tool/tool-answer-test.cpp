@@ -39,7 +39,7 @@ void expect_answer(const std::string &body, const ExpectedAnswer &expected)
                  object(newer_status), "", what);
 }
 
-// A reply whose values hold nothing that text and object show differently.
+// A reply without unsafe characters, and its values, from which both forms are composed.
 struct AnswerRow {
     std::string body;
     std::string message;

@@ -35,7 +35,7 @@ ChildOptions with_memory(rlim_t bytes)
     return options;
 }
 
-// The least memory, in steps, with which the utility starts at all.
+// The smallest multiple of the step with which the utility starts.
 rlim_t least_memory(rlim_t step)
 {
     rlim_t bytes = step;
@@ -44,8 +44,8 @@ rlim_t least_memory(rlim_t step)
     return bytes;
 }
 
-// From there up to where the reply fits: whatever the memory, the run is answered or it fails with
-// one line and one object.
+// Raises the limit until the reply fits. At each step, the utility either answers or fails with one
+// line and one object.
 TEST(ToolMemory, ExhaustedMemoryIsReportedByOneLineAndOneObject)
 {
     if (memory_is_sanitized)
@@ -66,7 +66,7 @@ TEST(ToolMemory, ExhaustedMemoryIsReportedByOneLineAndOneObject)
         expect_ended(result, 1, unanswered_json("failed", 1, "Out of memory"),
                      error_line("Out of memory"), what);
     }
-    EXPECT_EQ(result.exit_status, 0) << "the reply never fitted";
+    EXPECT_EQ(result.exit_status, 0) << "the reply never fit";
     EXPECT_GE(exhausted, 1);
 }
 

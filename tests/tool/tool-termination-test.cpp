@@ -32,7 +32,7 @@ namespace quintral::tests::tool {
 namespace {
 
 // The table of phases and events in the header. A child process calls the functions as main does.
-// Each cell is a test of its own name, since some take seconds.
+// Each cell is a separate test, since some take seconds.
 
 enum class Phase { Starting, Exchange, AnswerHeld, Output };
 enum class Event { FirstInterrupt, SecondInterrupt, TimeLimit, Exception };
