@@ -53,7 +53,7 @@ function(quintral_add_library folder)
       FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
   endif()
   if(PROJECT_IS_TOP_LEVEL AND arg_PRIVATE_HEADERS)
-    # In a separate target, because CMake requires an exported target to install all its header sets.
+    # In a separate target: CMake requires an exported target to install all its header sets.
     set(checked ${target}_private_headers)
     add_library(${checked} INTERFACE)
     target_sources(${checked} INTERFACE

@@ -102,7 +102,7 @@ const char *add_product(std::string_view line, std::vector<Product> *products)
     if (product.name.empty())
         return "no product name";
     if (!is_version(product.version) || fraction(product.version).size() > 3)
-        return "the version is not a number with at most three digits behind the point";
+        return "the version is not a number with at most three decimal places";
     if (product.message.empty())
         return "no message";
     for (const Product &other : *products) {

@@ -68,9 +68,9 @@ struct Answer {
     std::string body;
 };
 
-// Returns the position of the line feed that ends the last header line and sets *size to the size of
-// the empty line after it, or returns npos if the header is not complete. `searched` is the size of
-// the input in the previous call, 0 in the first.
+// Returns the position of the line feed that ends the last header line and sets *size to the size
+// of the empty line after it, or returns npos if the header is not complete. `searched` is the size
+// of the input in the previous call, 0 in the first.
 std::size_t find_header_end(std::string_view input, std::size_t searched, std::size_t *size);
 
 // Reads a complete header, without its empty line. Returns 0, or -1 with the answer that refuses

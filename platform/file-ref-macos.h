@@ -6,6 +6,7 @@
 
 namespace quintral {
 
+// A reference to a file, as the system knows it.
 using PlatformFileRef = FSRef;
 
 } // namespace quintral

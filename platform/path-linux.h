@@ -22,6 +22,7 @@ inline bool join_path(char *path, std::size_t capacity, const char *folder, cons
     return length >= 0 && static_cast<std::size_t>(length) < capacity;
 }
 
+// True for a folder, also through a symbolic link.
 inline bool is_folder(const char *path)
 {
     struct stat status = {};

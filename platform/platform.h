@@ -90,6 +90,7 @@ int platform_open_document(const char *text);
 // relative. The two plug-in bundle identifiers and the fixed folder are build settings
 // (QUINTRAL_PLUGIN_IDENTIFIER, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, QUINTRAL_CONFIG_FOLDER).
 
+// What platform_bundle_path can find.
 enum BundleLocation : unsigned {
     MainBundle,          // the folder of the main bundle
     MainExecutable,      // the program

@@ -10,6 +10,7 @@
 
 namespace quintral {
 
+// The calls that ask for the time, and the one that sleeps.
 struct TimeSource {
     std::time_t (*time)();
     timeval (*time_of_day)();

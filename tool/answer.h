@@ -35,19 +35,19 @@ struct RunOutcome {
 void note_truncated_values(const UpdateAnswer &answer);
 
 // Removes the carriage returns left by services that use CR LF line endings: one at the end of
-// version, address and button, and in the message one before each line feed and one at the end. Also
-// removes spaces and tabs around the version.
+// version, address and button, and in the message one before each line feed and one at the end.
+// Also removes spaces and tabs around the version.
 void clean_answer(UpdateAnswer *answer);
 
-// Compares the answer's version with the product's. Unknown if the answer has no version or it is not
-// a version number.
+// Compares the answer's version with the product's. Unknown if the answer has no version or it is
+// not a version number.
 // Requires: the answer is clean, is_version_number(product_version).
 Newer compare_answer(const UpdateAnswer &answer, const char *product_version);
 
-// Prints the answer by print_text: the lines "Version: ", "URL: " and "Button: " for the values given,
-// with the tags version, url and button, then the message with the tag message. A line feed is added
-// to a message that does not end with one, unless it is empty. Everything is made safe (see
-// safe_text).
+// Prints the answer by print_text: the lines "Version: ", "URL: " and "Button: " for the values
+// given, with the tags version, url and button, then the message with the tag message. A line feed
+// is added to a message that does not end with one, unless it is empty. Everything is made safe
+// (see safe_text).
 void print_answer(const UpdateAnswer &answer);
 
 // Returns text, or null if it is empty.

@@ -68,8 +68,8 @@ int ask(const ToolOptions &options, const ProxySettings &proxy, UpdateAnswer *an
                               null_if_empty(proxy.password));
 }
 
-// The outcome of a failed run. An interrupt or the time limit cancels the exchange. One that came too
-// late for that, after the last byte, still counts.
+// The outcome of a failed run. An interrupt or the time limit cancels the exchange. One that came
+// too late for that, after the last byte, still counts.
 RunOutcome failed_outcome(int result)
 {
     if (interrupt_received() != 0)

@@ -61,7 +61,7 @@ const char *read_service(ToolOptions *options, char *argument)
     return nullptr;
 }
 
-const char *read_max_time(ToolOptions *options, char *argument)
+const char *read_seconds(ToolOptions *options, char *argument)
 {
     options->max_time = ascii_read_digits(argument, longest_max_time);
     if (options->max_time <= 0)
@@ -90,8 +90,8 @@ constexpr OptionRow set(OptionGroup group, const char *name, bool O::*flag, cons
     return {group, name, nullptr, nullptr, flag, nullptr, help};
 }
 
-constexpr OptionGroup query = OptionGroup::Query;
-constexpr OptionGroup link = OptionGroup::Connection;
+constexpr OptionGroup ask = OptionGroup::Query;
+constexpr OptionGroup net = OptionGroup::Connection;
 constexpr OptionGroup answer = OptionGroup::Answer;
 constexpr OptionGroup about = OptionGroup::Program;
 
@@ -101,22 +101,22 @@ constexpr OptionGroup about = OptionGroup::Program;
 // ambiguous, and the message for an ambiguous word names the first two in this order.
 // clang-format off
 constexpr OptionRow option_rows[] = {
-    keep(query, "product", "name", &O::product, "Product to ask about."),
-    keep(query, "productline", "name", &O::product_line, "Product line it belongs to."),
-    read(query, "product-version", "n", read_version, "Its version, a number such as 5.2."),
+    keep(ask, "product", "name", &O::product, "Product to ask about."),
+    keep(ask, "productline", "name", &O::product_line, "Product line it belongs to."),
+    read(ask, "product-version", "n", read_version, "Its version, a number such as 5.2."),
     set(about, "help", &O::help, "Print this text."),
     set(about, "version", &O::show_version, "Print the version of this program."),
-    keep(query, "version-name", "text", &O::version_name, "Name of that version."),
-    keep(query, "machine-id", "text", &O::machine_id, "Identifier of this machine (default: empty)."),
-    keep(query, "os", "name", &O::os, "Operating system (default: detected)."),
-    keep(query, "os-version", "text", &O::os_version, "Its version (default: detected)."),
-    keep(query, "processor-arch", "name", &O::processor_arch, "Processor (default: detected)."),
+    keep(ask, "version-name", "text", &O::version_name, "Name of that version."),
+    keep(ask, "machine-id", "text", &O::machine_id, "Identifier of this machine (default: empty)."),
+    keep(ask, "os", "name", &O::os, "Operating system (default: detected)."),
+    keep(ask, "os-version", "text", &O::os_version, "Its version (default: detected)."),
+    keep(ask, "processor-arch", "name", &O::processor_arch, "Processor (default: detected)."),
 
-    read(link, "service", "host[:port]", read_service, "Ask this update service."),
-    keep(link, "proxy", "host:port", &O::proxy, "Use a proxy server to connect to the internet."),
-    keep(link, "proxy-user", "", &O::proxy_user, "Username for proxy authentication."),
-    read(link, "proxy-pass", "", read_password, "Password for proxy authentication."),
-    read(link, "max-time", "seconds", read_max_time, "Overall time limit, 1 to 86400 (default: 60)."),
+    read(net, "service", "host[:port]", read_service, "Ask this update service."),
+    keep(net, "proxy", "host:port", &O::proxy, "Use a proxy server to connect to the internet."),
+    keep(net, "proxy-user", "", &O::proxy_user, "Username for proxy authentication."),
+    read(net, "proxy-pass", "", read_password, "Password for proxy authentication."),
+    read(net, "max-time", "seconds", read_seconds, "Overall time limit, 1 to 86400 (default: 60)."),
 
     set(answer, "json", &O::json, "Print one JSON object instead of text."),
     set(answer, "quiet", &O::quiet, "Suppress the progress indicator and notes."),
@@ -129,11 +129,12 @@ constexpr std::size_t option_count = sizeof option_rows / sizeof option_rows[0];
 
 namespace {
 
-// The parser's result for a row is its index plus this, clear of the parser's own results, which are
-// characters.
+// The parser's result for a row is its index plus this, clear of the parser's own results, which
+// are characters.
 constexpr std::int32_t first_result = 0x200;
 
-// Preset in option_code so that an unknown word, which the parser skips silently, can be recognised.
+// Preset in option_code so that an unknown word, which the parser skips silently, can be
+// recognised.
 constexpr int unknown_word = 0x100;
 
 using ParserTable = std::array<LongOption, option_count + 1>; // ends with a null name
@@ -209,8 +210,8 @@ const char *unknown_word_of(char **arguments)
     return arguments[option_position == 1 ? option_index - 1 : option_index];
 }
 
-// Reads all options. Returns 0, or -1 with the message in *error, which stays empty if the parser has
-// printed one.
+// Reads all options. Returns 0, or -1 with the message in *error, which stays empty if the parser
+// has printed one.
 int read_all(int argument_count, char **arguments, ToolOptions *options, std::string *error)
 {
     int result = next_option(argument_count, arguments);

@@ -57,17 +57,17 @@ struct OptionRow {
 extern const OptionRow option_rows[];
 extern const std::size_t option_count;
 
-// Reads the command line into *options, starting from the defaults: the utility's own product, version
-// and names, the operating system and processor as the system reports them, an empty machine
-// identifier, 60 seconds.
+// Reads the command line into *options, starting from the defaults: the utility's own product,
+// version and names, the operating system and processor as the system reports them, an empty
+// machine identifier, 60 seconds.
 //
 // Every proxy password is overwritten in the argument vector as soon as it is read, so that it does
-// not stay visible in the process list. A copy of its first 255 bytes (all that ProxySettings holds)
-// stays in the record.
+// not stay visible in the process list. A copy of its first 255 bytes (all that ProxySettings
+// holds) stays in the record.
 //
-// Returns 0, or -1 for a usage error, which has been reported on standard error as one line. The line
-// never shows the value after a '=', except for an ambiguous option, where the parser's own message
-// repeats the word as typed.
+// Returns 0, or -1 for a usage error, which has been reported on standard error as one line. The
+// line never shows the value after a '=', except for an ambiguous option, where the parser's own
+// message repeats the word as typed.
 int read_options(int argument_count, char **arguments, ToolOptions *options);
 
 // Returns the usage text, which ends in a line feed.

@@ -8,8 +8,8 @@ namespace quintral {
 // variable no_proxy (lower case only), on macOS never.
 bool system_proxy_is_bypassed(const char *host);
 
-// True if a list in the form of no_proxy matches the host. "*" alone matches every host. Otherwise the
-// list holds names separated by commas or spaces; each matches that host and every host in that
+// True if a list in the form of no_proxy matches the host. "*" alone matches every host. Otherwise
+// the list holds names separated by commas or spaces; each matches that host and every host in that
 // domain, in any letter case. A leading dot is ignored.
 bool list_names_host(const char *list, const char *host);
 

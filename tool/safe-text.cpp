@@ -20,8 +20,8 @@ bool is_continuation(unsigned char byte)
     return (byte & 0xC0) == 0x80;
 }
 
-// The length of the sequence that a lead byte begins, with its bits of the code point; 0 for any other
-// byte. 0xC0 and 0xC1 could begin only overlong sequences.
+// The length of the sequence that a lead byte begins, with its bits of the code point; 0 for any
+// other byte. 0xC0 and 0xC1 could begin only overlong sequences.
 std::size_t announced_length(unsigned char lead, std::uint32_t *bits)
 {
     if (lead >= 0xC2 && lead <= 0xDF) {

@@ -35,9 +35,9 @@ bool can_write_again(int descriptor, int error)
     return error == EINTR;
 }
 
-// Writes the utility's own text line by line: a stream drops what a non-blocking descriptor does not
-// accept, but any writable pipe accepts one line. Returns 0, or the error number of the first line
-// that failed. An unbuffered or full stream reports failure only through its error flag.
+// Writes the utility's own text line by line: a stream drops what a non-blocking descriptor does
+// not accept, but any writable pipe accepts one line. Returns 0, or the error number of the first
+// line that failed. An unbuffered or full stream reports failure only through its error flag.
 int write_lines(const char *text, std::FILE *stream)
 {
     set_output_stream(stream);

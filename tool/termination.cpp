@@ -148,8 +148,8 @@ const Report &report_of_exception()
     _exit(1);
 }
 
-// Interrupted calls are restarted, so that no piece of the request is lost; the waits of the exchange
-// return anyway.
+// Interrupted calls are restarted, so that no piece of the request is lost; the waits of the
+// exchange return anyway.
 void handle_signal(int signal_number, void (*handler)(int))
 {
     struct sigaction action = {};

@@ -8,9 +8,9 @@
 
 namespace quintral {
 
-// Returns the length in characters of n encoded bytes, terminator not counted: (n + 2) / 3 * 4, with
-// division truncated toward 0. The formula holds for a negative n too: 0 for -1 to -4, negative
-// below. Above 1610612733 bytes the length overflows int and the result is meaningless.
+// Returns the length in characters of n encoded bytes, terminator not counted: (n + 2) / 3 * 4,
+// with division truncated toward 0. The formula holds for a negative n too: 0 for -1 to -4,
+// negative below. Above 1610612733 bytes the length overflows int and the result is meaningless.
 int base64_encoded_length(int n);
 
 // Encodes n bytes of any value into the destination and terminates it. For n below 1 the source is

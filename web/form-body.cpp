@@ -27,8 +27,8 @@ char *append_escaped_byte(char *out, char c)
     return out;
 }
 
-// The scratch is zeroed for every value, so that a byte skipped by truncation is a NUL and nothing of
-// an earlier field can be sent in its place.
+// The scratch is zeroed for every value, so that a byte skipped by truncation is a NUL and nothing
+// of an earlier field can be sent in its place.
 void append_escaped(std::string &body, const char *value)
 {
     char scratch[scratch_size] = {};

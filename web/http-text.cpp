@@ -17,8 +17,8 @@ bool belongs_to_host(char c)
     return ascii_is_letter_or_digit(c) || c == '-' || c == '.' || c == ':';
 }
 
-// Base64 of a string of any length. base64_encode counts in int, so the string is encoded in runs. A
-// run whose length is a multiple of three has no padding, so the results simply join.
+// Base64 of a string of any length. base64_encode counts in int, so the string is encoded in runs.
+// A run whose length is a multiple of three has no padding, so the results simply join.
 std::string base64_text(const std::string &text)
 {
     constexpr std::size_t run = std::size_t{3} * 256;

@@ -1,6 +1,6 @@
-// The parts of one HTTP/1.0 exchange as pure functions of bytes: parsing a URL, composing the request,
-// reading and judging a status line. No sockets and no state: web/transaction.cpp sends and receives
-// these bytes, the tests need no network.
+// The parts of one HTTP/1.0 exchange as pure functions of bytes: parsing a URL, composing the
+// request, reading and judging a status line. No sockets and no state: web/transaction.cpp sends
+// and receives these bytes, the tests need no network.
 //
 // Character classes and number reading are ASCII-only (support/ascii.h), so a host program's locale
 // does not change the bytes that are sent.
@@ -53,17 +53,17 @@ enum WebStatusVerdict {
 // Splits a URL into scheme, host and port. Every string gives a result; errors surface later, when
 // the exchange rejects the scheme or cannot resolve the host.
 //
-// The scheme is the part before the first ':', wherever that is, so "web:81/p" has the scheme "WEB";
-// without a ':' it is "HTTP". Two slashes after it are skipped, a single one is not: "http:/x" has an
-// empty host. The host extends over ASCII letters, digits, '-', '.' and ':'. Its part after a ':' is
-// the port as atoi reads it, so 0 if it is not a number; without a ':' the port is 80. Strings of any
-// length are kept whole. Throws std::bad_alloc.
+// The scheme is the part before the first ':', wherever that is, so "web:81/p" has the scheme
+// "WEB"; without a ':' it is "HTTP". Two slashes after it are skipped, a single one is not:
+// "http:/x" has an empty host. The host extends over ASCII letters, digits, '-', '.' and ':'. Its
+// part after a ':' is the port as atoi reads it, so 0 if it is not a number; without a ':' the port
+// is 80. Strings of any length are kept whole. Throws std::bad_alloc.
 // Requires: url is terminated, result is not null.
 void web_parse_url(const char *url, WebUrl *result);
 
 // Composes the request as the pieces to send, in order, one send each: the method, the path, the
-// version, five fixed header lines, the extra header, the Host line, the credentials line, the empty
-// line and the body. A piece that the request does not have is left out.
+// version, five fixed header lines, the extra header, the Host line, the credentials line, the
+// empty line and the body. A piece that the request does not have is left out.
 //
 // The credentials are standard base64 of "user:password" in the origin server's line,
 // "Authorization: Basic ", even to a proxy: the maker's service and the studios' proxies depend on
@@ -75,14 +75,15 @@ void web_compose_request(const WebRequest &request, std::vector<std::string> *pi
 // Reads the text after "HTTP/" in a reply's header as scanf's "%d.%d %d %[^\r\n]" does. Returns how
 // many of the four items it found (0 to 4). Fields after the last item are 0 or empty.
 //
-// The white space before the reason may include line ends: if the reason is missing, the next header
-// line is taken as the reason; if there is none, only three items are found. Services that send bare
-// status lines depend on it. A number outside 32 bits becomes the nearest end of that range.
+// The white space before the reason may include line ends: if the reason is missing, the next
+// header line is taken as the reason; if there is none, only three items are found. Services that
+// send bare status lines depend on it. A number outside 32 bits becomes the nearest end of that
+// range.
 // Requires: text is terminated, line is not null.
 int web_scan_status_line(const char *text, WebStatusLine *line);
 
-// Judges a reply by the first "HTTP/" in its header. *line holds the items found. *status_text is the
-// text after "HTTP/", which points into the header, or null if there is none.
+// Judges a reply by the first "HTTP/" in its header. *line holds the items found. *status_text is
+// the text after "HTTP/", which points into the header, or null if there is none.
 // Requires: header is terminated, neither pointer is null.
 WebStatusVerdict web_judge_status(const char *header, WebStatusLine *line,
                                   const char **status_text);

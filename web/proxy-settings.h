@@ -36,20 +36,21 @@ bool system_http_proxy(char *host, std::size_t size, std::int32_t *port);
 // Reads a proxy in the form "[http://][user:password@]host:port[/]" that environment variables use.
 // The scheme may be in any letter case. Credentials are ignored: the system proxy is used without
 // authentication.
-// Returns true with host and *port filled. Returns false with the host empty and *port 0 for null, an
-// unknown scheme, no host, a host that does not fit or contains a slash or white space, and a port
-// that is missing, not all digits or outside 1 to 65535.
-// Throws std::bad_alloc when memory runs out.
+// Returns true with host and *port filled. Returns false with the host empty and *port 0 for null,
+// an unknown scheme, no host, a host that does not fit or contains a slash or white space, and a
+// port that is missing, not all digits or outside 1 to 65535. Throws std::bad_alloc when memory
+// runs out.
 // Requires: as for system_http_proxy.
 bool read_proxy_text(const char *text, char *host, std::size_t size, std::int32_t *port);
 
-// Chooses the proxy from the arguments of -proxy ("host:port"), -proxy-user and -proxy-pass as typed,
-// each null if not given.
+// Chooses the proxy from the arguments of -proxy ("host:port"), -proxy-user and -proxy-pass as
+// typed, each null if not given.
 //
 // With a proxy argument, host is the part before its first ':' (the first 255 bytes), port is the
-// rest as atoi reads it, user and password are the arguments (255 bytes of each) or empty. ":1" gives
-// an empty host and so forces a direct connection. Without a proxy argument, host and port are the
-// system's; user and password are empty, since the system proxy is always used without credentials.
+// rest as atoi reads it, user and password are the arguments (255 bytes of each) or empty. ":1"
+// gives an empty host and so forces a direct connection. Without a proxy argument, host and port
+// are the system's; user and password are empty, since the system proxy is always used without
+// credentials.
 // Returns 0, or -1 for a usage error (no ':' in the argument, or a port that reads as 0), in which
 // case *settings is partially filled in.
 // Throws std::bad_alloc when memory runs out.

@@ -83,8 +83,8 @@ int cancelled()
     return WebCancelled;
 }
 
-// Waits until data can be read, at most for the time limit, in waits of the given length. After each
-// wait it checks the cancel flag and calls the idle hook. Returns WebOk, WebTimedOut or
+// Waits until data can be read, at most for the time limit, in waits of the given length. After
+// each wait it checks the cancel flag and calls the idle hook. Returns WebOk, WebTimedOut or
 // WebCancelled.
 int wait_for_data(int descriptor, int milliseconds)
 {

@@ -1,5 +1,5 @@
-// The two socket calls that differ between systems; socket-linux.cpp and socket-macos.cpp define the
-// same functions. For web/transaction.cpp only.
+// The two socket calls that differ between systems; socket-linux.cpp and socket-macos.cpp define
+// the same functions. For web/transaction.cpp only.
 #ifndef QUINTRAL_WEB_SOCKET_H
 #define QUINTRAL_WEB_SOCKET_H
 

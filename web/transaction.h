@@ -12,11 +12,11 @@
 //     std::free(header);
 //     std::free(body);
 //
-// A transaction blocks the calling thread until the server has closed the connection. While it waits
-// for data it calls the idle hook and checks web_cancel_requested. It times out after ten seconds
-// without data. The total time is not limited: a name lookup, a connect, sending to a peer that does
-// not read, and a server that sends a byte now and then can take any time. During the first three the
-// hook is not called and the flag is not checked.
+// A transaction blocks the calling thread until the server has closed the connection. While it
+// waits for data it calls the idle hook and checks web_cancel_requested. It times out after ten
+// seconds without data. The total time is not limited: a name lookup, a connect, sending to a peer
+// that does not read, and a server that sends a byte now and then can take any time. During the
+// first three the hook is not called and the flag is not checked.
 //
 // All state is global and not locked: one transaction at a time, on one thread.
 //
@@ -49,12 +49,13 @@ enum : int {
 };
 
 // Set to non-zero, from the idle hook or a signal handler, to cancel the running transaction. The
-// transaction checks it after each wait without data, and resets it when it cancels. The flag is not
-// checked while data keeps arriving. If it is set while no transaction runs, it cancels the next one.
+// transaction checks it after each wait without data, and resets it when it cancels. The flag is
+// not checked while data keeps arriving. If it is set while no transaction runs, it cancels the
+// next one.
 //
-// While reading the body, a wait without data lasts the whole ten seconds unless a signal interrupts
-// it. A flag set by the hook is then too late: the transaction times out, the flag stays set, and the
-// next transaction is cancelled unless the caller resets the flag.
+// While reading the body, a wait without data lasts the whole ten seconds unless a signal
+// interrupts it. A flag set by the hook is then too late: the transaction times out, the flag stays
+// set, and the next transaction is cancelled unless the caller resets the flag.
 extern volatile std::sig_atomic_t web_cancel_requested;
 
 // Sends a request for a URL and receives the reply.
@@ -67,9 +68,9 @@ extern volatile std::sig_atomic_t web_cancel_requested;
 //
 // On WebOk *header_out and *body_out hold the reply, for the caller to release with std::free: the
 // header with its line endings up to the carriage return of the empty line, truncated at its first
-// NUL; the body without the bytes from a NUL to the end of the chunk it was received in. On any other
-// result *body_out is unchanged; *header_out holds the header if the header phase was over, either
-// complete or as far as it was received before a receive error, and is unchanged otherwise.
+// NUL; the body without the bytes from a NUL to the end of the chunk it was received in. On any
+// other result *body_out is unchanged; *header_out holds the header if the header phase was over,
+// either complete or as far as it was received before a receive error, and is unchanged otherwise.
 //
 // The last error is cleared at the start. After WebOk it is empty, unless reading the header failed
 // and the body was then read successfully.
@@ -84,8 +85,8 @@ int web_request(const char *url, const char *method, int field_count, const WebF
 
 // Does the socket work of web_request for a URL that is already parsed. The scheme must be exactly
 // "HTTP"; path goes into the request line; host names the server for the lookup and the Host line.
-// The extra header is sent with a line ending after it unless it is empty; the body is sent with its
-// full length. Results and outputs are those of web_request, but the last error is not cleared.
+// The extra header is sent with a line ending after it unless it is empty; the body is sent with
+// its full length. Results and outputs are those of web_request, but the last error is not cleared.
 // Requires: scheme, host, path and method are terminated and not null; the rest as for web_request.
 //
 // A server that closes the connection within a header line causes its last byte to be stored
@@ -96,10 +97,10 @@ int web_exchange(const char *scheme, const char *host, const char *path, std::ui
                  char **header_out, char **body_out, const char *proxy_host,
                  std::uint16_t proxy_port, const char *proxy_user, const char *proxy_password);
 
-// Replaces the last error with the formatted string and returns it. The arguments may point into the
-// error that is replaced. The string belongs to the client and is valid until the next error or the
-// start of the next web_request. It is empty if the C library cannot format it or it is longer than
-// INT_MAX bytes. Throws std::bad_alloc when memory runs out; the last error is then unchanged.
+// Replaces the last error with the formatted string and returns it. The arguments may point into
+// the error that is replaced. The string belongs to the client and is valid until the next error or
+// the start of the next web_request. It is empty if the C library cannot format it or it is longer
+// than INT_MAX bytes. Throws std::bad_alloc when memory runs out; the last error is then unchanged.
 const char *web_set_error(const char *format, ...) QUINTRAL_PRINTF(1, 2);
 
 // Returns the last error, or an empty string if there is none. For ownership see web_set_error.
@@ -112,10 +113,10 @@ void web_set_idle_hook(WebIdleHook hook, void *user_data);
 // buffer of 1024 bytes that the next call overwrites.
 const char *web_errno_text();
 
-// Checks from a reply's header whether its body may be used: the first "HTTP/" in it must be followed
-// by a version, a status from 200 to 299, and a reason. White space before the reason may include
-// line ends, so the next header line can be taken as the reason. Returns 0 with the last error
-// unchanged, or -1 with the last error set. Throws as web_set_error does.
+// Checks from a reply's header whether its body may be used: the first "HTTP/" in it must be
+// followed by a version, a status from 200 to 299, and a reason. White space before the reason may
+// include line ends, so the next header line can be taken as the reason. Returns 0 with the last
+// error unchanged, or -1 with the last error set. Throws as web_set_error does.
 // Requires: header is terminated and not null.
 int web_check_reply(const char *header);
 

@@ -38,18 +38,19 @@ struct WebUpdateBuffers {
     char *button;
 };
 
-// Sends the query and reads the reply. The arguments up to processor_arch become the fields product,
-// productline, version ("%.3f" with a point under every locale), version_name, os, os_version,
-// machine_id and processor_arch. The buffers are those of WebUpdateBuffers. The last four arguments
-// are passed to web_request unchanged.
+// Sends the query and reads the reply. The arguments up to processor_arch become the fields
+// product, productline, version ("%.3f" with a point under every locale), version_name, os,
+// os_version, machine_id and processor_arch. The buffers are those of WebUpdateBuffers. The last
+// four arguments are passed to web_request unchanged.
 //
-// Returns 0 if the reply has a "Message" line: the message buffer holds its value, and each optional
-// buffer whose key occurred holds that value, truncated to capacity - 1 bytes and terminated.
+// Returns 0 if the reply has a "Message" line: the message buffer holds its value, and each
+// optional buffer whose key occurred holds that value, truncated to capacity - 1 bytes and
+// terminated.
 // Returns web_request's result unchanged, with its last error, if the exchange failed; no buffer is
-// changed. Returns -1 with web_check_reply's last error if the status is not acceptable; no buffer is
-// changed. Returns -1 and sets no last error if there is no "Message" line; values before that are in
-// their buffers, and an error that web_request recorded together with WebOk stays.
-// Throws std::bad_alloc when memory runs out; no memory leaks.
+// changed. Returns -1 with web_check_reply's last error if the status is not acceptable; no buffer
+// is changed. Returns -1 and sets no last error if there is no "Message" line; values before that
+// are in their buffers, and an error that web_request recorded together with WebOk stays. Throws
+// std::bad_alloc when memory runs out; no memory leaks.
 // Requires: message is not null; all strings are terminated and 7-bit.
 int web_version_update(const char *product, const char *product_line, float version,
                        const char *version_name, const char *os, const char *os_version,
@@ -60,8 +61,9 @@ int web_version_update(const char *product, const char *product_line, float vers
 
 // Reads the values from a reply's body in place: colons and line feeds are replaced by terminators.
 // A value begins with the second character after the colon, whatever the first one is, and ends
-// before the next line feed; a value that would begin after the end of the body is empty. A carriage
-// return before the line feed belongs to the value. If a key occurs twice, the later value wins.
+// before the next line feed; a value that would begin after the end of the body is empty. A
+// carriage return before the line feed belongs to the value. If a key occurs twice, the later value
+// wins.
 // Returns 0 if a "Message" line was found, otherwise -1; the buffers hold the values read.
 // Requires: body is terminated, buffers is not null and its message is not null.
 int web_read_update_body(char *body, const WebUpdateBuffers *buffers);

@@ -22,12 +22,14 @@ inline constexpr std::size_t formed_path_size = 1024;
 // devices have this bit too, and existing programs depend on neither ever being removed.
 inline constexpr mode_t directory_bit = 0x4000;
 
+// A directory stream that closes itself.
 struct CloseDirectory {
     void operator()(DIR *stream) const
     {
         closedir(stream);
     }
 };
+// The stream itself, null if it could not be opened.
 using DirectoryStream = std::unique_ptr<DIR, CloseDirectory>;
 
 // False for ".", ".." and a name with a slash, which only a broken file system yields and which

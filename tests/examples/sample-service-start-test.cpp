@@ -107,7 +107,7 @@ TEST(SampleUpdateService, ABadListLineIsReportedWithFileAndNumber)
 {
     const std::string six = ":1: expected six fields separated by '|'\n";
     const std::string version =
-        ":1: the version is not a number with at most three digits behind the point\n";
+        ":1: the version is not a number with at most three decimal places\n";
     const std::string control = ":1: a control character in the line\n";
     const std::string again = ":2: duplicate product and product line\n";
     const struct {

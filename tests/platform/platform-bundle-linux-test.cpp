@@ -1,5 +1,5 @@
-// The bundle queries on Linux. The program bundle-paths makes them; the tests copy it into installed
-// trees.
+// The bundle queries on Linux. The program bundle-paths makes them; the tests copy it into
+// installed trees.
 #include "platform/platform.h"
 
 #include "tests/harness/child-process.h"

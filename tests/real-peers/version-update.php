@@ -1,7 +1,7 @@
 <?php
-// A typical update page, for the tests with real servers. Lines end in CR LF, as many services write
-// them. The message reports the request line, the proxy, the credentials and every field as PHP
-// decoded it.
+// A typical update page, for the tests with real servers. Lines end in CR LF, as many services
+// write them. The message reports the request line, the proxy, the credentials and every field as
+// PHP decoded it.
 
 const NEWEST = [
     'Quintral Shapes' => ['5.200', 'http://www.quintral.example/shapes', 'Get it'],

@@ -1,6 +1,6 @@
-// The examples of docs/strings-dates-clocks.md. The build turns each row of the page into an EXAMPLE
-// macro (examples-of-page.sed). It calls the show_ function of its routine below, which returns the
-// result as a string such as `0, "hello world"`.
+// The examples of docs/strings-dates-clocks.md. The build turns each row of the page into an
+// EXAMPLE macro (examples-of-page.sed). It calls the show_ function of its routine below, which
+// returns the result as a string such as `0, "hello world"`.
 #include "support/c-utils/transforms.h"
 #include "support/clocks.h"
 #include "support/dates.h"

@@ -1,7 +1,7 @@
 // parse_float bit by bit. The expected bits were computed with exact fractions, following the steps
-// in the header and rounding each to 24 bits, ties to even. They are the same for every build, since
-// existing files must read the same everywhere. The examples of docs/strings-dates-clocks.md are in
-// docs-test.
+// in the header and rounding each to 24 bits, ties to even. They are the same for every build,
+// since existing files must read the same everywhere. The examples of docs/strings-dates-clocks.md
+// are in docs-test.
 #include "support/c-utils/transforms.h"
 
 #include "tests/harness/each-locale.h"

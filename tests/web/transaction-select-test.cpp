@@ -1,5 +1,5 @@
-// Transactions in a process with so many open files that the socket's descriptor does not fit into
-// an fd_set. They must behave like any other transaction.
+// Transactions in a process with very many open files that the socket's descriptor does not fit
+// into an fd_set. They must behave like any other transaction.
 #include "tests/harness/loopback-peer.h"
 #include "tests/web/transaction-calls.h"
 #include "web/transaction.h"
