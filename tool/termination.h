@@ -11,14 +11,14 @@
 //   Output         report, end by it    report, end by it    report, exit 3       report, exit 1
 //
 // Report: write the line and the object if they are due. The line of an interrupt or the time limit
-// is not due in Output if the same cancelled the exchange: the normal path reports it. The object
-// is due from prepare_termination with json to begin_output. End by it: write the report, then end
-// by the signal's default action. Cancel the exchange: set web_cancel_requested, so that the
-// exchange returns by itself. If it has not returned a second later (a name lookup, a connect, data
-// that keeps arriving), report and end: by the first interrupt, otherwise with exit 3. Deferred:
-// the answer is printed first. After release_answer, a deferred time limit leaves at least one
-// second for the output; interrupt_received returns a deferred interrupt, by which the caller ends.
-// If the output takes more than that second, report and end.
+// is not due in Output if either has cancelled the exchange: the normal path reports that. The
+// object is due from prepare_termination with json to begin_output. End by it: write the report,
+// then end by the signal's default action. Cancel the exchange: set web_cancel_requested, so that
+// the exchange returns by itself. If it has not returned a second later (a name lookup, a connect,
+// data that keeps arriving), report and end: by the first interrupt, otherwise with exit 3.
+// Deferred: the answer is printed first. After release_answer, a deferred time limit leaves at
+// least one second for the output; interrupt_received returns a deferred interrupt, by which the
+// caller ends. If the output takes more than that second, report and end.
 //
 //     install_terminate_handler();
 //     prepare_termination(json, max_time);
