@@ -1,4 +1,4 @@
-// remove_tree while somebody else exchanges directories for links.
+// remove_tree while directories of its tree, or above it, are replaced by links or moved.
 #include "support/c-utils/files.h"
 
 #include "tests/harness/descriptors.h"
@@ -61,11 +61,12 @@ std::size_t named_calls()
         calls.begin(), calls.end(), [](const Call &call) { return !call.name.empty(); }));
 }
 
+// An exchange before the first of these calls only changes what the given path means.
 struct Exchange {
-    const char *given;     // the path to remove, from the folder
-    const char *exchanged; // the directory that becomes a link
-    const char *target;    // where the link leads, in `outside`
-    std::size_t first;     // named call that must not be led out; earlier ones resolve the new path
+    const char *given;         // the path to remove, from the folder
+    const char *exchanged;     // the directory that becomes a link
+    const char *target;        // where the link leads, in `outside`
+    std::size_t first;         // the first named call that must not be led out
     mode_t permissions = 0755; // of the directory above the tree
 };
 
