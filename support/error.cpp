@@ -26,8 +26,7 @@ constexpr int line_reserve = 20;
 // was cut here.
 constexpr int handler_body_limit = 1003;
 
-// Together they fill a log line. A date has 24 characters and a newline; the C library rejects
-// years that need more.
+// Together they fill a log line. A date has 24 characters up to the year 9999, and at most 31.
 constexpr int log_date_limit = 36;
 constexpr int log_body_limit = 4056;
 static_assert(log_date_limit + log_body_limit + sizeof ": \n" == log_line_size);
@@ -42,6 +41,7 @@ constexpr const char *level_names[] = {"Log", "",      "Info",    "Note",  "Info
 // Never null: the setters turn null into the default.
 MessageHandler message_handler = default_message_handler;
 PrintHandler print_handler = default_print_handler;
+LogHandler log_handler = nullptr;
 
 // Unsigned, so that overflow is defined.
 std::uint32_t reported_messages = 0;
@@ -79,6 +79,22 @@ int build_line(MessageLevel level, const char *text, int body_limit, char *out, 
             ? std::snprintf(out, size, "%s%.*s", bell, length, text)
             : std::snprintf(out, size, "%s: %.*s%s", level_names[shown], length, text, bell);
     return std::min(written, out_size - 1);
+}
+
+// Formats a time as ctime does, without its newline; an empty string for a year that does not fit
+// an int. Not ctime: its buffer is shared, and the caller may be using its content. Not ctime_r: it
+// rejects years from 10000 on.
+void format_date(std::time_t moment, char *out, std::size_t size)
+{
+    static const char days[] = "SunMonTueWedThuFriSat";
+    static const char months[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    std::tm parts = {};
+    out[0] = '\0';
+    if (localtime_r(&moment, &parts) == nullptr)
+        return;
+    std::snprintf(out, size, "%.3s %.3s%3d %.2d:%.2d:%.2d %lld", days + parts.tm_wday * 3,
+                  months + parts.tm_mon * 3, parts.tm_mday, parts.tm_hour, parts.tm_min,
+                  parts.tm_sec, 1900LL + parts.tm_year);
 }
 
 // Formats into out, which is left empty if the C library fails.
@@ -244,16 +260,22 @@ int log_message(const char *text)
         burst_messages = 0;
     last_log_time = static_cast<double>(now);
 
-    // Not ctime: its buffer is shared, and the caller may be using its content.
     char date[log_date_limit + 1];
-    if (ctime_r(&now, date) == nullptr) // a year with too many digits
-        date[0] = '\0';
+    format_date(now, date, sizeof date);
     char line[log_line_size];
-    const int length =
-        std::snprintf(line, sizeof line, "%.*s: %.*s\n", body_length(date, "\n", log_date_limit),
-                      date, body_length(text, "\r\n", log_body_limit), text);
+    const int length = std::snprintf(line, sizeof line, "%s: %.*s\n", date,
+                                     body_length(text, "\r\n", log_body_limit), text);
     ++burst_messages;
+    if (log_handler != nullptr)
+        log_handler(line);
     return length - 1;
+}
+
+LogHandler set_log_handler(LogHandler handler)
+{
+    const LogHandler previous = log_handler;
+    log_handler = handler;
+    return previous;
 }
 
 int output_printf(const char *format, ...)

@@ -121,14 +121,22 @@ PrintHandler set_print_handler(PrintHandler handler);
 // numbers after the highest.
 std::int32_t message_count();
 
-// Composes the log line for a text: the time as ctime formats it, ": ", and the text without its
-// trailing carriage returns and newlines, cut to 4056 characters. Returns the length of the line.
+// Composes the log line for a text and passes it to the log handler, if there is one. The line is
+// the time as ctime formats it (with all digits of a year from 10000 on), ": ", the text without
+// its trailing carriage returns and newlines, cut to 4056 characters, and a newline. Returns the
+// length of the line without that newline.
 //
-// The line is not written anywhere, and no log file is kept: this is the hook for a message log;
-// every message and printed text passes through it. If the time cannot be formatted, its part of
-// the line is empty.
+// Every message and printed text passes through here first. If the time cannot be broken down, its
+// part of the line is empty.
 // Requires: text is terminated.
 int log_message(const char *text);
+
+// Receives each line that log_message composes, with its newline. The line is valid only until the
+// handler returns.
+using LogHandler = void (*)(const char *line);
+
+// Installs a log handler; null, as at start, for none. Returns the previous one.
+LogHandler set_log_handler(LogHandler handler);
 
 // Indented output
 

@@ -18,13 +18,13 @@ bool date_unknown = false;
 
 } // namespace
 
-// Replaces the C library's function, so that a test can make the date unavailable.
-extern "C" char *ctime_r(const std::time_t *moment, char *buffer)
+// Replaces the C library's, so that a test can make the date unavailable.
+extern "C" std::tm *localtime_r(const std::time_t *moment, std::tm *parts) noexcept
 {
-    std::tm parts = {};
-    if (date_unknown || localtime_r(moment, &parts) == nullptr)
+    if (date_unknown)
         return nullptr;
-    return asctime_r(&parts, buffer);
+    *parts = *std::localtime(moment);
+    return parts;
 }
 
 namespace quintral {
@@ -39,12 +39,32 @@ using tests::shown;
 
 constexpr int date_length = 24;
 
+std::string last_line;
+
+void keep_line(const char *line)
+{
+    last_line = line;
+}
+
+std::string text_of(const std::string &line)
+{
+    return line.substr(date_length + 2);
+}
+
 class LogMessage : public tests::RecordedMessages {
 protected:
     void SetUp() override
     {
         RecordedMessages::SetUp();
         date_unknown = false;
+        last_line.clear();
+        set_log_handler(keep_line);
+    }
+
+    void TearDown() override
+    {
+        set_log_handler(nullptr);
+        RecordedMessages::TearDown();
     }
 };
 
@@ -88,15 +108,39 @@ TEST_F(LogMessage, HasNoDateIfTheSystemHasNone)
     EXPECT_EQ(records.size(), 2u);
 }
 
-// The C library writes such a year as a longer date, or fails.
-TEST_F(LogMessage, AcceptsTheLongestTextInAYearOfTenDigitsToo)
+TEST_F(LogMessage, HasTheDateThatCtimeGivesInEveryYear)
 {
-    for (const long long moment : {253402400000LL, 67767976200000000LL}) {
-        fixed_time = static_cast<std::time_t>(moment); // another year if time_t has 32 bits
-        const int length = log_message(std::string(5000, 'x').c_str());
-        EXPECT_GE(length, 2 + 4056);
-        EXPECT_LE(length, 4094);
+    for (const long long moment :
+         {-1LL, 1LL, 1000000000LL, 253402300799LL, 253402400000LL, 67767976200000000LL}) {
+        fixed_time = static_cast<std::time_t>(moment); // on 32 bits some other year
+        const std::string date = std::ctime(&fixed_time);
+        log_message("text\n");
+        EXPECT_EQ(last_line, date.substr(0, date.size() - 1) + ": text\n") << moment;
     }
+}
+
+TEST_F(LogMessage, TakesTheLongestTextWithAYearOfTenDigitsToo)
+{
+    fixed_time = static_cast<std::time_t>(67767976200000000LL);
+    const std::string date = std::ctime(&fixed_time);
+    const int length = static_cast<int>(date.size()) - 1 + 2 + 4056;
+    EXPECT_EQ(log_message(std::string(5000, 'x').c_str()), length);
+    EXPECT_EQ(last_line.size(), static_cast<std::size_t>(length) + 1);
+}
+
+TEST_F(LogMessage, GoesToTheLogHandlerBeforeTheMessageHandlerAndOnlyWhileOneIsInstalled)
+{
+    report_message(Log, "%s", "silent\n\n");
+    EXPECT_EQ(text_of(last_line), "silent\n");
+    EXPECT_TRUE(records.empty());
+    print_text("printed\r\n", "tag");
+    EXPECT_EQ(text_of(last_line), "printed\n");
+    print_text("", "tag");
+    EXPECT_EQ(text_of(last_line), "printed\n");
+    EXPECT_EQ(set_log_handler(nullptr), keep_line);
+    log_message("lost");
+    EXPECT_EQ(text_of(last_line), "printed\n");
+    EXPECT_EQ(set_log_handler(keep_line), nullptr);
 }
 
 TEST_F(LogMessage, DoesNotChangeTheDateThatACallerPrints)
