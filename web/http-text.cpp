@@ -126,4 +126,33 @@ WebStatusVerdict web_judge_status(const char *header, WebStatusLine *line, const
     return line->status >= 200 && line->status <= 299 ? WebStatusAccepted : WebStatusRejected;
 }
 
+char *web_status_error(WebStatusVerdict verdict, const WebStatusLine &line, const char *status_text)
+{
+    switch (verdict) {
+    case WebStatusAccepted:
+        return nullptr;
+    case WebStatusMissing:
+        return alloc_printf("Invalid non-HTTP header string returned from web site");
+    case WebStatusMalformed:
+        return alloc_printf("Invalid HTTP return status (can't parse header HTTP/%s)", status_text);
+    case WebStatusRejected:
+        break;
+    }
+    return alloc_printf("Bad HTTP status %d from web site: %s", line.status, line.reason);
+}
+
+std::size_t web_header_size(const char *bytes, std::size_t size)
+{
+    bool line_is_empty = true;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (bytes[i] == '\n' && line_is_empty)
+            return i;
+        if (bytes[i] == '\n')
+            line_is_empty = true;
+        else if (bytes[i] != '\r')
+            line_is_empty = false;
+    }
+    return size;
+}
+
 } // namespace quintral

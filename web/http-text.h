@@ -88,6 +88,17 @@ int web_scan_status_line(const char *text, WebStatusLine *line);
 WebStatusVerdict web_judge_status(const char *header, WebStatusLine *line,
                                   const char **status_text);
 
+// Returns the error message of a verdict, allocated with alloc_printf; null for WebStatusAccepted.
+// Throws std::bad_alloc.
+char *web_status_error(WebStatusVerdict verdict, const WebStatusLine &line,
+                       const char *status_text);
+
+// Returns the size of the header that a reply begins with: the bytes before the line feed of the
+// empty line, or all of them if there is no empty line. Carriage returns do not count as content of
+// a line.
+// Requires: bytes holds size bytes.
+std::size_t web_header_size(const char *bytes, std::size_t size);
+
 } // namespace quintral
 
 #endif

@@ -10,6 +10,8 @@
 
 namespace quintral {
 
+WebUpdateFailure web_last_failure = WebNoFailure;
+
 namespace {
 
 char *last_error = nullptr;
@@ -22,9 +24,14 @@ const char *web_set_error(const char *format, ...)
     va_start(arguments, format);
     char *text = alloc_vprintf(format, arguments);
     va_end(arguments);
-    checked_free(last_error); // not before: the arguments may point into it
-    last_error = text;
+    web_take_error(text); // not before: the arguments may point into the old one
     return last_error;
+}
+
+void web_take_error(char *text)
+{
+    checked_free(last_error);
+    last_error = text;
 }
 
 const char *web_last_error()
@@ -34,8 +41,8 @@ const char *web_last_error()
 
 void web_clear_error()
 {
-    checked_free(last_error);
-    last_error = nullptr;
+    web_take_error(nullptr);
+    web_last_failure = WebNoFailure;
 }
 
 const char *web_errno_text()

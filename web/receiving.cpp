@@ -12,6 +12,7 @@
 
 #include "support/c-utils.h"
 #include "support/clocks.h"
+#include "web/last-error.h"
 #include "web/transaction.h"
 
 namespace quintral {
@@ -28,8 +29,15 @@ constexpr std::size_t chunk_size = 1024;    // of the body, terminator included
 
 WebIdleHook idle_hook = nullptr;
 void *idle_hook_data = nullptr;
-std::size_t header_limit = 0;
-std::size_t body_limit = 0;
+
+struct ReplyLimits {
+    std::size_t header_bytes; // of each, 0 is no limit
+    std::size_t body_bytes;
+};
+
+constexpr ReplyLimits default_limits = {std::size_t{256} * 1024, std::size_t{8} * 1024 * 1024};
+ReplyLimits limits = {0, 0};
+bool program_has_set_limits = false;
 
 // Waiting
 
@@ -72,12 +80,14 @@ int wait_once(int descriptor, int milliseconds, bool *readable)
 
 int timed_out()
 {
+    web_last_failure = WebCheckTimedOut;
     web_set_error("Timeout waiting for web site");
     return WebTimedOut;
 }
 
 int cancelled()
 {
+    web_last_failure = WebCheckCancelled;
     web_set_error("User canceled web transaction");
     web_cancel_requested = 0;
     return WebCancelled;
@@ -110,12 +120,14 @@ bool is_transient_error(int error)
 
 int receive_failed()
 {
+    web_last_failure = WebReceiveFailed;
     web_set_error("Error receiving data from web site: %s", web_errno_text());
     return WebFailed;
 }
 
 int longer_than_limit(const char *which, std::size_t limit)
 {
+    web_last_failure = WebReplyTooLong;
     web_set_error("Reply %s from web site is longer than %lu bytes", which,
                   static_cast<unsigned long>(limit));
     return WebFailed;
@@ -165,8 +177,8 @@ int receive_header(int descriptor, std::string *header)
             line_length = 0;
         else if (byte != '\r')
             ++line_length;
-        if (header_limit != 0 && header->size() >= header_limit)
-            return longer_than_limit("header", header_limit);
+        if (limits.header_bytes != 0 && header->size() >= limits.header_bytes)
+            return longer_than_limit("header", limits.header_bytes);
         append_bytes(header, &byte, 1);
     }
 }
@@ -187,8 +199,8 @@ int receive_body(int descriptor, std::string *body)
             return WebOk;
         chunk[count] = '\0';
         received += static_cast<std::size_t>(count);
-        if (body_limit != 0 && received > body_limit)
-            return longer_than_limit("body", body_limit);
+        if (limits.body_bytes != 0 && received > limits.body_bytes)
+            return longer_than_limit("body", limits.body_bytes);
         append_bytes(body, chunk, std::strlen(chunk));
     }
 }
@@ -218,8 +230,14 @@ void web_set_idle_hook(WebIdleHook hook, void *user_data)
 
 void web_set_reply_limits(std::size_t header_bytes, std::size_t body_bytes)
 {
-    header_limit = header_bytes;
-    body_limit = body_bytes;
+    limits = {header_bytes, body_bytes};
+    program_has_set_limits = true;
+}
+
+void web_apply_default_limits(bool apply)
+{
+    if (!program_has_set_limits)
+        limits = apply ? default_limits : ReplyLimits{0, 0};
 }
 
 } // namespace quintral

@@ -9,6 +9,10 @@ namespace quintral {
 // the server's close. Results and outputs are those of web_exchange.
 int web_receive_reply(int descriptor, char **header_out, char **body_out);
 
+// Turns the limits of an update check on or off: 256 KiB of header and 8 MiB of body. They do not
+// apply once the program has called web_set_reply_limits.
+void web_apply_default_limits(bool apply);
+
 } // namespace quintral
 
 #endif

@@ -52,10 +52,12 @@ int connect_to(int descriptor, const char *peer, std::uint16_t port, const char 
     address.sin_port = htons(port);
     const char *reason = nullptr;
     if (find_address(peer, &address.sin_addr, &reason) != 0) {
+        web_last_failure = WebLookupFailed;
         web_set_error("Can't find web server '%s': %s", server, reason);
         return WebFailed;
     }
     if (connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        web_last_failure = WebConnectFailed;
         web_set_error("Can't connect to web server '%s': %s", server, web_errno_text());
         return WebFailed;
     }
@@ -94,11 +96,13 @@ int web_exchange(const char *scheme, const char *host, const char *path, std::ui
                  std::uint16_t proxy_port, const char *proxy_user, const char *proxy_password)
 {
     if (std::strcmp(scheme, "HTTP") != 0) {
+        web_last_failure = WebConnectFailed;
         web_set_error("Protocol should be HTTP, not %s", scheme);
         return WebFailed;
     }
     const ConnectedSocket socket = {web_socket_open()};
     if (socket.descriptor < 0) {
+        web_last_failure = WebConnectFailed;
         web_set_error("Can't create web socket, %s", web_errno_text());
         return WebFailed;
     }
@@ -116,19 +120,11 @@ int web_check_reply(const char *header)
 {
     WebStatusLine line;
     const char *status_text = nullptr;
-    switch (web_judge_status(header, &line, &status_text)) {
-    case WebStatusAccepted:
+    const WebStatusVerdict verdict = web_judge_status(header, &line, &status_text);
+    char *error = web_status_error(verdict, line, status_text);
+    if (error == nullptr)
         return 0;
-    case WebStatusMissing:
-        web_set_error("Invalid non-HTTP header string returned from web site");
-        return -1;
-    case WebStatusMalformed:
-        web_set_error("Invalid HTTP return status (can't parse header HTTP/%s)", status_text);
-        return -1;
-    case WebStatusRejected:
-        web_set_error("Bad HTTP status %d from web site: %s", line.status, line.reason);
-        return -1;
-    }
+    web_take_error(error);
     return -1;
 }
 

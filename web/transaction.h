@@ -122,7 +122,8 @@ int web_check_reply(const char *header);
 
 // Limits the size of a reply's header and body in bytes; 0, as at start, for no limit. The header's
 // limit is on the bytes stored, the body's on the bytes received. A reply that exceeds a limit ends
-// the exchange with WebFailed. The limits stay until replaced.
+// the exchange with WebFailed. The limits stay until replaced. They also replace the default limits
+// of web_check_for_update, whatever their values.
 void web_set_reply_limits(std::size_t header_bytes, std::size_t body_bytes);
 
 } // namespace quintral

@@ -8,6 +8,7 @@
 #include "support/ascii.h"
 #include "support/c-utils.h"
 #include "web/transaction.h"
+#include "web/update-exchange.h"
 
 namespace quintral {
 
@@ -28,45 +29,10 @@ struct ReplyTexts {
     }
 };
 
-// One of the optional values: its destination, and the value of its key's last line so far.
-struct OptionalValue {
-    const char *key;
-    char *buffer;
-    const char *text;
-};
-
-using OptionalValues = OptionalValue[3];
-
-void remember_value(const char *key, const char *text, OptionalValues &values)
+void store(char *buffer, const char *value, unsigned capacity)
 {
-    for (OptionalValue &value : values) {
-        if (std::strcmp(key, value.key) == 0)
-            value.text = text;
-    }
-}
-
-// Finds the value of the "Message" line and the optional values before it. Returns null if there is
-// no such line.
-const char *find_message(char *body, OptionalValues &values)
-{
-    const char *const end = body + std::strlen(body);
-    char *key = body;
-    while (key != end) {
-        char *colon = std::strchr(key, ':');
-        if (colon == nullptr)
-            return nullptr;
-        *colon = '\0';
-        char *value = colon + 1 == end ? colon + 1 : colon + 2;
-        if (std::strcmp(key, "Message") == 0)
-            return value;
-        char *line_feed = std::strchr(value, '\n');
-        if (line_feed == nullptr)
-            return nullptr;
-        *line_feed = '\0';
-        remember_value(key, value, values);
-        key = line_feed + 1;
-    }
-    return nullptr;
+    if (buffer != nullptr && value != nullptr)
+        copy_string_bounded(buffer, value, capacity);
 }
 
 } // namespace
@@ -78,21 +44,15 @@ int web_version_update(const char *product, const char *product_line, float vers
                        const char *proxy_host, int proxy_port, const char *proxy_user,
                        const char *proxy_password)
 {
-    char version_text[version_size];
-    const WebField fields[] = {
-        {"product", product},
-        {"productline", product_line},
-        {"version", web_format_version(version, version_text, sizeof version_text)},
-        {"version_name", version_name},
-        {"os", os},
-        {"os_version", os_version},
-        {"machine_id", machine_id},
-        {"processor_arch", processor_arch},
-    };
-    const std::string url = std::string("http://") + web_service_host + "/version-update.php";
+    UpdateForm form;
+    web_fill_update_form(
+        {product, product_line, version, version_name, os, os_version, machine_id, processor_arch},
+        &form);
+    const std::string url = web_update_url(web_service_host);
     ReplyTexts reply;
-    const int result = web_request(url.c_str(), "POST", 8, fields, &reply.header, &reply.body,
-                                   proxy_host, proxy_port, proxy_user, proxy_password);
+    const int result =
+        web_request(url.c_str(), "POST", update_field_count, form.fields, &reply.header,
+                    &reply.body, proxy_host, proxy_port, proxy_user, proxy_password);
     if (result != WebOk)
         return result;
     if (web_check_reply(reply.header) != 0)
@@ -105,19 +65,14 @@ int web_version_update(const char *product, const char *product_line, float vers
 // capacity, so storing at each of many short lines would take seconds with a large buffer.
 int web_read_update_body(char *body, const WebUpdateBuffers *buffers)
 {
-    OptionalValues values = {
-        {"Version", buffers->newest_version, nullptr},
-        {"URL", buffers->web_address, nullptr},
-        {"Button", buffers->button, nullptr},
-    };
-    const char *const message = find_message(body, values);
-    for (const OptionalValue &value : values) {
-        if (value.text != nullptr && value.buffer != nullptr)
-            copy_string_bounded(value.buffer, value.text, buffers->capacity);
-    }
-    if (message == nullptr)
+    UpdateValues values;
+    web_find_update_values(body, &values);
+    store(buffers->newest_version, values.version, buffers->capacity);
+    store(buffers->web_address, values.url, buffers->capacity);
+    store(buffers->button, values.button, buffers->capacity);
+    if (values.message == nullptr)
         return -1;
-    copy_string_bounded(buffers->message, message, buffers->capacity);
+    store(buffers->message, values.message, buffers->capacity);
     return 0;
 }
 

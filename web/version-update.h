@@ -17,6 +17,9 @@
 //
 // Keys are case-sensitive and unknown keys are skipped. The message is the rest of the body, so
 // "Message" comes last.
+//
+// web/update-check.h has the same query with records: values of any length, the status, the kind of
+// a failure, and whether the version is newer.
 #ifndef QUINTRAL_WEB_VERSION_UPDATE_H
 #define QUINTRAL_WEB_VERSION_UPDATE_H
 

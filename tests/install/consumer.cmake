@@ -47,7 +47,8 @@ if(WAY STREQUAL "installed")
     support/c-utils.h support/c-utils/files.h support/c-utils/memory.h
     support/c-utils/transforms.h support/clocks.h support/dates.h support/error.h
     support/format-attribute.h
-    web/base64.h web/form-body.h web/proxy-settings.h web/transaction.h web/version-update.h)
+    web/base64.h web/form-body.h web/proxy-settings.h web/transaction.h
+    web/update-check.h web/version-update.h)
   run(${prefix}/bin/quintral -version)
 endif()
 
