@@ -1,8 +1,7 @@
 // Asks an update service whether a newer version exists, as a plug-in does while its host runs.
 // Usage: check-for-update HOST[:PORT]
 #include "platform/platform.h"
-#include "web/transaction.h"
-#include "web/version-update.h"
+#include "web/update-check.h"
 
 #include <cstdio>
 
@@ -22,7 +21,7 @@ void on_idle(void *user_data)
 void print_value(const char *label, const char *value)
 {
     std::fputs(label, stdout);
-    for (; *value != '\0'; ++value)
+    for (; value != nullptr && *value != '\0'; ++value)
         std::putchar((*value >= ' ' && *value <= '~') || *value == '\n' ? *value : ' ');
     std::putchar('\n');
 }
@@ -37,23 +36,23 @@ int main(int argument_count, char **arguments)
     }
     char os[16], os_version[64];
     platform_os_name(os);
-    platform_os_version(os_version, sizeof os_version);
+    WebUpdateQuery query = {"Quintral Shapes", "Quintral", "5.1",  "5.1 beta",   os,
+                            nullptr,           "",         "i386", arguments[1], nullptr};
+    query.os_version = platform_os_version(os_version, sizeof os_version);
     int idle_calls = 0;
-    web_service_host = arguments[1];
     web_set_idle_hook(on_idle, &idle_calls);
-    web_set_reply_limits(8192, 65536);
-    char version[1024] = "", address[1024] = "", message[1024] = "";
-    const int result = web_version_update("Quintral Shapes", "Quintral", 5.1F, "5.1 beta", os,
-                                          os_version, "", "i386", sizeof message, message, version,
-                                          address, nullptr, nullptr, 0, nullptr, nullptr);
+    WebUpdateReply reply;
+    web_update_reply_init(&reply);
+    const int result = web_check_for_update(&query, &reply);
     web_set_idle_hook(nullptr, nullptr);
     web_cancel_requested = 0; // a request that came too late would cancel the next check
-    if (result != WebOk) {
-        const char *why = web_last_error(); // empty for a reply without a message
-        std::fprintf(stderr, "Error: %s\n", *why != '\0' ? why : "The reply has no message");
-        return 1;
+    if (result == WebOk) {
+        print_value("Version: ", reply.version);
+        print_value("URL: ", reply.url);
+        print_value("Message: ", reply.message);
+    } else {
+        std::fprintf(stderr, "Error: %s\n", reply.error);
     }
-    print_value("Version: ", version);
-    print_value("URL: ", address);
-    print_value("Message: ", message);
+    web_update_reply_free(&reply);
+    return result == WebOk ? 0 : 1;
 }

@@ -2,16 +2,15 @@
 // are the given ones if those are well-formed UTF-8. The text output is what safe_text promises.
 // Neither contains a byte that controls a terminal.
 //
-// An input: a byte that says what was given (bit 0: an answer, bit 1: an error, bits 2 and 3: the
-// status), then the strings version, address, button, message, product version and error.
+// An input: a byte with what was given (bit 0 an answer, bit 1 an error, bits 2 and 3 the status),
+// then version, address, button, message, product version, error, service and proxy.
 #include "fuzz/fuzz.h"
 #include "support/error.h"
 #include "tool/answer.h"
 #include "tool/safe-text.h"
 #include "tool/streams.h"
-#include "tool/version-number.h"
+#include "web/update-check.h"
 
-#include <memory>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -189,64 +188,52 @@ void check_json_value(const Json &value, const char *text)
         check_json_text(value, text);
 }
 
-const char *null_if_empty(const char *text)
+void check_json(const RunOutcome &outcome, const RunTarget &target)
 {
-    return *text != '\0' ? text : nullptr;
-}
-
-void check_json(const RunOutcome &outcome)
-{
-    const std::string text = outcome_json(outcome);
+    const std::string text = outcome_json(outcome, target);
     FUZZ_CHECK(!text.empty() && text.back() == '\n');
     FUZZ_CHECK(is_safe(text.substr(0, text.size() - 1), ""));
     const Json object = Json::parse(text, nullptr, false);
-    FUZZ_CHECK(object.is_object() && object.size() == 8);
-    const UpdateAnswer *answer = outcome.answer;
+    FUZZ_CHECK(object.is_object() && object.size() == 12);
+    const WebUpdateReply *reply = outcome.reply;
     FUZZ_CHECK(object["status"] == outcome.status);
     FUZZ_CHECK(object["exit_status"] == outcome.exit_status);
-    FUZZ_CHECK(object["newer"].is_null() == (outcome.newer == Newer::Unknown));
-    if (outcome.newer != Newer::Unknown)
-        FUZZ_CHECK(object["newer"] == (outcome.newer == Newer::Yes));
-    check_json_value(object["version"], answer ? null_if_empty(answer->version) : nullptr);
-    check_json_value(object["url"], answer ? null_if_empty(answer->address) : nullptr);
-    check_json_value(object["button"], answer ? null_if_empty(answer->button) : nullptr);
-    check_json_value(object["message"], answer ? answer->message : nullptr);
+    const bool knows_newer = reply != nullptr && reply->newer != WebNewerUnknown;
+    FUZZ_CHECK(object["newer"].is_null() == !knows_newer);
+    if (knows_newer)
+        FUZZ_CHECK(object["newer"] == (reply->newer == WebNewer));
+    check_json_value(object["version"], reply ? reply->version : nullptr);
+    check_json_value(object["url"], reply ? reply->url : nullptr);
+    check_json_value(object["button"], reply ? reply->button : nullptr);
+    check_json_value(object["message"], reply ? reply->message : nullptr);
     check_json_value(object["error"], outcome.error);
+    check_json_value(object["reason"], outcome.reason);
+    FUZZ_CHECK(object["http_status"].is_null() == (outcome.http_status == 0));
+    if (outcome.http_status != 0)
+        FUZZ_CHECK(object["http_status"] == outcome.http_status);
+    check_json_text(object["service"], target.service);
+    check_json_value(object["proxy"], target.proxy.empty() ? nullptr : target.proxy.c_str());
 }
 
 // A line of the text output; empty if the value was not given.
 std::string line_of(const char *key, const char *value)
 {
-    return *value == '\0' ? "" : key + (": " + safe_text(value)) + "\n";
+    return value == nullptr ? "" : key + (": " + safe_text(value)) + "\n";
 }
 
-void check_text(const UpdateAnswer &answer)
+void check_text(const WebUpdateReply &reply)
 {
     const PrintHandler previous = set_print_handler(collect_text);
     printed.clear();
-    print_answer(answer);
+    print_answer(reply);
     set_print_handler(previous);
 
-    std::string expected = line_of("Version", answer.version) + line_of("URL", answer.address) +
-                           line_of("Button", answer.button) + safe_text(answer.message);
-    if (answer.message[0] != '\0' && expected.back() != '\n')
+    std::string expected = line_of("Version", reply.version) + line_of("URL", reply.url) +
+                           line_of("Button", reply.button) + safe_text(reply.message);
+    if (reply.message[0] != '\0' && expected.back() != '\n')
         expected += '\n';
     FUZZ_CHECK(printed == expected);
     FUZZ_CHECK(is_safe(printed, "\n\t"));
-}
-
-void check_clean(const UpdateAnswer &answer, const std::string &message)
-{
-    std::string expected;
-    for (std::size_t i = 0; i < message.size(); ++i) {
-        const bool ends_line = i + 1 == message.size() || message[i + 1] == '\n';
-        if (message[i] != '\r' || !ends_line)
-            expected += message[i];
-    }
-    FUZZ_CHECK(answer.message == expected);
-    const std::string version = answer.version;
-    FUZZ_CHECK(version.empty() || (std::string(" \t").find(version.front()) == std::string::npos &&
-                                   std::string(" \t").find(version.back()) == std::string::npos));
 }
 
 void check_failure(const std::string &error)
@@ -259,39 +246,65 @@ void check_failure(const std::string &error)
     FUZZ_CHECK(reported == safe_line(error.c_str()));
 }
 
-void take_value(Input *input, char *value)
+std::string take_checked_text(Input *input)
 {
-    const std::string text = take_text(input).substr(0, answer_capacity - 1);
-    std::memcpy(value, text.c_str(), text.size() + 1);
+    const std::string text = take_text(input);
     check_safe_text(text);
+    return text;
+}
+
+char *null_if_empty(const ExactBlock &value)
+{
+    return value.data[0] != '\0' ? value.data : nullptr;
+}
+
+WebUpdateNewer compare(const char *version, const std::string &product_version)
+{
+    int order = 0;
+    if (web_compare_versions(version, product_version.c_str(), &order) != 0)
+        return WebNewerUnknown;
+    return order > 0 ? WebNewer : WebNotNewer;
+}
+
+void check_truncated(const char *value, const std::string &text)
+{
+    FUZZ_CHECK((value != nullptr ? value : "") == text.substr(0, longest_value));
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t size)
 {
-    static const auto answer = std::make_unique<UpdateAnswer>();
     static const char *const statuses[] = {"answered", "failed", "timeout", "cancelled"};
     Input input = {bytes, size};
     const unsigned given = take_byte(&input);
-    take_value(&input, answer->version);
-    take_value(&input, answer->address);
-    take_value(&input, answer->button);
-    take_value(&input, answer->message);
+    const std::string values[] = {take_checked_text(&input), take_checked_text(&input),
+                                  take_checked_text(&input), take_checked_text(&input)};
+    const ExactBlock blocks[] = {ExactBlock(values[0]), ExactBlock(values[1]),
+                                 ExactBlock(values[2]), ExactBlock(values[3])};
     const std::string product_version = take_text(&input);
-    const std::string error = take_text(&input);
-    check_safe_text(error);
+    const std::string error = take_checked_text(&input);
+    const RunTarget target = {take_text(&input), take_text(&input), ""};
 
-    const std::string message = answer->message;
-    clean_answer(answer.get());
-    check_clean(*answer, message);
-    check_text(*answer);
-    const Newer newer = compare_answer(
-        *answer, is_version_number(product_version.c_str()) ? product_version.c_str() : "5.1");
-    FUZZ_CHECK((newer == Newer::Unknown) == !is_version_number(answer->version));
-    check_json({statuses[given >> 2 & 3], static_cast<int>(given), newer,
-                (given & 1U) != 0 ? answer.get() : nullptr,
-                (given & 2U) != 0 ? error.c_str() : nullptr});
+    WebUpdateReply reply; // its strings are those of the blocks and are not released
+    web_update_reply_init(&reply);
+    reply.version = null_if_empty(blocks[0]);
+    reply.url = null_if_empty(blocks[1]);
+    reply.button = null_if_empty(blocks[2]);
+    reply.message = blocks[3].data;
+    reply.newer = compare(reply.version, product_version);
+    truncate_values(&reply, false);
+    check_truncated(reply.version, values[0]);
+    check_truncated(reply.url, values[1]);
+    check_truncated(reply.button, values[2]);
+    check_truncated(reply.message, values[3]);
+    check_text(reply);
+    const bool failed = (given & 2U) != 0;
+    check_json({statuses[given >> 2 & 3], static_cast<int>(given),
+                (given & 1U) != 0 ? &reply : nullptr, failed ? error.c_str() : nullptr,
+                failed ? web_update_failure_name(WebBadStatus) : nullptr,
+                failed ? static_cast<int>(given) : 0},
+               target);
     check_failure(error);
     return 0;
 }

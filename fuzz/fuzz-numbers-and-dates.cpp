@@ -8,7 +8,7 @@
 #include "support/ascii.h"
 #include "support/c-utils/transforms.h"
 #include "support/dates.h"
-#include "tool/version-number.h"
+#include "web/update-check.h"
 #include "web/version-update.h"
 
 #include <algorithm>
@@ -266,23 +266,27 @@ void fuzz_month_name(Input *input)
     FUZZ_CHECK(holds_text(block, lower_case(letters) + text.substr(letters.size())));
 }
 
-int sign(int n)
-{
-    return (n > 0) - (n < 0);
-}
-
-// Digits, with single dots between digits.
+// Digits, with single points between digits.
 bool looks_like_version(const std::string &text)
 {
     return !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos &&
            text.front() != '.' && text.back() != '.' && text.find("..") == std::string::npos;
 }
 
+// The order of two strings that web_compare_versions accepts.
+int order_of(const char *first, const char *second)
+{
+    int order = 2;
+    FUZZ_CHECK(web_compare_versions(first, second, &order) == 0);
+    FUZZ_CHECK(order >= -1 && order <= 1);
+    return order;
+}
+
 void check_product_version(const std::string &text)
 {
     const float before = 4711.5F;
     float version = before;
-    const int result = read_product_version(text.c_str(), &version);
+    const int result = web_read_product_version(text.c_str(), &version);
     FUZZ_CHECK(result == 0 || result == -1);
     if (result != 0) {
         FUZZ_CHECK(version == before);
@@ -293,7 +297,7 @@ void check_product_version(const std::string &text)
     FUZZ_CHECK(dot == std::string::npos || text.size() - dot <= 4);
     FUZZ_CHECK(version == std::strtof(text.c_str(), nullptr));
     char sent[64];
-    FUZZ_CHECK(compare_versions(text.c_str(), web_format_version(version, sent, sizeof sent)) == 0);
+    FUZZ_CHECK(order_of(text.c_str(), web_format_version(version, sent, sizeof sent)) == 0);
 }
 
 void fuzz_versions(Input *input)
@@ -302,20 +306,22 @@ void fuzz_versions(Input *input)
     const ExactBlock blocks[] = {ExactBlock(texts[0]), ExactBlock(texts[1]), ExactBlock(texts[2])};
     bool comparable = true;
     for (int i = 0; i < 3; ++i) {
-        FUZZ_CHECK(is_version_number(blocks[i].data) == looks_like_version(texts[i]));
-        comparable = comparable && looks_like_version(texts[i]);
+        int order = 2;
+        const bool is_version = web_compare_versions(blocks[i].data, blocks[i].data, &order) == 0;
+        FUZZ_CHECK(is_version == looks_like_version(texts[i]));
+        FUZZ_CHECK(order == (is_version ? 0 : 2));
+        comparable = comparable && is_version;
         check_product_version(texts[i]);
     }
     if (!comparable)
         return;
-    const int order = sign(compare_versions(blocks[0].data, blocks[1].data));
-    FUZZ_CHECK(compare_versions(blocks[0].data, blocks[0].data) == 0);
-    FUZZ_CHECK(order == -sign(compare_versions(blocks[1].data, blocks[0].data)));
-    if (order == sign(compare_versions(blocks[1].data, blocks[2].data)))
-        FUZZ_CHECK(order == sign(compare_versions(blocks[0].data, blocks[2].data)));
+    const int order = order_of(blocks[0].data, blocks[1].data);
+    FUZZ_CHECK(order == -order_of(blocks[1].data, blocks[0].data));
+    if (order == order_of(blocks[1].data, blocks[2].data))
+        FUZZ_CHECK(order == order_of(blocks[0].data, blocks[2].data));
     const std::string longer = texts[0] + ".1";
     if (std::count(longer.begin(), longer.end(), '.') > 1)
-        FUZZ_CHECK(compare_versions(longer.c_str(), blocks[0].data) > 0);
+        FUZZ_CHECK(order_of(longer.c_str(), blocks[0].data) > 0);
 }
 
 void fuzz_version_text(Input *input)

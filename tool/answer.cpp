@@ -5,48 +5,23 @@
 #include "support/error.h"
 #include "tool/safe-text.h"
 #include "tool/streams.h"
-#include "tool/version-number.h"
 
 namespace quintral {
 
 namespace {
 
-void note_if_full(const char *name, const char *value)
+void truncate(const char *name, char *value, bool notes)
 {
-    if (std::strlen(value) == answer_capacity - 1)
+    if (value == nullptr || std::strlen(value) < longest_value)
+        return;
+    value[longest_value] = '\0';
+    if (notes)
         show_note((std::string("The ") + name + " may have been truncated to 65535 bytes").c_str());
-}
-
-void drop_last_carriage_return(char *text)
-{
-    const std::size_t length = std::strlen(text);
-    if (length > 0 && text[length - 1] == '\r')
-        text[length - 1] = '\0';
-}
-
-void trim_spaces(char *text)
-{
-    const std::size_t start = std::strspn(text, " \t");
-    std::size_t length = std::strlen(text + start);
-    std::memmove(text, text + start, length + 1);
-    while (length > 0 && (text[length - 1] == ' ' || text[length - 1] == '\t'))
-        text[--length] = '\0';
-}
-
-void drop_carriage_returns_of_lines(char *text)
-{
-    char *end = text;
-    for (const char *c = text; *c != '\0'; ++c) {
-        if (*c == '\r' && (c[1] == '\n' || c[1] == '\0'))
-            continue;
-        *end++ = *c;
-    }
-    *end = '\0';
 }
 
 void print_if_given(const char *key, const char *value, const char *tag)
 {
-    if (*value != '\0')
+    if (value != nullptr)
         print_text((std::string(key) + ": " + safe_text(value) + "\n").c_str(), tag);
 }
 
@@ -55,61 +30,51 @@ std::string json_or_null(const char *text)
     return text != nullptr ? json_string(text) : "null";
 }
 
-std::string json_newer(Newer newer)
+std::string json_newer(const WebUpdateReply *reply)
 {
-    if (newer == Newer::Unknown)
+    if (reply == nullptr || reply->newer == WebNewerUnknown)
         return "null";
-    return newer == Newer::Yes ? "true" : "false";
+    return reply->newer == WebNewer ? "true" : "false";
 }
 
 } // namespace
 
-void note_truncated_values(const UpdateAnswer &answer)
+void truncate_values(WebUpdateReply *reply, bool notes)
 {
-    note_if_full("version", answer.version);
-    note_if_full("web address", answer.address);
-    note_if_full("button caption", answer.button);
-    note_if_full("message", answer.message);
+    truncate("version", reply->version, notes);
+    truncate("web address", reply->url, notes);
+    truncate("button caption", reply->button, notes);
+    truncate("message", reply->message, notes);
 }
 
-void clean_answer(UpdateAnswer *answer)
+void print_answer(const WebUpdateReply &reply)
 {
-    drop_last_carriage_return(answer->version);
-    trim_spaces(answer->version);
-    drop_last_carriage_return(answer->address);
-    drop_last_carriage_return(answer->button);
-    drop_carriage_returns_of_lines(answer->message);
-}
-
-Newer compare_answer(const UpdateAnswer &answer, const char *product_version)
-{
-    if (!is_version_number(answer.version))
-        return Newer::Unknown;
-    return compare_versions(answer.version, product_version) > 0 ? Newer::Yes : Newer::No;
-}
-
-void print_answer(const UpdateAnswer &answer)
-{
-    print_if_given("Version", answer.version, "version");
-    print_if_given("URL", answer.address, "url");
-    print_if_given("Button", answer.button, "button");
-    std::string message = safe_text(answer.message);
+    print_if_given("Version", reply.version, "version");
+    print_if_given("URL", reply.url, "url");
+    print_if_given("Button", reply.button, "button");
+    std::string message = safe_text(reply.message);
     if (!message.empty() && message.back() != '\n')
         message += '\n';
     print_text(message.c_str(), "message");
 }
 
-std::string outcome_json(const RunOutcome &outcome)
+std::string outcome_json(const RunOutcome &outcome, const RunTarget &target)
 {
-    const UpdateAnswer *answer = outcome.answer;
+    const WebUpdateReply *reply = outcome.reply;
+    const char *proxy = target.proxy.empty() ? nullptr : target.proxy.c_str();
     std::string text = "{\"status\":" + json_string(outcome.status);
     text += ",\"exit_status\":" + std::to_string(outcome.exit_status);
-    text += ",\"newer\":" + json_newer(outcome.newer);
-    text += ",\"version\":" + json_or_null(answer ? null_if_empty(answer->version) : nullptr);
-    text += ",\"url\":" + json_or_null(answer ? null_if_empty(answer->address) : nullptr);
-    text += ",\"button\":" + json_or_null(answer ? null_if_empty(answer->button) : nullptr);
-    text += ",\"message\":" + json_or_null(answer ? answer->message : nullptr);
+    text += ",\"newer\":" + json_newer(reply);
+    text += ",\"version\":" + json_or_null(reply ? reply->version : nullptr);
+    text += ",\"url\":" + json_or_null(reply ? reply->url : nullptr);
+    text += ",\"button\":" + json_or_null(reply ? reply->button : nullptr);
+    text += ",\"message\":" + json_or_null(reply ? reply->message : nullptr);
     text += ",\"error\":" + json_or_null(outcome.error);
+    text += ",\"reason\":" + json_or_null(outcome.reason);
+    text += ",\"http_status\":";
+    text += outcome.http_status != 0 ? std::to_string(outcome.http_status) : "null";
+    text += ",\"service\":" + json_string(target.service.c_str());
+    text += ",\"proxy\":" + json_or_null(proxy);
     return text + "}\n";
 }
 

@@ -54,8 +54,9 @@ bool is_web_address(const char *address)
 
 int open_web_address(const char *address, std::string *error)
 {
-    // One byte less than the capacity, since a carriage return may have been removed at the end.
-    if (std::strlen(address) >= answer_capacity - 2) {
+    // One byte less than the longest value, since a carriage return may have been removed at the
+    // end.
+    if (std::strlen(address) >= longest_value - 1) {
         *error = "Not opening the web address: it may be truncated";
         return -1;
     }

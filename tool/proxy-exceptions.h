@@ -1,12 +1,8 @@
-// Hosts that the utility connects to directly even if the system has a proxy.
+// Lists of hosts that are reached without a proxy.
 #ifndef QUINTRAL_TOOL_PROXY_EXCEPTIONS_H
 #define QUINTRAL_TOOL_PROXY_EXCEPTIONS_H
 
 namespace quintral {
-
-// True if the system proxy is not to be used for the host: on Linux according to the environment
-// variable no_proxy (lower case only), on macOS never.
-bool system_proxy_is_bypassed(const char *host);
 
 // True if a list in the form of no_proxy matches the host. "*" alone matches every host. Otherwise
 // the list holds names separated by commas or spaces; each matches that host and every host in that

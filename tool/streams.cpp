@@ -6,7 +6,8 @@
 #include <cstring>
 
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/select.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "support/error.h"
@@ -17,19 +18,22 @@ namespace quintral {
 
 namespace {
 
-std::string *collected = nullptr; // global because a print handler has no user data
-
-void wait_until_writable(int descriptor)
+// Waits until a standard descriptor is writable, for as long as `timeout` says; null for any time.
+// Returns false if it is not writable by then. Deliberately select: poll of macOS reports terminals
+// as invalid. Async-signal-safe.
+bool wait_until_writable(int descriptor, timeval *timeout)
 {
-    pollfd entry = {descriptor, POLLOUT, 0};
-    poll(&entry, 1, -1);
+    fd_set descriptors;
+    FD_ZERO(&descriptors);
+    FD_SET(descriptor, &descriptors);
+    return select(descriptor + 1, nullptr, &descriptors, nullptr, timeout) > 0;
 }
 
 // After a failed write: true if the next one may succeed. A non-blocking stream is waited for.
 bool can_write_again(int descriptor, int error)
 {
     if (error == EAGAIN || error == EWOULDBLOCK) {
-        wait_until_writable(descriptor);
+        wait_until_writable(descriptor, nullptr);
         return true;
     }
     return error == EINTR;
@@ -45,30 +49,12 @@ int write_lines(const char *text, std::FILE *stream)
         std::size_t length = std::strcspn(text, "\n");
         if (text[length] == '\n')
             ++length;
-        wait_until_writable(fileno(stream));
+        wait_until_writable(fileno(stream), nullptr);
         if (output_printf("%.*s", static_cast<int>(length), text) != 0 || std::ferror(stream) != 0)
             return errno;
         text += length;
     }
     return 0;
-}
-
-// Closes standard output. `error` is the error of the writes before, or 0. Returns 0, or -1 after
-// reporting the first failure.
-int close_output(int error)
-{
-    if (close(STDOUT_FILENO) != 0 && error == 0)
-        error = errno;
-    if (error == 0)
-        return 0;
-    errno = error;
-    show_failure((std::string("Can't write standard output, ") + web_errno_text()).c_str());
-    return -1;
-}
-
-void append_printed_text(const char *text, const char * /*tag*/)
-{
-    *collected += text;
 }
 
 } // namespace
@@ -101,15 +87,25 @@ int write_all(int descriptor, const char *bytes, std::size_t length)
 
 void write_if_possible(int descriptor, const char *bytes, std::size_t length)
 {
-    pollfd entry = {descriptor, POLLOUT, 0};
-    if (poll(&entry, 1, 0) == 1 && (entry.revents & POLLOUT) != 0)
+    timeval at_once = {0, 0};
+    if (wait_until_writable(descriptor, &at_once))
         static_cast<void>(!write(descriptor, bytes, length));
 }
 
-void collect_printed_text(std::string *output)
+void wait_for_reader(int descriptor)
 {
-    collected = output;
-    set_print_handler(append_printed_text);
+    wait_until_writable(descriptor, nullptr);
+}
+
+int close_output(int error)
+{
+    if (close(STDOUT_FILENO) != 0 && error == 0)
+        error = errno;
+    if (error == 0)
+        return 0;
+    errno = error;
+    show_failure((std::string("Can't write standard output, ") + web_errno_text()).c_str());
+    return -1;
 }
 
 void show_message(MessageLevel level, const char *text)
@@ -118,14 +114,6 @@ void show_message(MessageLevel level, const char *text)
     int length = format_message(level, text, line, sizeof line - 1);
     line[length++] = '\n';
     write_all(STDERR_FILENO, line, static_cast<std::size_t>(length));
-}
-
-int finish_output(const std::string &output)
-{
-    if (output.empty())
-        return 0;
-    const bool written = write_all(STDOUT_FILENO, output.data(), output.size()) == 0;
-    return close_output(written ? 0 : errno);
 }
 
 void show_usage_text(const std::string &text)

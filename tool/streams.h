@@ -23,22 +23,17 @@ int write_all(int descriptor, const char *bytes, std::size_t length);
 // Requires: length is at most PIPE_BUF, for which a writable pipe has space.
 void write_if_possible(int descriptor, const char *bytes, std::size_t length);
 
-// Installs the utility's print handler (see set_print_handler), which appends to *output. The whole
-// answer is collected before any of it is written, so an allocation failure never leaves half an
-// answer on standard output. The tag (version, url, button or message) is for handlers that treat
-// the parts differently; this one ignores it.
-// Requires: *output outlives the last call of print_text.
-void collect_printed_text(std::string *output);
+// Waits until a standard descriptor is writable. Can be interrupted by a signal.
+void wait_for_reader(int descriptor);
+
+// Closes standard output. `error` is the error of the writes before, or 0. Returns 0, or -1 after
+// reporting the first failure.
+int close_output(int error);
 
 // The utility's message handler (see set_message_handler). Writes the line of format_message to
 // standard error with one write that waits for a reader; the default handler's stream would drop
 // it.
 void show_message(MessageLevel level, const char *text);
-
-// Writes the collected output to standard output and closes it, so that an error that only closing
-// reports is not lost. Does nothing if the output is empty. Returns 0, or -1 after reporting the
-// failure.
-int finish_output(const std::string &output);
 
 // Writes the utility's own text to standard error by output_printf, line by line.
 void show_usage_text(const std::string &text);

@@ -12,6 +12,7 @@
 #include "support/error.h"
 #include "tool/answer.h"
 #include "tool/progress-indicator.h"
+#include "tool/record.h"
 #include "tool/streams.h"
 #include "web/transaction.h"
 
@@ -21,21 +22,23 @@ namespace {
 
 constexpr unsigned grace = 1; // seconds
 
-// What one way to terminate writes. An object is short enough for one atomic write to a pipe.
+// What one way to terminate writes. An object is short enough for one atomic write to a pipe: the
+// service has at most 261 bytes, the proxy 255 and a port, each at most six bytes long in JSON.
 struct Report {
     char text[128];
     char line[192];
-    char object[512];
+    char object[4096];
 };
 
 Report interrupt_report;
 Report terminate_report;
+Report hangup_report;
 Report time_limit_report;
 Report memory_report;
 Report abort_report;
 Report fault_report;
 
-enum Phase : int { Starting, Exchange, AnswerHeld, Output };
+enum Phase : int { Starting, Exchange, AnswerHeld, Output, Finished };
 
 // Global because signal handlers read and change them.
 volatile std::sig_atomic_t phase = Starting;
@@ -43,6 +46,9 @@ volatile std::sig_atomic_t first_interrupt = 0; // the signal that cancelled or 
 volatile std::sig_atomic_t limit_has_passed = 0;
 volatile std::sig_atomic_t line_is_due = 1;
 volatile std::sig_atomic_t object_is_due = 0;
+volatile std::sig_atomic_t final_status = 0;
+
+sigset_t mask_before_block;
 
 void compose_line(Report *report, const char *text)
 {
@@ -52,16 +58,19 @@ void compose_line(Report *report, const char *text)
     report->line[length + 1] = '\0';
 }
 
-void compose_object(Report *report, const char *status, int exit_status)
+void compose_object(Report *report, const char *status, int exit_status, const char *reason,
+                    const RunTarget &target)
 {
-    const RunOutcome outcome = {status, exit_status, Newer::Unknown, nullptr, report->text};
-    copy_string_bounded(report->object, outcome_json(outcome).c_str(), sizeof report->object);
+    const RunOutcome outcome = {status, exit_status, nullptr, report->text, reason, 0};
+    copy_string_bounded(report->object, outcome_json(outcome, target).c_str(),
+                        sizeof report->object);
 }
 
 // Async-signal-safe, and allocates nothing. Never blocks.
 void write_report(const Report &report, bool with_line)
 {
     clear_progress();
+    discard_record();
     if (with_line)
         write_if_possible(STDERR_FILENO, report.line, std::strlen(report.line));
     if (object_is_due != 0) {
@@ -70,9 +79,21 @@ void write_report(const Report &report, bool with_line)
     }
 }
 
+const Report &report_of_signal(int signal_number)
+{
+    switch (signal_number) {
+    case SIGINT:
+        return interrupt_report;
+    case SIGHUP:
+        return hangup_report;
+    default:
+        return terminate_report;
+    }
+}
+
 [[noreturn]] void report_and_end_by(int signal_number)
 {
-    write_report(signal_number == SIGINT ? interrupt_report : terminate_report, line_is_due != 0);
+    write_report(report_of_signal(signal_number), line_is_due != 0);
     end_by_signal(signal_number);
 }
 
@@ -88,8 +109,17 @@ void cancel_exchange()
     alarm(grace);
 }
 
+[[noreturn]] void end_as_stated()
+{
+    if (first_interrupt != 0)
+        end_by_signal(first_interrupt);
+    _exit(final_status);
+}
+
 void on_interrupt(int signal_number)
 {
+    if (phase == Finished)
+        end_as_stated();
     if (first_interrupt != 0)
         report_and_end_by(signal_number);
     switch (phase) {
@@ -119,6 +149,8 @@ void on_alarm(int)
     case AnswerHeld:
         alarm(grace);
         break;
+    case Finished:
+        end_as_stated();
     default:
         if (first_interrupt != 0)
             report_and_end_by(first_interrupt);
@@ -148,6 +180,15 @@ const Report &report_of_exception()
     _exit(1);
 }
 
+sigset_t terminating_signals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGALRM})
+        sigaddset(&signals, signal_number);
+    return signals;
+}
+
 // Interrupted calls are restarted, so that no piece of the request is lost; the waits of the
 // exchange return anyway.
 void handle_signal(int signal_number, void (*handler)(int))
@@ -155,10 +196,7 @@ void handle_signal(int signal_number, void (*handler)(int))
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    sigemptyset(&action.sa_mask);
-    sigaddset(&action.sa_mask, SIGINT);
-    sigaddset(&action.sa_mask, SIGTERM);
-    sigaddset(&action.sa_mask, SIGALRM);
+    action.sa_mask = terminating_signals();
     sigaction(signal_number, &action, nullptr);
 }
 
@@ -188,20 +226,22 @@ void install_terminate_handler()
     std::set_terminate(on_terminate);
 }
 
-void prepare_termination(bool json, int max_time)
+void prepare_termination(bool json, const RunTarget &target, int max_time)
 {
     const std::string limit = "The time limit of " + std::to_string(max_time) + " s has passed";
     compose_line(&interrupt_report, "User canceled web transaction");
     compose_line(&terminate_report, "User canceled web transaction");
+    compose_line(&hangup_report, "User canceled web transaction");
     compose_line(&time_limit_report, limit.c_str());
     if (!json)
         return;
-    compose_object(&interrupt_report, "cancelled", 128 + SIGINT);
-    compose_object(&terminate_report, "cancelled", 128 + SIGTERM);
-    compose_object(&time_limit_report, "timeout", 3);
-    compose_object(&memory_report, "failed", 1);
-    compose_object(&abort_report, "failed", 1);
-    compose_object(&fault_report, "failed", 1);
+    compose_object(&interrupt_report, "cancelled", 128 + SIGINT, "cancelled", target);
+    compose_object(&terminate_report, "cancelled", 128 + SIGTERM, "cancelled", target);
+    compose_object(&hangup_report, "cancelled", 128 + SIGHUP, "cancelled", target);
+    compose_object(&time_limit_report, "timeout", 3, "timeout", target);
+    compose_object(&memory_report, "failed", 1, "internal", target);
+    compose_object(&abort_report, "failed", 1, "internal", target);
+    compose_object(&fault_report, "failed", 1, "internal", target);
     object_is_due = 1;
 }
 
@@ -213,6 +253,7 @@ void begin_exchange(int max_time)
     alarm(static_cast<unsigned>(max_time));
     handle_unless_ignored(SIGINT);
     handle_unless_ignored(SIGTERM);
+    handle_unless_ignored(SIGHUP);
 }
 
 void end_exchange()
@@ -236,6 +277,23 @@ void release_answer()
 void begin_output()
 {
     object_is_due = 0;
+}
+
+void set_final_status(int exit_status)
+{
+    final_status = exit_status;
+    phase = Finished;
+}
+
+void block_termination()
+{
+    const sigset_t signals = terminating_signals();
+    sigprocmask(SIG_BLOCK, &signals, &mask_before_block);
+}
+
+void unblock_termination()
+{
+    sigprocmask(SIG_SETMASK, &mask_before_block, nullptr);
 }
 
 int interrupt_received()

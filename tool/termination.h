@@ -1,7 +1,7 @@
-// How the utility terminates when it does not reach the end of main: an interrupt (SIGINT,
-// SIGTERM), the time limit, or an exception that nobody catches. Each has its line on standard
-// error and, with -json, its object on standard output. Both are composed at start, so that a
-// signal handler only writes them.
+// How the utility terminates when it does not reach the end of main: an interrupt (SIGINT, SIGTERM,
+// SIGHUP), the time limit, or an exception that nobody catches. Each has its line on standard error
+// and, with -json, its object on standard output. Both are composed at start, so that a signal
+// handler only writes them.
 //
 //                  first interrupt      second interrupt     time limit           exception
 //
@@ -9,19 +9,22 @@
 //   Exchange       cancel the exchange  report, end by it    cancel the exchange  report, exit 1
 //   AnswerHeld     deferred             report, end by it    deferred             report, exit 1
 //   Output         report, end by it    report, end by it    report, exit 3       report, exit 1
+//   Finished       end as stated        end as stated        end as stated        report, exit 1
 //
-// Report: write the line and the object if they are due. The line of an interrupt or the time limit
-// is not due in Output if either has cancelled the exchange: the normal path reports that. The
-// object is due from prepare_termination with json to begin_output. End by it: write the report,
-// then end by the signal's default action. Cancel the exchange: set web_cancel_requested, so that
-// the exchange returns by itself. If it has not returned a second later (a name lookup, a connect,
-// data that keeps arriving), report and end: by the first interrupt, otherwise with exit 3.
-// Deferred: the answer is printed first. After release_answer, a deferred time limit leaves at
-// least one second for the output; interrupt_received returns a deferred interrupt, by which the
-// caller ends. If the output takes more than that second, report and end.
+// - Report: write the line and the object if they are due. The line of an interrupt or the time
+//   limit is not due in Output if either has cancelled the exchange: the normal path reports that.
+//   The object is due from prepare_termination with json to begin_output.
+// - End by it: end by the signal's default action.
+// - Cancel the exchange: set web_cancel_requested, so that the exchange returns by itself. If it
+//   has not returned a second later (a name lookup, a connect, data that keeps arriving), report
+//   and end: by the first interrupt, otherwise with exit 3.
+// - Deferred: the answer is printed first. After release_answer, a deferred time limit leaves at
+//   least one second for the output; interrupt_received returns a deferred interrupt, by which the
+//   caller ends. If the output takes more than that second, report and end.
+// - End as stated: the output, which states the exit status, has been written.
 //
 //     install_terminate_handler();
-//     prepare_termination(json, max_time);
+//     prepare_termination(json, target, max_time);
 //     begin_exchange(max_time);
 //     ... the exchange ...
 //     end_exchange();
@@ -30,10 +33,12 @@
 //     ... opens the URL in the desktop ...
 //     release_answer();
 //     begin_output();
-//     ... writes the object ...
+//     ... writes the object, and with its last byte set_final_status(status) ...
 //     end_by_signal(interrupt_received());
 #ifndef QUINTRAL_TOOL_TERMINATION_H
 #define QUINTRAL_TOOL_TERMINATION_H
+
+#include "tool/answer.h"
 
 namespace quintral {
 
@@ -42,10 +47,10 @@ namespace quintral {
 void install_terminate_handler();
 
 // Composes the lines, and the objects if json is true, of all ways to terminate.
-void prepare_termination(bool json, int max_time);
+void prepare_termination(bool json, const RunTarget &target, int max_time);
 
-// Starting to Exchange. Starts the time limit and installs the handlers of SIGINT and SIGTERM, each
-// unless the signal was ignored at start.
+// Starting to Exchange. Starts the time limit and installs the handlers of SIGINT, SIGTERM and
+// SIGHUP, each unless the signal was ignored at start.
 // Requires: prepare_termination was called with the same max_time.
 void begin_exchange(int max_time);
 
@@ -59,6 +64,14 @@ void release_answer();
 
 // The caller is about to write its own object: from here on no other is written.
 void begin_output();
+
+// Output to Finished: the output has been written, and states this status.
+void set_final_status(int exit_status);
+
+// Keeps interrupts and the time limit from being delivered, for a moment that must not be
+// interrupted.
+void block_termination();
+void unblock_termination();
 
 // Returns the signal that cancelled the exchange or arrived while the answer was held, or 0.
 int interrupt_received();

@@ -71,15 +71,15 @@ TEST(CheckForUpdate, ReportsWhyThereIsNoAnswer)
 {
     const std::vector<std::pair<std::string, std::string>> rows = {
         {"HTTP/1.0 404 Not Found\r\n\r\n", "Bad HTTP status 404 from web site: Not Found"},
-        {ok_header + "Version: 5.2\n", "The reply has no message"},
-        {ok_header + "Message: " + std::string(70000, 'x'),
-         "Reply body from web site is longer than 65536 bytes"},
+        {ok_header + "Version: 5.2\n", "The web site's answer is not an update reply"},
+        {ok_header + "Message: " + std::string(8 * 1024 * 1024, 'x'),
+         "Reply body from web site is longer than 8388608 bytes"},
     };
     for (const auto &[reply, why] : rows) {
         const LoopbackPeer peer({replying(reply)});
         const ChildResult result = check(peer.address());
         EXPECT_EQ(result.exit_status, 1) << why;
-        EXPECT_EQ(result.output, "");
+        EXPECT_TRUE(result.output.empty()) << why;
         EXPECT_EQ(result.error, "Error: " + why + "\n");
     }
     const std::string refused = "127.0.0.1:" + std::to_string(refused_port());

@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -69,15 +70,21 @@ void fill_pipe(int writing_end)
     fcntl(writing_end, F_SETFL, flags);
 }
 
-// Opens a terminal that passes bytes as they are written. False on failure.
-bool open_terminal(StreamEnds *ends)
+// Both ends stay -1 on failure.
+bool open_plain_terminal(StreamEnds *ends)
 {
     ends->parent = move_descriptor(posix_openpt(O_RDWR | O_NOCTTY));
     if (ends->parent < 0 || grantpt(ends->parent) != 0 || unlockpt(ends->parent) != 0)
         return false;
     ends->child = move_descriptor(open(ptsname(ends->parent), O_RDWR | O_NOCTTY));
+    return ends->child >= 0;
+}
+
+// A terminal that passes bytes as they are written.
+bool open_terminal(StreamEnds *ends)
+{
     termios settings;
-    if (ends->child < 0 || tcgetattr(ends->child, &settings) != 0)
+    if (!open_plain_terminal(ends) || tcgetattr(ends->child, &settings) != 0)
         return false;
     cfmakeraw(&settings);
     return tcsetattr(ends->child, TCSANOW, &settings) == 0;
@@ -114,6 +121,33 @@ bool open_stream(ChildStream stream, StreamEnds *ends)
     return open_stream_pipe(stream, ends);
 }
 
+// Writes the text into a pipe before the child starts, and closes the writing end.
+bool open_text(const std::string &text, StreamEnds *ends)
+{
+    int both[2] = {-1, -1};
+    const bool opened = open_pipe(both);
+    ends->child = both[0];
+    bool written = opened && fcntl(both[1], F_SETFL, O_NONBLOCK) == 0;
+    written =
+        written && write(both[1], text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close_descriptor(&both[1]);
+    return written;
+}
+
+bool open_input(const ChildOptions &options, StreamEnds *ends)
+{
+    switch (options.input) {
+    case ChildInput::Text:
+        return open_text(options.input_text, ends);
+    case ChildInput::Terminal:
+        return open_plain_terminal(ends);
+    case ChildInput::NullDevice:
+        break;
+    }
+    ends->child = move_descriptor(open("/dev/null", O_RDONLY));
+    return ends->child >= 0;
+}
+
 void close_ends(StreamEnds *ends)
 {
     close_descriptor(&ends->parent);
@@ -132,15 +166,6 @@ void place_stream(StreamEnds *ends, int target)
     close_ends(ends);
 }
 
-void place_standard_input()
-{
-    const int null_device = open("/dev/null", O_RDONLY);
-    if (null_device > 0) {
-        dup2(null_device, 0);
-        close(null_device);
-    }
-}
-
 void set_signals(const ChildOptions &options)
 {
     struct sigaction action = {};
@@ -157,9 +182,14 @@ void set_signals(const ChildOptions &options)
     sigprocmask(SIG_SETMASK, &blocked, nullptr);
 }
 
-void prepare_child(StreamEnds *output, StreamEnds *error, const ChildOptions &options)
+void prepare_child(StreamEnds *input, StreamEnds *output, StreamEnds *error,
+                   const ChildOptions &options)
 {
-    place_standard_input();
+    place_stream(input, 0);
+    if (options.input == ChildInput::Terminal) {
+        setsid();
+        ioctl(0, TIOCSCTTY, 0);
+    }
     place_stream(output, 1);
     place_stream(error, 2);
     set_signals(options);
@@ -253,8 +283,10 @@ void kill_and_wait(pid_t process_id, int *status)
     }
 }
 
-void keep_parent_ends(Child *child, StreamEnds *output, StreamEnds *error)
+void keep_parent_ends(Child *child, StreamEnds *input, StreamEnds *output, StreamEnds *error)
 {
+    close_descriptor(&input->child);
+    child->input_descriptor = input->parent;
     close_descriptor(&output->child);
     close_descriptor(&error->child);
     child->output_descriptor = output->parent;
@@ -265,6 +297,7 @@ void keep_parent_ends(Child *child, StreamEnds *output, StreamEnds *error)
 
 void release_descriptors(Child *child)
 {
+    close_descriptor(&child->input_descriptor);
     close_descriptor(&child->output_descriptor);
     close_descriptor(&child->error_descriptor);
     close_descriptor(&child->stalled_descriptors[0]);
@@ -276,22 +309,24 @@ template <typename Function>
 Child start_child(const ChildOptions &options, const Function &in_child)
 {
     Child child;
+    StreamEnds input;
     StreamEnds output;
     StreamEnds error;
     child.limit_seconds = options.limit_seconds;
     child.deadline = Clock::now() + std::chrono::seconds(options.limit_seconds);
-    const bool opened = open_stream(options.output, &output) && open_stream(options.error, &error);
+    const bool opened = open_input(options, &input) && open_stream(options.output, &output) &&
+                        open_stream(options.error, &error);
     std::fflush(stdout); // or the child would print the buffered output again
     std::fflush(stderr);
     if (opened)
         child.process_id = fork();
     if (child.process_id == 0) {
-        prepare_child(&output, &error, options);
+        prepare_child(&input, &output, &error, options);
         in_child();
     }
     if (child.process_id < 0)
         ADD_FAILURE() << "can't start a child: " << std::strerror(errno);
-    keep_parent_ends(&child, &output, &error);
+    keep_parent_ends(&child, &input, &output, &error);
     if (child.process_id < 0)
         release_descriptors(&child);
     return child;

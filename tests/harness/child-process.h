@@ -22,6 +22,14 @@ enum class ChildStream {
     StalledPipe // a full pipe that nobody reads
 };
 
+// What the child reads from its standard input.
+enum class ChildInput {
+    NullDevice, // /dev/null
+    Text,       // a pipe that holds input_text, then ends
+    Terminal // a pseudo-terminal with echo and signals, the child's controlling terminal; its other
+             // end is Child::input_descriptor
+};
+
 struct ChildOptions {
     ChildStream output = ChildStream::Pipe;
     ChildStream error = ChildStream::Pipe;
@@ -29,6 +37,8 @@ struct ChildOptions {
     std::vector<int> ignored_signals = {};                             // SIG_IGN in the child
     std::vector<int> blocked_signals = {};                             // blocked in the child
     int limit_seconds = 30;
+    ChildInput input = ChildInput::NullDevice;
+    std::string input_text = {}; // at most 64 KiB, as much as a pipe holds
     // Runs in the child between fork and exec, to set limits and the like: async-signal-safe calls
     // only.
     std::function<void()> prepare = nullptr;
@@ -47,6 +57,7 @@ struct Child {
     pid_t process_id = -1;
     int output_descriptor = -1;
     int error_descriptor = -1;
+    int input_descriptor = -1; // only with ChildInput::Terminal
     std::string output;
     std::string error;
     int limit_seconds = 30; // from the start of the child
@@ -55,8 +66,8 @@ struct Child {
 };
 
 // Starts the program arguments[0], which is searched for in PATH if it contains no slash. Standard
-// input is /dev/null. Every signal has its default action and is unblocked, except those that the
-// options name. A failure to start fails the test, and process_id is then -1.
+// input is that of the options. Every signal has its default action and is unblocked, except those
+// that the options name. A failure to start fails the test, and process_id is then -1.
 Child child_start(const std::vector<std::string> &arguments, const ChildOptions &options = {});
 
 // Forks and runs `body` in the child instead of a program. When body returns, the child flushes

@@ -511,8 +511,15 @@ TEST_F(RealPeers, UtilityReportsAnErrorStatusOfTheServer)
     ASSERT_NE(proxy_port, 0);
     const std::string proxy = "127.0.0.1:" + std::to_string(proxy_port);
     const std::string error = "Error: Bad HTTP status 410 from web site: Gone\a\n";
-    expect_result(run_utility(service, {"-product", "Gone", "-proxy", ":1"}), 1, "", error);
-    expect_result(run_utility(service, {"-product", "Gone", "-proxy", proxy}), 1, "", error);
+    const std::string note =
+        "Note: The request went through the proxy " + proxy + ", from -proxy\n";
+    const std::vector<std::string> gone = {"-product", "Gone", "-product-version", "5", "-proxy"};
+    std::vector<std::string> direct = gone;
+    direct.push_back(":1");
+    expect_result(run_utility(service, direct), 1, "", error);
+    std::vector<std::string> through_proxy = gone;
+    through_proxy.push_back(proxy);
+    expect_result(run_utility(service, through_proxy), 1, "", error + note);
 }
 
 } // namespace

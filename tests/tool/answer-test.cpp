@@ -1,71 +1,83 @@
-// The answer: cleaned, compared, printed, and as a JSON object.
+// The answer: read from a reply, truncated, printed, and as a JSON object.
 #include "support/error.h"
 #include "tool/answer.h"
 
 #include <cstring>
-#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "tests/harness/message-handler-guard.h"
 #include "tests/harness/text.h"
 #include "tests/tool/json-line.h"
 
 namespace quintral::tests::tool {
 namespace {
 
-using AnswerPointer = std::unique_ptr<UpdateAnswer>;
+// A reply that was read, and is released.
+struct ReplyRead {
+    WebUpdateReply reply;
+    int result;
 
-void fill_value(char *value, const std::string &text)
+    explicit ReplyRead(const std::string &body, const char *own_version = "5.2")
+    {
+        const std::string bytes = "HTTP/1.0 200 OK\r\n\r\n" + body;
+        web_update_reply_init(&reply);
+        result = web_read_update_reply(bytes.data(), bytes.size(), own_version, &reply);
+    }
+    ~ReplyRead()
+    {
+        web_update_reply_free(&reply);
+    }
+    ReplyRead(const ReplyRead &) = delete;
+    ReplyRead &operator=(const ReplyRead &) = delete;
+};
+
+std::string body_of(const std::string &version, const std::string &url, const std::string &button,
+                    const std::string &message)
 {
-    ASSERT_LT(text.size(), answer_capacity);
-    std::memcpy(value, text.c_str(), text.size() + 1);
+    return "Version: " + version + "\nURL: " + url + "\nButton: " + button +
+           "\nMessage: " + message;
 }
 
-AnswerPointer make_answer(const std::string &version, const std::string &address,
-                          const std::string &button, const std::string &message)
+std::string or_none(const char *value)
 {
-    AnswerPointer answer = std::make_unique<UpdateAnswer>();
-    fill_value(answer->version, version);
-    fill_value(answer->address, address);
-    fill_value(answer->button, button);
-    fill_value(answer->message, message);
-    return answer;
+    return value != nullptr ? value : "(none)";
 }
 
-TEST(CleanAnswer, RemovesTheRestOfALineEndingFromTheShortValues)
+TEST(AnswerValues, RemovesTheRestOfALineEndingFromTheShortValues)
 {
     const struct {
         std::string value;
         std::string version;
         std::string other; // the web address and the button caption keep their spaces
     } rows[] = {
-        {"", "", ""},
+        {"", "(none)", "(none)"},
         {"5.2", "5.2", "5.2"},
         {"5.2\r", "5.2", "5.2"},
         {"5.2\r\r", "5.2\r", "5.2\r"},
-        {"\r", "", ""},
+        {"\r", "(none)", "(none)"},
         {" 5.2 ", "5.2", " 5.2 "},
         {"\t 5.2 \t\r", "5.2", "\t 5.2 \t"},
-        {"  \t ", "", "  \t "},
-        {" \r", "", " "},
+        {"  \t ", "(none)", "  \t "},
+        {" \r", "(none)", " "},
         {"5 .2", "5 .2", "5 .2"},
         {"5\r.2", "5\r.2", "5\r.2"},
         {"5.2\r ", "5.2\r", "5.2\r "},
         {"\v5.2\f", "\v5.2\f", "\v5.2\f"},
         {std::string(65534, '5') + "\r", std::string(65534, '5'), std::string(65534, '5')},
-        {std::string(65535, ' '), "", std::string(65535, ' ')},
+        {std::string(65535, ' '), "(none)", std::string(65535, ' ')},
     };
     for (const auto &row : rows) {
-        const AnswerPointer answer = make_answer(row.value, row.value, row.value, "");
-        clean_answer(answer.get());
-        EXPECT_EQ(answer->version, row.version) << testing::PrintToString(row.value);
-        EXPECT_EQ(answer->address, row.other) << testing::PrintToString(row.value);
-        EXPECT_EQ(answer->button, row.other) << testing::PrintToString(row.value);
+        const ReplyRead read(body_of(row.value, row.value, row.value, ""));
+        ASSERT_EQ(read.result, 0);
+        EXPECT_EQ(or_none(read.reply.version), row.version) << testing::PrintToString(row.value);
+        EXPECT_EQ(or_none(read.reply.url), row.other) << testing::PrintToString(row.value);
+        EXPECT_EQ(or_none(read.reply.button), row.other) << testing::PrintToString(row.value);
     }
 }
 
-TEST(CleanAnswer, RemovesOneCarriageReturnBeforeEachLineFeedAndAtTheEndOfTheMessage)
+TEST(AnswerValues, RemovesOneCarriageReturnBeforeEachLineFeedAndAtTheEndOfTheMessage)
 {
     const struct {
         std::string message;
@@ -91,73 +103,124 @@ TEST(CleanAnswer, RemovesOneCarriageReturnBeforeEachLineFeedAndAtTheEndOfTheMess
         {repeated(21845, "a\r\n"), repeated(21845, "a\n")},
     };
     for (const auto &row : rows) {
-        const AnswerPointer answer = make_answer("", "", "", row.message);
-        clean_answer(answer.get());
-        EXPECT_EQ(answer->message, row.expected) << testing::PrintToString(row.message);
+        const ReplyRead read(body_of("", "", "", row.message));
+        ASSERT_EQ(read.result, 0);
+        EXPECT_EQ(or_none(read.reply.message), row.expected) << testing::PrintToString(row.message);
     }
 }
 
-TEST(CompareAnswer, IsUnknownWithoutAVersionNumber)
+TEST(AnswerValues, NewerIsUnknownWithoutAVersionNumber)
 {
     const struct {
         const char *version;
-        Newer expected;
+        WebUpdateNewer expected;
     } rows[] = {
-        {"5.3", Newer::Yes},      {"5.201", Newer::Yes},    {"5.2.1", Newer::Yes},
-        {"10", Newer::Yes},       {"5.2", Newer::No},       {"5.20", Newer::No},
-        {"5.1", Newer::No},       {"5.10", Newer::No},      {"4.9.9", Newer::No},
-        {"", Newer::Unknown},     {"5.3a", Newer::Unknown}, {"v5.3", Newer::Unknown},
-        {"5.", Newer::Unknown},   {".9", Newer::Unknown},   {"-6", Newer::Unknown},
-        {"5 3", Newer::Unknown},  {"5,3", Newer::Unknown},  {"6\r", Newer::Unknown},
-        {"1e99", Newer::Unknown}, {"nan", Newer::Unknown},
+        {"5.3", WebNewer},         {"5.201", WebNewer},       {"5.2.1", WebNewer},
+        {"10", WebNewer},          {"5.2", WebNotNewer},      {"5.20", WebNotNewer},
+        {"5.1", WebNotNewer},      {"5.10", WebNotNewer},     {"4.9.9", WebNotNewer},
+        {"", WebNewerUnknown},     {"5.3a", WebNewerUnknown}, {"v5.3", WebNewerUnknown},
+        {"5.", WebNewerUnknown},   {".9", WebNewerUnknown},   {"-6", WebNewerUnknown},
+        {"5 3", WebNewerUnknown},  {"5,3", WebNewerUnknown},  {"6\r\r", WebNewerUnknown},
+        {"1e99", WebNewerUnknown}, {"nan", WebNewerUnknown},
     };
     for (const auto &row : rows) {
-        const AnswerPointer answer = make_answer(row.version, "", "", "");
-        EXPECT_EQ(compare_answer(*answer, "5.2"), row.expected) << row.version;
+        const ReplyRead read(body_of(row.version, "", "", ""));
+        EXPECT_EQ(read.reply.newer, row.expected) << row.version;
     }
 }
 
+// The handlers of messages and of printed text, which a test replaces.
+
+std::string shown;
 std::string printed;
+
+void keep_message(MessageLevel level, const char *text)
+{
+    shown += (level == Note ? "Note: " : "?") + std::string(text) + "\n";
+}
 
 void print_with_tag(const char *text, const char *tag)
 {
     printed += std::string("<") + tag + ">" + text;
 }
 
-void expect_printed(const UpdateAnswer &answer, const std::string &expected)
+TEST(TruncateValues, KeepsThe65535BytesOfEachValueAndNotesIt)
 {
+    const std::string shorter(65534, '7');
+    const std::string longest(65535, '7');
+    const std::string longer(65536, '7');
+    const std::string longer_message(200000, 'm');
+    const MessageHandlerGuard guard(keep_message);
+    const struct {
+        std::string body;
+        std::string notes;
+    } rows[] = {
+        {body_of(shorter, shorter, shorter, shorter), ""},
+        {body_of(longest, "a", "b", "c"),
+         "Note: The version may have been truncated to 65535 bytes\n"},
+        {body_of("1", longer, "b", "c"),
+         "Note: The web address may have been truncated to 65535 bytes\n"},
+        {body_of("1", "a", longest, longer_message),
+         "Note: The button caption may have been truncated to 65535 bytes\n"
+         "Note: The message may have been truncated to 65535 bytes\n"},
+        {"Message: a", ""},
+    };
+    for (const auto &row : rows) {
+        for (const bool notes : {true, false}) {
+            ReplyRead read(row.body);
+            ASSERT_EQ(read.result, 0);
+            shown.clear();
+            truncate_values(&read.reply, notes);
+            EXPECT_EQ(shown, notes ? row.notes : "");
+            for (const char *value : {read.reply.version, read.reply.url, read.reply.button})
+                EXPECT_LE(or_none(value).size(), 65535U);
+            EXPECT_LE(std::strlen(read.reply.message), 65535U);
+        }
+    }
+    ReplyRead all(body_of(longer, longer, longer, longer_message));
+    truncate_values(&all.reply, false);
+    EXPECT_EQ(all.reply.version, longest);
+    EXPECT_EQ(all.reply.url, longest);
+    EXPECT_EQ(all.reply.button, longest);
+    EXPECT_EQ(all.reply.message, std::string(65535, 'm'));
+}
+
+void expect_printed(const std::string &body, const std::string &expected)
+{
+    const ReplyRead read(body);
+    ASSERT_EQ(read.result, 0) << body;
     const PrintHandler previous = set_print_handler(print_with_tag);
     printed.clear();
-    print_answer(answer);
+    print_answer(read.reply);
     set_print_handler(previous);
     EXPECT_EQ(printed, expected);
 }
 
 TEST(PrintAnswer, PrintsALineForEachValueThenTheMessageEachWithItsTag)
 {
-    const char all[] =
-        "<version>Version: 5.3\n<url>URL: http://a/\n<button>Button: Get it\n<message>News\n";
-    expect_printed(*make_answer("5.3", "http://a/", "Get it", "News\n"), all);
     const struct {
-        AnswerPointer answer;
+        std::string body;
         const char *expected;
     } rows[] = {
-        {make_answer("", "", "", ""), ""},
-        {make_answer("5.3", "", "", ""), "<version>Version: 5.3\n"},
-        {make_answer("", "http://a/", "", ""), "<url>URL: http://a/\n"},
-        {make_answer("", "", "Get it", ""), "<button>Button: Get it\n"},
-        {make_answer("", "", "", "News"), "<message>News\n"},
-        {make_answer("", "", "", "News\n\n"), "<message>News\n\n"},
-        {make_answer("", "", "", "\n"), "<message>\n"},
-        {make_answer("", "", "", "One\n\tTwo"), "<message>One\n\tTwo\n"},
+        {body_of("5.3", "http://a/", "Get it", "News\n"),
+         "<version>Version: 5.3\n<url>URL: http://a/\n<button>Button: Get it\n<message>News\n"},
+        {body_of("", "", "", ""), ""},
+        {"Message: ", ""},
+        {body_of("5.3", "", "", ""), "<version>Version: 5.3\n"},
+        {body_of("", "http://a/", "", ""), "<url>URL: http://a/\n"},
+        {body_of("", "", "Get it", ""), "<button>Button: Get it\n"},
+        {body_of("", "", "", "News"), "<message>News\n"},
+        {body_of("", "", "", "News\n\n"), "<message>News\n\n"},
+        {body_of("", "", "", "\n"), "<message>\n"},
+        {body_of("", "", "", "One\n\tTwo"), "<message>One\n\tTwo\n"},
     };
     for (const auto &row : rows)
-        expect_printed(*row.answer, row.expected);
+        expect_printed(row.body, row.expected);
 }
 
 TEST(PrintAnswer, MakesEveryValueSafe)
 {
-    expect_printed(*make_answer("\x1B[1m", "a\tb", "\xE2\x80\xAE", "\x9B\n"),
+    expect_printed(body_of("\x1B[1m", "a\tb", "\xE2\x80\xAE", "\x9B\n"),
                    "<version>Version: \\x1B[1m\n"
                    "<url>URL: a\tb\n"
                    "<button>Button: \\xE2\\x80\\xAE\n"
@@ -166,34 +229,41 @@ TEST(PrintAnswer, MakesEveryValueSafe)
 
 TEST(OutcomeJson, AlwaysHasEveryKeyOnOneLine)
 {
-    const AnswerPointer full = make_answer("5.3", "http://a/", "Get \"it\"", "One\n\tTwo\n");
-    EXPECT_EQ(outcome_json({"answered", 10, Newer::Yes, full.get(), nullptr}),
+    const ReplyRead full(body_of("5.3", "http://a/", "Get \"it\"", "One\n\tTwo\n"));
+    EXPECT_EQ(outcome_json({"answered", 10, &full.reply, nullptr, nullptr, 200},
+                           {"a.example:80", "cache:3128", "-proxy"}),
               "{\"status\":\"answered\",\"exit_status\":10,\"newer\":true,\"version\":\"5.3\","
               "\"url\":\"http://a/\",\"button\":\"Get \\\"it\\\"\",\"message\":\"One\\n\\tTwo\\n\","
-              "\"error\":null}\n");
-    EXPECT_EQ(outcome_json({"failed", 1, Newer::Unknown, nullptr, "a \\ \x1B\x80"}),
+              "\"error\":null,\"reason\":null,\"http_status\":200,\"service\":\"a.example:80\","
+              "\"proxy\":\"cache:3128\"}\n");
+    EXPECT_EQ(outcome_json({"failed", 1, nullptr, "a \\ \x1B\x80", "http-status", 404},
+                           {"a\"\x1B", "", "http_proxy"}),
               "{\"status\":\"failed\",\"exit_status\":1,\"newer\":null,\"version\":null,"
               "\"url\":null,\"button\":null,\"message\":null,"
-              "\"error\":\"a \\\\ \\u001b\\ufffd\"}\n");
+              "\"error\":\"a \\\\ \\u001b\\ufffd\",\"reason\":\"http-status\","
+              "\"http_status\":404,\"service\":\"a\\\"\\u001b\",\"proxy\":null}\n");
 }
 
 TEST(OutcomeJson, HasNullForWhatIsNotGiven)
 {
-    const AnswerPointer full = make_answer("5.3", "a", "b", "c");
-    const AnswerPointer empty = make_answer("", "", "", "");
-    EXPECT_EQ(outcome_json({"answered", 0, Newer::No, full.get(), nullptr}),
-              json_line("answered", 0, "false", {"\"5.3\"", "\"a\"", "\"b\"", "\"c\""}, "null"));
-    EXPECT_EQ(outcome_json({"answered", 0, Newer::Unknown, empty.get(), nullptr}),
-              json_line("answered", 0, "null", {"null", "null", "null", "\"\""}, "null"));
-    EXPECT_EQ(outcome_json({"cancelled", 143, Newer::Unknown, nullptr, "x"}),
-              unanswered_json("cancelled", 143, "x"));
+    const RunTarget target = {"a", "", ""};
+    const ReplyRead full(body_of("5.1", "a", "b", "c"));
+    const ReplyRead empty("Message: ");
+    EXPECT_EQ(outcome_json({"answered", 0, &full.reply, nullptr, nullptr, 204}, target),
+              json_line("answered", 0, "false", {"\"5.1\"", "\"a\"", "\"b\"", "\"c\""}, "null",
+                        {"", 204, "a"}));
+    EXPECT_EQ(outcome_json({"answered", 1, &empty.reply, "x", "open", 200}, target),
+              json_line("answered", 1, "null", {"null", "null", "null", "\"\""}, "\"x\"",
+                        {"open", 200, "a"}));
+    EXPECT_EQ(outcome_json({"cancelled", 143, nullptr, "x", "cancelled", 0}, target),
+              unanswered_json("cancelled", 143, "x", {"cancelled", 0, "a"}));
 }
 
 TEST(OutcomeJson, HoldsTheWholeOfALongError)
 {
     const std::string error(5000, 'e');
-    EXPECT_EQ(outcome_json({"failed", 1, Newer::Unknown, nullptr, error.c_str()}),
-              unanswered_json("failed", 1, error));
+    EXPECT_EQ(outcome_json({"failed", 1, nullptr, error.c_str(), "receive", 0}, {"a", "b:1", ""}),
+              unanswered_json("failed", 1, error, {"receive", 0, "a", "b:1"}));
 }
 
 } // namespace

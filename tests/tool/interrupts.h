@@ -16,9 +16,11 @@
 
 namespace quintral::tests::tool {
 
-inline std::string cancelled_json(int signal_number)
+inline std::string cancelled_json(int signal_number, const std::string &service,
+                                  int http_status = 0)
 {
-    return unanswered_json("cancelled", 128 + signal_number, cancelled_text);
+    return unanswered_json("cancelled", 128 + signal_number, cancelled_text,
+                           {"cancelled", http_status, service});
 }
 
 // The value of a field of /proc/PID/status, with the space before it.
@@ -35,8 +37,9 @@ inline std::string process_status(const Child &child, const std::string &field)
 
 inline bool catches_signals(const Child &child)
 {
-    const unsigned long long both = 1ULL << (SIGINT - 1) | 1ULL << (SIGTERM - 1);
-    return (std::strtoull(process_status(child, "SigCgt:").c_str(), nullptr, 16) & both) == both;
+    // the one that is installed last
+    const unsigned long long hangup = 1ULL << (SIGHUP - 1);
+    return (std::strtoull(process_status(child, "SigCgt:").c_str(), nullptr, 16) & hangup) != 0;
 }
 
 // True as soon as the utility has installed its signal handlers.
@@ -50,17 +53,21 @@ inline bool wait_for_handlers(const Child &child)
     return false;
 }
 
-// Runs the utility against a peer and interrupts it `milliseconds` after its request arrived.
-inline ChildResult interrupt_exchange(const PeerScript &script, int signal_number,
-                                      const Strings &arguments, const ChildOptions &options = {},
-                                      int milliseconds = 0)
+// Runs the utility against a peer and interrupts it that many milliseconds after the request
+// arrived.
+inline Exchange interrupt_exchange(const PeerScript &script, int signal_number,
+                                   const Strings &arguments, const ChildOptions &options = {},
+                                   int milliseconds = 0)
 {
     const LoopbackPeer peer({script});
     Child child = start_tool(joined({"-service", peer.address()}, arguments), options);
     EXPECT_TRUE(peer.wait_for_text(0, request_end(), patience));
     poll(nullptr, 0, milliseconds);
     child_signal(child, signal_number);
-    return child_wait(child);
+    Exchange exchange;
+    exchange.address = peer.address();
+    exchange.result = child_wait(child);
+    return exchange;
 }
 
 } // namespace quintral::tests::tool

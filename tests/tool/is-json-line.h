@@ -10,13 +10,14 @@
 
 namespace quintral::tests::tool {
 
-// True for one line that is a JSON object with the eight keys in order, each with a plain value.
+// True for one line that is a JSON object with the twelve keys in order, each with a plain value.
 inline bool is_json_line(const std::string &line)
 {
     using Json = nlohmann::json;
     static const std::vector<std::string> expected = {"status", "exit_status", "newer",   "version",
-                                                      "url",    "button",      "message", "error"};
-    std::vector<std::string> keys; // as in the line; the parsed object sorts and merges them
+                                                      "url",    "button",      "message", "error",
+                                                      "reason", "http_status", "service", "proxy"};
+    std::vector<std::string> keys; // as the line has them; the parsed object sorts and merges them
     const auto note_key = [&keys](int, Json::parse_event_t event, const Json &key) {
         if (event == Json::parse_event_t::key)
             keys.push_back(key);

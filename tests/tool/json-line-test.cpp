@@ -11,12 +11,12 @@ namespace {
 
 std::string with_error(const std::string &error)
 {
-    return unanswered_json("failed", 1, error);
+    return unanswered_json("failed", 1, error, {"http-status", 404, "a:1", "b:2"});
 }
 
-std::string with_version(const std::string &version)
+std::string with_values(const std::string &version, const std::string &url)
 {
-    return json_line("answered", 0, "true", {version, "null", "null", "null"}, "null");
+    return json_line("answered", 0, "true", {version, url, "null", "null"}, "null", {"", 200, "a"});
 }
 
 std::string replaced(std::string line, const std::string &old_part, const std::string &new_part)
@@ -24,10 +24,23 @@ std::string replaced(std::string line, const std::string &old_part, const std::s
     return line.replace(line.find(old_part), old_part.size(), new_part);
 }
 
-TEST(JsonLine, TheCheckAcceptsAnObjectWithTheEightKeys)
+TEST(JsonLine, TheCheckAcceptsAnObjectWithTheTwelveKeys)
 {
     EXPECT_TRUE(is_json_line(with_error("a\\n\\u001b\\\"\xC3\xA4")));
-    EXPECT_TRUE(is_json_line(with_version("\"5.2\"")));
+    EXPECT_TRUE(is_json_line(with_values("\"5.2\"", "null")));
+}
+
+TEST(JsonLine, HasNullForWhatIsNotGiven)
+{
+    EXPECT_EQ(with_values("\"5.2\"", "null"),
+              "{\"status\":\"answered\",\"exit_status\":0,\"newer\":true,\"version\":\"5.2\","
+              "\"url\":null,\"button\":null,\"message\":null,\"error\":null,\"reason\":null,"
+              "\"http_status\":200,\"service\":\"a\",\"proxy\":null}\n");
+    EXPECT_EQ(unanswered_json("timeout", 3, "x", {"timeout", 0, "a:1", "b:2"}),
+              "{\"status\":\"timeout\",\"exit_status\":3,\"newer\":null,\"version\":null,"
+              "\"url\":null,\"button\":null,\"message\":null,\"error\":\"x\","
+              "\"reason\":\"timeout\",\"http_status\":null,\"service\":\"a:1\","
+              "\"proxy\":\"b:2\"}\n");
 }
 
 TEST(JsonLine, TheCheckRejectsEverythingElse)
@@ -54,11 +67,11 @@ TEST(JsonLine, TheCheckRejectsEverythingElse)
         with_error("\xED\xA0\x80"),
         with_error("\xC0\x80"),
         // values
-        with_version(""),
-        with_version("none"),
-        with_version("[]"),
-        with_version("{}"),
-        with_version("{\"url\":null}"),
+        with_values("", "null"),
+        with_values("none", "null"),
+        with_values("[]", "null"),
+        with_values("{}", "null"),
+        with_values("{\"url\":null}", "null"),
         // keys
         replaced(good, "\"url\":null,", ""),
         replaced(good, "\"url\"", "\"URL\""),
@@ -66,6 +79,13 @@ TEST(JsonLine, TheCheckRejectsEverythingElse)
         replaced(good, "\"url\":null,", "\"url\":null,\"other\":null,"),
         replaced(good, "\"url\":null,\"button\":null", "\"button\":null,\"url\":null"),
         replaced(good, "\"status\":", "status:"),
+        replaced(good, ",\"reason\":\"http-status\"", ""),
+        replaced(good, ",\"http_status\":404", ""),
+        replaced(good, ",\"service\":\"a:1\"", ""),
+        replaced(good, ",\"proxy\":\"b:2\"", ""),
+        replaced(good, "\"http_status\":404", "\"http_status\":[404]"),
+        replaced(good, "\"http_status\":404,\"service\":\"a:1\"",
+                 "\"service\":\"a:1\",\"http_status\":404"),
     };
     for (const std::string &bad : bad_lines)
         EXPECT_FALSE(is_json_line(bad)) << bad;

@@ -1,4 +1,5 @@
 // Hosts that bypass the system proxy.
+#include "tool/proxy-environment.h"
 #include "tool/proxy-exceptions.h"
 
 #include <cstdlib>

@@ -32,7 +32,8 @@ std::string table_of_options()
 {
     std::string table = "\n| option | meaning |\n|---|---|\n";
     for (const OptionGroup group :
-         {OptionGroup::Query, OptionGroup::Connection, OptionGroup::Answer, OptionGroup::Program}) {
+         {OptionGroup::Query, OptionGroup::Connection, OptionGroup::Answer, OptionGroup::Inspection,
+          OptionGroup::Program}) {
         for (std::size_t i = 0; i < option_count; ++i) {
             if (option_rows[i].group == group)
                 table += line_of(option_rows[i]);
@@ -52,7 +53,7 @@ std::set<std::string> names_of_options()
 // Words such as `-json` and `-proxy :1` in backticks.
 std::set<std::string> options_named_in(const std::string &text)
 {
-    const std::regex option("`-([a-z][a-z-]*)");
+    const std::regex option("`-([A-Za-z][a-z-]*)");
     std::set<std::string> names;
     for (std::sregex_iterator at(text.begin(), text.end(), option), end; at != end; ++at)
         names.insert((*at)[1]);

@@ -28,11 +28,13 @@ std::string answer_with(const std::string &version, const std::string &web_addre
     return body + "Message: Hello\n";
 }
 
-std::string object_with(const std::string &web_address, int exit_status,
-                        const std::string &error = "null")
+// The object of an answer; error and reason are empty for null.
+std::string object_with(const std::string &web_address, int exit_status, const std::string &service,
+                        const std::string &error = "", const std::string &reason = "")
 {
     return json_line("answered", exit_status, "true",
-                     {"\"5.2\"", "\"" + web_address + "\"", "null", "\"Hello\\n\""}, error);
+                     {"\"5.2\"", "\"" + web_address + "\"", "null", "\"Hello\\n\""},
+                     string_or_null(error), {reason, 200, service});
 }
 
 using Settings = std::vector<std::pair<std::string, std::string>>;
@@ -46,12 +48,11 @@ ChildOptions options_with(Settings environment, const Settings &more = {})
 }
 
 // Runs version 5.1 against a service that sends the answer.
-ChildResult run_with(const FakeDesktop &desktop, const std::string &answer,
-                     const Strings &arguments, const Settings &more = {})
+Exchange run_with(const FakeDesktop &desktop, const std::string &answer, const Strings &arguments,
+                  const Settings &more = {})
 {
     return ask(sending(reply_of(answer)), joined({"-product-version", "5.1"}, arguments),
-               options_with(desktop.environment(), more))
-        .result;
+               options_with(desktop.environment(), more));
 }
 
 void expect_opened(const FakeDesktop &desktop, const std::string &web_address)
@@ -62,22 +63,23 @@ void expect_opened(const FakeDesktop &desktop, const std::string &web_address)
 TEST(ToolOpen, OpensTheAddressOfANewerVersion)
 {
     const FakeDesktop desktop;
-    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open"}), 0, address_text, "");
+    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open"}).result, 0, address_text,
+                 "");
     expect_opened(desktop, address);
 }
 
 TEST(ToolOpen, DoesNotChangeTheObject)
 {
     const FakeDesktop desktop;
-    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-json"}), 0,
-                 object_with(address, 0), "");
+    const Exchange exchange = run_with(desktop, answer_with("5.2", address), {"-open", "-json"});
+    expect_ended(exchange.result, 0, object_with(address, 0, exchange.address), "");
     expect_opened(desktop, address);
 }
 
 TEST(ToolOpen, EndsWithStatus10WithExitCode)
 {
     const FakeDesktop desktop;
-    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}), 10,
+    expect_ended(run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}).result, 10,
                  address_text, "");
     expect_opened(desktop, address);
 }
@@ -89,21 +91,31 @@ TEST(ToolOpen, OpensNothingWithoutANewerVersionAndAnAddress)
         std::string version;
         std::string web_address;
         Strings arguments;
+        std::string notes = {};
     } rows[] = {
         {"without -open", "5.2", address, {}},
         {"the same version", "5.1", address, {"-open"}},
         {"an older version", "5.0", address, {"-open"}},
-        {"no version", "", address, {"-open"}},
-        {"not a version number", "new", address, {"-open"}},
+        {"no version",
+         "",
+         address,
+         {"-open"},
+         "Note: It is unknown whether a newer version exists: the reply has no Version line\n"},
+        {"not a version number",
+         "new",
+         address,
+         {"-open"},
+         "Note: It is unknown whether a newer version exists: the version in the reply is not a "
+         "number\n"},
         {"no address", "5.2", "", {"-open"}},
         {"the same version, an address to reject", "5.1", "file:///", {"-open"}},
     };
     for (const auto &row : rows) {
         const FakeDesktop desktop;
         const ChildResult result =
-            run_with(desktop, answer_with(row.version, row.web_address), row.arguments);
+            run_with(desktop, answer_with(row.version, row.web_address), row.arguments).result;
         EXPECT_EQ(result.exit_status, 0) << row.what;
-        EXPECT_EQ(result.error, "") << row.what;
+        EXPECT_EQ(result.error, row.notes) << row.what;
         EXPECT_EQ(desktop.record(), "") << row.what;
     }
 }
@@ -134,7 +146,7 @@ TEST(ToolOpen, RejectsEverythingButWebAddressesBeforeStartingAProcess)
             continue;
         const FakeDesktop desktop;
         const ChildResult result =
-            run_with(desktop, answer_with("5.2", row.address), {"-open", "-exit-code"});
+            run_with(desktop, answer_with("5.2", row.address), {"-open", "-exit-code"}).result;
         EXPECT_EQ(result.exit_status, 1) << row.address;
         EXPECT_EQ(result.error, error_line(rejection)) << row.address;
         EXPECT_EQ(result.output.find("Version: 5.2\nURL: "), 0U) << result.output;
@@ -142,16 +154,19 @@ TEST(ToolOpen, RejectsEverythingButWebAddressesBeforeStartingAProcess)
     }
 }
 
-std::string failed_object(const std::string &web_address, const std::string &error)
+std::string failed_object(const std::string &web_address, const std::string &service,
+                          const std::string &error)
 {
-    return object_with(web_address, 1, "\"" + error + "\"");
+    return object_with(web_address, 1, service, error, "open");
 }
 
 TEST(ToolOpen, ReportsARejectionInTheObjectToo)
 {
     const FakeDesktop desktop;
-    expect_ended(run_with(desktop, answer_with("5.2", "file:///x"), {"-open", "-json"}), 1,
-                 failed_object("file:///x", rejection), error_line(rejection));
+    const Exchange exchange =
+        run_with(desktop, answer_with("5.2", "file:///x"), {"-open", "-json"});
+    expect_ended(exchange.result, 1, failed_object("file:///x", exchange.address, rejection),
+                 error_line(rejection));
     EXPECT_EQ(desktop.record(), "");
 }
 
@@ -161,9 +176,10 @@ TEST(ToolOpen, ReportsADesktopThatFails)
     const Settings failing = {{"FAKE_STATUS", "3"}};
     const std::string error = "The desktop did not open the web address: code 3";
     const std::string answer = answer_with("5.2", address);
-    expect_ended(run_with(desktop, answer, {"-open"}, failing), 1, address_text, error_line(error));
-    expect_ended(run_with(desktop, answer, {"-open", "-json", "-exit-code"}, failing), 1,
-                 failed_object(address, error), error_line(error));
+    expect_ended(run_with(desktop, answer, {"-open"}, failing).result, 1, address_text,
+                 error_line(error));
+    const Exchange json = run_with(desktop, answer, {"-open", "-json", "-exit-code"}, failing);
+    expect_ended(json.result, 1, failed_object(address, json.address, error), error_line(error));
 }
 
 TEST(ToolOpen, ReportsAMissingDesktop)
@@ -172,10 +188,10 @@ TEST(ToolOpen, ReportsAMissingDesktop)
     ChildOptions options;
     options.environment = {{"PATH", empty.path()}};
     const std::string error = "The desktop did not open the web address: code -1";
-    const ChildResult result = ask(sending(reply_of(answer_with("5.2", address))),
-                                   {"-product-version", "5.1", "-open", "-json"}, options)
-                                   .result;
-    expect_ended(result, 1, failed_object(address, error), error_line(error));
+    const Exchange exchange = ask(sending(reply_of(answer_with("5.2", address))),
+                                  {"-product-version", "5.1", "-open", "-json"}, options);
+    expect_ended(exchange.result, 1, failed_object(address, exchange.address, error),
+                 error_line(error));
 }
 
 TEST(ToolOpen, ReportsAnAddressThatTheSystemRejects)
@@ -183,7 +199,7 @@ TEST(ToolOpen, ReportsAnAddressThatTheSystemRejects)
     const FakeDesktop desktop;
     const std::string error = "The desktop did not open the web address: code -30773";
     for (const std::string odd : {"http://host/\"", "http://host/`id`", "http://host/{}"}) {
-        const ChildResult result = run_with(desktop, answer_with("5.2", odd), {"-open"});
+        const ChildResult result = run_with(desktop, answer_with("5.2", odd), {"-open"}).result;
         EXPECT_EQ(result.exit_status, 1) << odd;
         EXPECT_EQ(result.error, error_line(error)) << odd;
     }
@@ -198,13 +214,14 @@ TEST(ToolOpen, RejectsAnAddressThatMayBeTruncated)
         const std::string start = "http://host/";
         const std::string fitting = start + std::string(65535 - start.size() - ending.size(), 'x');
         const ChildResult result =
-            run_with(desktop, answer_with("5.2", fitting + ending), {"-open", "-quiet"});
+            run_with(desktop, answer_with("5.2", fitting + ending), {"-open", "-quiet"}).result;
         expect_ended(result, 1, "Version: 5.2\nURL: " + fitting + "\nHello\n", error_line(error));
         EXPECT_EQ(desktop.record(), "");
     }
     const FakeDesktop desktop;
     const std::string whole = "http://host/" + std::string(65533 - 12, 'x');
-    EXPECT_EQ(run_with(desktop, answer_with("5.2", whole), {"-open", "-quiet"}).exit_status, 0);
+    EXPECT_EQ(run_with(desktop, answer_with("5.2", whole), {"-open", "-quiet"}).result.exit_status,
+              0);
     expect_opened(desktop, whole);
 }
 
@@ -216,7 +233,7 @@ TEST(ToolOpen, SucceedsIfTheDesktopIsStillRunningAfterASecond)
     const FakeDesktop desktop;
     const auto start = std::chrono::steady_clock::now();
     const ChildResult result =
-        run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}, busy);
+        run_with(desktop, answer_with("5.2", address), {"-open", "-exit-code"}, busy).result;
     EXPECT_EQ(result.exit_status, 10);
     EXPECT_EQ(result.error, "");
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
@@ -226,16 +243,15 @@ TEST(ToolOpen, SucceedsIfTheDesktopIsStillRunningAfterASecond)
 TEST(ToolOpen, PrintsTheAnswerIfTheTimeLimitPassesMeanwhile)
 {
     const FakeDesktop desktop;
-    const ChildResult result = ask(sending_late(reply_of(answer_with("5.2", address)), 300),
-                                   {"-product-version", "5.1", "-open", "-json", "-max-time", "1"},
-                                   options_with(desktop.environment(), busy))
-                                   .result;
-    expect_ended(result, 0, object_with(address, 0), "");
+    const Exchange exchange = ask(sending_late(reply_of(answer_with("5.2", address)), 300),
+                                  {"-product-version", "5.1", "-open", "-json", "-max-time", "1"},
+                                  options_with(desktop.environment(), busy));
+    expect_ended(exchange.result, 0, object_with(address, 0, exchange.address), "");
     EXPECT_TRUE(end_recorder(desktop));
 }
 
 // Interrupts the utility that many times while it waits for the desktop.
-ChildResult interrupt_the_opening(int interrupts, ChildStream output = ChildStream::Pipe)
+Exchange interrupt_the_opening(int interrupts, ChildStream output = ChildStream::Pipe)
 {
     const FakeDesktop desktop;
     ChildOptions options = options_with(desktop.environment(), busy);
@@ -248,14 +264,18 @@ ChildResult interrupt_the_opening(int interrupts, ChildStream output = ChildStre
         child_signal(child, SIGINT);
         poll(nullptr, 0, 100);
     }
-    const ChildResult result = child_wait(child);
+    Exchange exchange;
+    exchange.address = peer.address();
+    exchange.result = child_wait(child);
     EXPECT_TRUE(end_recorder(desktop));
-    return result;
+    return exchange;
 }
 
 TEST(ToolOpen, PrintsTheAnswerAfterAnInterruptAndThenEndsByIt)
 {
-    expect_ended_by(interrupt_the_opening(1), SIGINT, object_with(address, 128 + SIGINT), "");
+    const Exchange exchange = interrupt_the_opening(1);
+    expect_ended_by(exchange.result, SIGINT, object_with(address, 128 + SIGINT, exchange.address),
+                    "");
 }
 
 // The time limit is deferred for the desktop, but not for ever.
@@ -274,14 +294,16 @@ TEST(ToolOpen, KeepsTheTimeLimitForAnOutputThatNobodyReads)
 
 TEST(ToolOpen, EndsByADeferredInterruptIfNobodyReadsTheOutput)
 {
-    expect_ended_by(interrupt_the_opening(1, ChildStream::StalledPipe), SIGINT, "",
+    expect_ended_by(interrupt_the_opening(1, ChildStream::StalledPipe).result, SIGINT, "",
                     error_line(cancelled_text));
 }
 
 TEST(ToolOpen, EndsAtASecondInterrupt)
 {
-    expect_ended_by(interrupt_the_opening(2), SIGINT,
-                    unanswered_json("cancelled", 128 + SIGINT, cancelled_text),
+    const Exchange exchange = interrupt_the_opening(2);
+    expect_ended_by(exchange.result, SIGINT,
+                    unanswered_json("cancelled", 128 + SIGINT, cancelled_text,
+                                    {"cancelled", 0, exchange.address}),
                     error_line(cancelled_text));
 }
 

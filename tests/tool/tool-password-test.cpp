@@ -48,8 +48,24 @@ TEST(ToolPassword, IsHiddenAfterAUsageErrorToo)
 {
     const Strings passwords = {"-proxy-pass", "secret",       "--unknown", "-proxy-pass=secret",
                                "operand",     "--proxy-pass", "secret",    "-proxy-pass"};
-    const Strings errors[] = {{"-bogus"},      {"--bogus"},         {"operand"},
-                              {"-max-time=0"}, {"-service", "a:0"}, {"--"}};
+    const Strings errors[] = {
+        {"-bogus"},
+        {"--bogus"},
+        {"operand"},
+        {"-max-time=0"},
+        {"-service", "a:0"},
+        {"--"},
+        // values of mistyped options
+        {"-proxy-=secret"},
+        {"-proxy-", "secret"},
+        {"--=secret"},
+        {"-proxypass=secret"},
+        {"-proxypass", "secret"},
+        {"-json=secret"},
+        {"-proxy-user=", "-proxy-pass", "secret"},
+        {"-proxy-pass=", "secret"},
+        {"secret"},
+    };
     for (const Strings &error : errors) {
         Child child = start_tool(joined(error, passwords), with_error(ChildStream::StalledPipe));
         std::string line = command_line_of(child); // empty at first

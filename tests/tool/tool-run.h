@@ -153,6 +153,15 @@ inline std::string error_line(const std::string &text)
     return "Error: " + text + "\a\n";
 }
 
+inline std::string note_line(const std::string &text)
+{
+    return "Note: " + text + "\n";
+}
+
+// The note for a reply without a Version line, such as most scripted ones.
+inline const std::string no_version_note =
+    note_line("It is unknown whether a newer version exists: the reply has no Version line");
+
 // The parser's line for an option without its argument.
 inline std::string missing_argument(const std::string &name)
 {

@@ -62,11 +62,15 @@ TEST(ToolStreams, AStandardErrorThatCannotBeWrittenHasNoOtherEffect)
         const ChildOptions options = with_error(error);
         expect_ended(ask(answer, {}, options).result, 0, "Hello\n", "");
         expect_ended(ask(long_answer, {}, options).result, 0, std::string(65535, 'm') + "\n", "");
-        expect_ended(ask(sending("HTTP/1.0 404 No\r\n\r\n"), {"-json"}, options).result, 1,
-                     unanswered_json("failed", 1, "Bad HTTP status 404 from web site: No"), "");
+        const Exchange failed = ask(sending("HTTP/1.0 404 No\r\n\r\n"), {"-json"}, options);
+        expect_ended(failed.result, 1,
+                     unanswered_json("failed", 1, "Bad HTTP status 404 from web site: No",
+                                     {"http-status", 404, failed.address}),
+                     "");
         expect_ended(run_tool({"-nonsense"}, options), 2, "", "");
-        expect_ended_by(interrupt_exchange(holding(), SIGINT, {"-json"}, options), SIGINT,
-                        cancelled_json(SIGINT), "");
+        const Exchange interrupted = interrupt_exchange(holding(), SIGINT, {"-json"}, options);
+        expect_ended_by(interrupted.result, SIGINT, cancelled_json(SIGINT, interrupted.address),
+                        "");
     }
 }
 
@@ -74,7 +78,8 @@ TEST(ToolStreams, AClosedStandardInputHasNoEffect)
 {
     ChildOptions options;
     options.prepare = [] { close(STDIN_FILENO); };
-    expect_ended(ask(sending(reply_of("Message: Hello\n")), {}, options).result, 0, "Hello\n", "");
+    expect_ended(ask(sending(reply_of("Message: Hello\n")), {"-quiet"}, options).result, 0,
+                 "Hello\n", "");
 }
 
 ChildOptions with_closed_streams()
@@ -147,7 +152,7 @@ TEST(ToolStreams, ANonBlockingOutputIsWrittenInFull)
     const std::string message(60000, 'm');
     const std::string url(60000, 'u'); // together they do not fit into a pipe
     const LoopbackPeer peer({sending(reply_of("URL: " + url + "\nMessage: " + message))});
-    Child child = start_tool({"-service", peer.address()}, options);
+    Child child = start_tool({"-service", peer.address(), "-quiet"}, options);
     close(ends[1]);
     EXPECT_FALSE(peer.received(0).empty());
     poll(nullptr, 0, 500);
@@ -227,7 +232,7 @@ TEST(ToolStreams, AnEmptyAnswerDoesNotTouchTheOutput)
 {
     const PeerScript script = sending(reply_of("Message: "));
     for (const ChildStream output : {ChildStream::FullDisk, ChildStream::BrokenPipe})
-        expect_ended(ask(script, {}, with_output(output)).result, 0, "", "");
+        expect_ended(ask(script, {"-quiet"}, with_output(output)).result, 0, "", "");
 }
 
 TEST(ToolStreams, AnOutputAtItsSizeLimitEndsWithStatus1)
@@ -241,8 +246,8 @@ TEST(ToolStreams, AnOutputAtItsSizeLimitEndsWithStatus1)
         setrlimit(RLIMIT_FSIZE, &limit);
         dup2(descriptor, STDOUT_FILENO);
     };
-    expect_ended(ask(sending(reply_of("Message: Hello, hello\n")), {}, options).result, 1, "",
-                 output_error(EFBIG));
+    expect_ended(ask(sending(reply_of("Message: Hello, hello\n")), {"-quiet"}, options).result, 1,
+                 "", output_error(EFBIG));
     std::fclose(file);
 }
 

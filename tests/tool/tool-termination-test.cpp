@@ -32,12 +32,12 @@ namespace quintral::tests::tool {
 namespace {
 
 // The table of phases and events in the header. A child process calls the functions as main does.
-// Each cell is a separate test, since some take seconds.
+// Each cell is a test of its own name, since some take seconds.
 
-enum class Phase { Starting, Exchange, AnswerHeld, Output };
+enum class Phase { Starting, Exchange, AnswerHeld, Output, Finished };
 enum class Event { FirstInterrupt, SecondInterrupt, TimeLimit, Exception };
 
-const char *const phase_names[] = {"Starting", "Exchange", "AnswerHeld", "Output"};
+const char *const phase_names[] = {"Starting", "Exchange", "AnswerHeld", "Output", "Finished"};
 const char *const event_names[] = {"FirstInterrupt", "SecondInterrupt", "TimeLimit", "Exception"};
 
 // How a process ends and what it reports. A status above 128 means a signal, as in a shell.
@@ -45,13 +45,27 @@ struct Report {
     const char *status;
     int exit_status;
     const char *text;
+    const char *reason;
 };
 
-constexpr Report interrupted = {"cancelled", 128 + SIGINT, cancelled_text};
-constexpr Report terminated = {"cancelled", 128 + SIGTERM, cancelled_text};
-constexpr Report limit_passed = {"timeout", 3, "The time limit of 1 s has passed"};
-constexpr Report out_of_memory = {"failed", 1, "Out of memory"};
-constexpr Report none = {"", 0, ""};
+constexpr Report interrupted = {"cancelled", 128 + SIGINT, cancelled_text, "cancelled"};
+constexpr Report terminated = {"cancelled", 128 + SIGTERM, cancelled_text, "cancelled"};
+constexpr Report hung_up = {"cancelled", 128 + SIGHUP, cancelled_text, "cancelled"};
+constexpr Report limit_passed = {"timeout", 3, "The time limit of 1 s has passed", "timeout"};
+constexpr Report out_of_memory = {"failed", 1, "Out of memory", "internal"};
+constexpr Report none = {"", 0, "", ""};
+
+constexpr int stated = 10; // the status that the output states in Finished
+constexpr Report as_stated = {"answered", stated, "", ""};
+
+const RunTarget target = {"update.quintral.example", "cache:3128", "-proxy"};
+
+std::string object_of(const std::string &status, int exit_status, const std::string &error,
+                      const std::string &reason)
+{
+    return unanswered_json(status, exit_status, error,
+                           {reason, 0, "update.quintral.example", "cache:3128"});
+}
 
 enum Written { Nothing, Line, Object, LineAndObject };
 
@@ -83,6 +97,10 @@ const Cell cells[] = {
     {Phase::Output, Event::SecondInterrupt, terminated, Object}, // the first one cancelled
     {Phase::Output, Event::TimeLimit, limit_passed, LineAndObject, 1000},
     {Phase::Output, Event::Exception, out_of_memory, LineAndObject},
+    {Phase::Finished, Event::FirstInterrupt, as_stated, Nothing},
+    {Phase::Finished, Event::SecondInterrupt, interrupted, Nothing}, // states the first one
+    {Phase::Finished, Event::TimeLimit, as_stated, Nothing, 1000},
+    {Phase::Finished, Event::Exception, out_of_memory, Line},
 };
 
 bool continues(const Cell &cell)
@@ -140,11 +158,22 @@ void hang()
 void start(int max_time)
 {
     install_terminate_handler();
-    prepare_termination(true, max_time);
+    prepare_termination(true, target, max_time);
 }
 
-// The first of two interrupts in Output is raised in Exchange, since in Output it would end the
-// process.
+// The output of a run whose URL was opened: the object states the interrupt that was deferred.
+void finish_output(const Cell &cell)
+{
+    hold_answer();
+    if (cell.event == Event::SecondInterrupt)
+        std::raise(SIGINT);
+    release_answer();
+    begin_output();
+    set_final_status(interrupt_received() != 0 ? 128 + interrupt_received() : stated);
+}
+
+// The first of two interrupts in Output or Finished is raised before, since it would end the
+// process there.
 void enter_phase(const Cell &cell)
 {
     const int max_time = cell.event == Event::TimeLimit ? 1 : 60;
@@ -159,6 +188,8 @@ void enter_phase(const Cell &cell)
     end_exchange();
     if (cell.phase == Phase::AnswerHeld)
         hold_answer();
+    if (cell.phase == Phase::Finished)
+        finish_output(cell);
 }
 
 void cause_event(const Cell &cell)
@@ -168,7 +199,7 @@ void cause_event(const Cell &cell)
         std::raise(SIGINT);
         break;
     case Event::SecondInterrupt:
-        if (cell.phase != Phase::Output)
+        if (cell.phase != Phase::Output && cell.phase != Phase::Finished)
             std::raise(SIGINT);
         std::raise(SIGTERM);
         break;
@@ -226,7 +257,7 @@ void expect_report(const ChildResult &result, const Report &report, Written writ
     if (written == Line || written == LineAndObject)
         error += error_line(report.text);
     if (written == Object || written == LineAndObject)
-        output += unanswered_json(report.status, report.exit_status, report.text);
+        output += object_of(report.status, report.exit_status, report.text, report.reason);
     if (report.exit_status > 128)
         expect_ended_by(result, report.exit_status - 128, output, error);
     else
@@ -301,11 +332,13 @@ struct OutputRow {
 
 const auto interrupt = [] { std::raise(SIGINT); };
 const auto terminate = [] { std::raise(SIGTERM); };
+const auto hang_up = [] { std::raise(SIGHUP); };
 const auto run_out_of_memory = [] { throw std::bad_alloc(); };
 
 const OutputRow output_rows[] = {
     {"FirstInterrupt", nothing_cancelled, interrupt, interrupted, true},
     {"FirstInterruptBySigterm", nothing_cancelled, terminate, terminated, true},
+    {"FirstInterruptBySighup", nothing_cancelled, hang_up, hung_up, true},
     {"TimeLimit", nothing_cancelled, hang, limit_passed, true},
     {"Exception", nothing_cancelled, run_out_of_memory, out_of_memory, true},
     {"InterruptThatCancelled", interrupt_cancelled, hang, interrupted, false},
@@ -366,7 +399,7 @@ TEST(ToolTermination, ReleasingAnAnswerDoesNotShortenTheTimeLimit)
         return 0;
     };
     const Clock::time_point start_time = Clock::now();
-    expect_ended(run_child_function(body), 3, unanswered_json("timeout", 3, limit_text(3)),
+    expect_ended(run_child_function(body), 3, object_of("timeout", 3, limit_text(3), "timeout"),
                  error_line(limit_text(3)));
     EXPECT_GE(Clock::now() - start_time, std::chrono::seconds(3));
 }
@@ -422,7 +455,7 @@ TEST(ToolTermination, TheObjectOfAnInterruptIsOneWrite)
     child_signal(child, SIGINT);
     child_signal(child, SIGTERM);
     EXPECT_EQ(child_wait(child).signal, SIGTERM);
-    EXPECT_EQ(messages_on(output), Strings{cancelled_json(SIGTERM)});
+    EXPECT_EQ(messages_on(output), Strings{cancelled_json(SIGTERM, server.address())});
 }
 
 TEST(ToolTermination, TheObjectOfTheTimeLimitIsOneWrite)
@@ -432,7 +465,8 @@ TEST(ToolTermination, TheObjectOfTheTimeLimitIsOneWrite)
     const ChildResult result =
         run_tool({"-service", server.address(), "-json", "-max-time", "1"}, with_output_on(output));
     EXPECT_EQ(result.exit_status, 3);
-    EXPECT_EQ(messages_on(output), Strings{unanswered_json("timeout", 3, limit_text(1))});
+    EXPECT_EQ(messages_on(output), Strings{unanswered_json("timeout", 3, limit_text(1),
+                                                           {"timeout", 0, server.address()})});
 }
 
 // Exceptions
@@ -473,9 +507,9 @@ TEST(ToolTermination, AnUncaughtExceptionIsReportedByOneLineAndAnObjectInOneWrit
     for (const FaultRow &row : faults) {
         const MessageSocket output;
         const ChildResult result = run_fault(
-            row, [] { prepare_termination(true, 60); }, with_output_on(output));
+            row, [] { prepare_termination(true, target, 60); }, with_output_on(output));
         expect_ended(result, 1, "", error_line(row.error), row.name);
-        EXPECT_EQ(messages_on(output), Strings{unanswered_json("failed", 1, row.error)})
+        EXPECT_EQ(messages_on(output), Strings{object_of("failed", 1, row.error, "internal")})
             << row.name;
     }
 }
@@ -488,11 +522,11 @@ TEST(ToolTermination, AnExceptionIsReportedWithoutAllocating)
         {"an int", [] { throw 5; }, fault_text},
     };
     const auto prepare = [] {
-        prepare_termination(true, 60);
+        prepare_termination(true, target, 60);
         allow_allocation = exit_on_allocation;
     };
     for (const FaultRow &row : rows)
-        expect_ended(run_fault(row, prepare), 1, unanswered_json("failed", 1, row.error),
+        expect_ended(run_fault(row, prepare), 1, object_of("failed", 1, row.error, "internal"),
                      error_line(row.error), row.name);
 }
 
@@ -500,9 +534,9 @@ TEST(ToolTermination, AnExceptionPrintsNoObjectUnlessOneIsDue)
 {
     void (*const preparations[])() = {
         [] {}, // before the options are read
-        [] { prepare_termination(false, 60); },
+        [] { prepare_termination(false, target, 60); },
         [] {
-            prepare_termination(true, 60);
+            prepare_termination(true, target, 60);
             begin_output();
         },
     };

@@ -14,32 +14,48 @@ namespace {
 
 const char silence_text[] = "Timeout waiting for web site";
 
+std::string timeout_json(const std::string &error, const std::string &service, int http_status = 0)
+{
+    return unanswered_json("timeout", 3, error, {"timeout", http_status, service});
+}
+
 TEST(ToolSilence, TenSecondsWithoutAByteOfTheHeaderEndWithStatus3)
 {
-    expect_ended(ask(holding(), {"-json"}).result, 3, unanswered_json("timeout", 3, silence_text),
+    const Exchange exchange = ask(holding(), {"-json"});
+    expect_ended(exchange.result, 3, timeout_json(silence_text, exchange.address),
                  error_line(silence_text));
 }
 
 TEST(ToolSilence, TenSecondsWithoutAByteOfTheBodyEndWithStatus3)
 {
-    expect_ended(ask(holding(reply_of("Version: 5.3\nMessage: ")), {}).result, 3, "",
+    const Exchange exchange = ask(holding(reply_of("Version: 5.3\nMessage: ")), {"-json"});
+    expect_ended(exchange.result, 3, timeout_json(silence_text, exchange.address, 200),
                  error_line(silence_text));
+}
+
+TEST(ToolSilence, IsReportedWithTheProxy)
+{
+    const LoopbackPeer proxy({holding()});
+    expect_ended(run_tool({"-service", "a.example", "-proxy", proxy.address()}), 3, "",
+                 error_line(silence_text) + "Note: The request went through the proxy " +
+                     proxy.address() + ", from -proxy\n");
 }
 
 struct LimitRow {
     const char *name;
     PeerScript script;
+    int http_status; // that has been read by then
 };
 
 const std::string body_start = reply_of("Message: ");
 
 const LimitRow limit_rows[] = {
-    {"SilentPeer", holding()},
-    {"SilentBody", holding(body_start)},
-    {"SlowHeader", trickling("", trickled_header, 300)},
-    {"SlowBody", trickling(body_start, trickled_body, 300)},
-    {"EndlessHeader", trickling("", trickled_header, 1)},
-    {"EndlessBody", trickling(body_start, trickled_body, 1)},
+    {"SilentPeer", holding(), 0},
+    {"SilentBody", holding(body_start), 200},
+    {"SlowHeader", trickling("", trickled_header, 300), 0},
+    {"SlowBody", trickling(body_start, trickled_body, 300), 200},
+    {"EndlessHeader", trickling("", trickled_header, 1), 0},
+    {"EndlessBody", trickling(body_start, trickled_body, 1), 200},
 };
 
 // A failure, and the list of tests, show the row by its name.
@@ -59,8 +75,14 @@ INSTANTIATE_TEST_SUITE_P(Peers, ToolTimeLimitWith, testing::ValuesIn(limit_rows)
 
 TEST_P(ToolTimeLimitWith, EndsTheRunWithStatus3)
 {
-    expect_ended(ask(GetParam().script, {"-max-time", "1", "-json"}).result, 3,
-                 unanswered_json("timeout", 3, limit_text(1)), error_line(limit_text(1)));
+    const Exchange exchange = ask(GetParam().script, {"-max-time", "1", "-json"});
+    // a limit that does not meet a wait ends the run a second later, without the status
+    const bool has_status = exchange.result.output.find("\"http_status\":200") != std::string::npos;
+    EXPECT_TRUE(GetParam().http_status == 200 || !has_status);
+    EXPECT_TRUE(has_status || std::string(GetParam().name) != "SilentBody");
+    expect_ended(exchange.result, 3,
+                 timeout_json(limit_text(1), exchange.address, has_status ? 200 : 0),
+                 error_line(limit_text(1)));
 }
 
 TEST(ToolTimeLimit, EndsAConnectThatHangs)
@@ -74,7 +96,7 @@ TEST(ToolTimeLimit, EndsAConnectThatHangsWithAnObject)
 {
     const HangingServer server;
     expect_ended(run_tool({"-service", server.address(), "-max-time", "1", "-json"}), 3,
-                 unanswered_json("timeout", 3, limit_text(1)), error_line(limit_text(1)));
+                 timeout_json(limit_text(1), server.address()), error_line(limit_text(1)));
 }
 
 TEST(ToolTimeLimit, AppliesEvenIfTheAlarmWasBlockedAndIgnoredAtStart)
@@ -89,22 +111,33 @@ TEST(ToolTimeLimit, AppliesEvenIfTheAlarmWasBlockedAndIgnoredAtStart)
 TEST(ToolTimeLimit, DoesNotAffectATimelyAnswer)
 {
     const PeerScript script = sending_late(reply_of("Message: Hello\n"), 1500);
-    expect_ended(ask(script, {"-max-time", "60"}).result, 0, "Hello\n", "");
+    expect_ended(ask(script, {"-max-time", "60", "-quiet"}).result, 0, "Hello\n", "");
 }
 
 TEST(ToolTimeLimit, AppliesToAnOutputThatNobodyReads)
 {
     const ChildOptions options = with_output(ChildStream::StalledPipe);
-    expect_ended(ask(sending(reply_of("Message: Hello\n")), {"-max-time", "2"}, options).result, 3,
-                 "", error_line(limit_text(2)));
+    expect_ended(
+        ask(sending(reply_of("Message: Hello\n")), {"-max-time", "2", "-quiet"}, options).result, 3,
+        "", error_line(limit_text(2)));
 }
 
 TEST(ToolTimeLimit, AppliesToAStandardErrorThatNobodyReads)
 {
     const PeerScript script = sending("HTTP/1.0 404 Not Found\r\n\r\n");
     const ChildOptions options = with_error(ChildStream::StalledPipe);
-    expect_ended(ask(script, {"-max-time", "2", "-json"}, options).result, 3,
-                 unanswered_json("timeout", 3, limit_text(2)), "");
+    const Exchange exchange = ask(script, {"-max-time", "2", "-json"}, options);
+    expect_ended(exchange.result, 3, timeout_json(limit_text(2), exchange.address), "");
+}
+
+// The first note is shown before anything is sent.
+TEST(ToolTimeLimit, AppliesToANoteAboutASettingThatNobodyReads)
+{
+    const ChildOptions options = with_error(ChildStream::StalledPipe);
+    expect_ended(
+        run_tool({"-service", "127.0.0.1:1", "-proxy-user", "u", "-max-time", "1", "-json"},
+                 options),
+        3, timeout_json(limit_text(1), "127.0.0.1:1"), "");
 }
 
 // The limit cancels the exchange, and a second later ends the output of the object.
@@ -125,7 +158,7 @@ TEST(ToolTimeLimit, AppliesToAStoppedTerminal)
     stop_terminal(child);
     const ChildResult result = child_wait(child);
     EXPECT_EQ(result.exit_status, 3);
-    EXPECT_EQ(result.output, unanswered_json("timeout", 3, limit_text(3)));
+    EXPECT_EQ(result.output, timeout_json(limit_text(3), peer.address()));
 }
 
 } // namespace

@@ -15,12 +15,25 @@ struct UsageRow {
     std::string line; // on standard error, before the usage text
 };
 
-// Runs the arguments alone and after -json, since a usage error prints no object.
-void expect_usage_error(const UsageRow &row, const ChildOptions &options = {})
+// Runs the arguments alone and after -json, since a usage error prints no object; and with a
+// terminal, where the line is repeated.
+void expect_usage_error(const UsageRow &row, ChildOptions options = {})
 {
+    const std::string what = testing::PrintToString(row.arguments);
     for (const Strings &start : {Strings{}, Strings{"-json"}})
         expect_ended(run_tool(joined(start, row.arguments), options), 2, "",
-                     row.line + usage_text(), testing::PrintToString(row.arguments));
+                     row.line + usage_text(), what);
+    options.error = ChildStream::Terminal;
+    expect_ended(run_tool(row.arguments, options), 2, "", row.line + usage_text() + row.line, what);
+}
+
+TEST(ToolUsage, TheLineIsRepeatedOnlyIfStandardErrorIsATerminal)
+{
+    const std::string line = error_line("-json takes no value");
+    expect_ended(run_tool({"-json=no"}, with_output(ChildStream::Terminal)), 2, "",
+                 line + usage_text());
+    expect_ended(run_tool({"-json=no", "-quiet"}, with_error(ChildStream::Terminal)), 2, "",
+                 line + usage_text() + line);
 }
 
 TEST(ToolUsage, AnUnknownWordIsNamedUpToItsEqualsSign)
@@ -31,11 +44,13 @@ TEST(ToolUsage, AnUnknownWordIsNamedUpToItsEqualsSign)
         {{"+nonsense"}, error_line("Unknown option +nonsense")},
         {{"-nonsense=secret"}, error_line("Unknown option -nonsense")},
         {{"--nonsense=secret=x"}, error_line("Unknown option --nonsense")},
-        {{"+proxypass=secret"}, error_line("Unknown option +proxypass")},
-        {{"-jsonx"}, error_line("Unknown option -jsonx")},
-        {{"-Json"}, error_line("Unknown option -Json")},
+        {{"+proxypass=secret"}, error_line("Unknown option +proxypass; did you mean -proxy-pass?")},
+        {{"-prodct"}, error_line("Unknown option -prodct; did you mean -product?")},
+        {{"--prodct=secret"}, error_line("Unknown option --prodct; did you mean -product?")},
+        {{"-jsonx"}, error_line("Unknown option -jsonx; did you mean -json?")},
+        {{"-Json"}, error_line("Unknown option -Json; did you mean -json?")},
         {{"-5x"}, error_line("Unknown option -5x")},
-        {{"---json"}, error_line("Unknown option ---json")},
+        {{"---json"}, error_line("Unknown option ---json; did you mean -json?")},
         {{"+5"}, error_line("Unknown option +5")},
         {{"-quiet", "-nonsense", "-help"}, error_line("Unknown option -nonsense")},
         {{"-help", "--nonsense"}, error_line("Unknown option --nonsense")},
@@ -50,25 +65,25 @@ TEST(ToolUsage, AnUnknownWordIsNamedUpToItsEqualsSign)
         expect_usage_error(row);
 }
 
-TEST(ToolUsage, AnOperandIsNamedUpToItsEqualsSign)
+TEST(ToolUsage, AnOperandIsNotShown)
 {
-    const UsageRow rows[] = {
-        {{"operand"}, error_line("Unexpected argument operand")},
-        {{"one", "two"}, error_line("Unexpected argument one")},
-        {{"password=secret"}, error_line("Unexpected argument password")},
-        {{"=secret"}, error_line("Unexpected argument ")},
-        {{""}, error_line("Unexpected argument ")},
-        {{"-"}, error_line("Unexpected argument -")},
-        {{"-5"}, error_line("Unexpected argument -5")},
-        {{"-0.25"}, error_line("Unexpected argument -0.25")},
-        {{"-inf"}, error_line("Unexpected argument -inf")},
-        {{"operand", "-quiet"}, error_line("Unexpected argument operand")},
-        {{"-help", "operand"}, error_line("Unexpected argument operand")},
-        {{"--", "-help"}, error_line("Unexpected argument -help")},
-        {{"bad\nline\x07"}, error_line("Unexpected argument bad\\x0Aline\\x07")},
+    const Strings rows[] = {
+        {"operand"},
+        {"one", "two"},
+        {"password=secret"},
+        {"=secret"},
+        {""},
+        {"-"},
+        {"-5"},
+        {"-0.25"},
+        {"-inf"},
+        {"operand", "-quiet"},
+        {"-help", "operand"},
+        {"--", "-help"},
+        {"bad\nline\x07"},
     };
-    for (const UsageRow &row : rows)
-        expect_usage_error(row);
+    for (const Strings &row : rows)
+        expect_usage_error({row, error_line("Unexpected argument; an option starts with a dash")});
 }
 
 std::string ambiguous(const std::string &typed, const char *first, const char *second)
@@ -87,24 +102,94 @@ TEST(ToolUsage, AnAmbiguousWordIsReportedByTheParser)
         {{"-o"}, ambiguous("-o", "os", "os-version")},
         {{"-m"}, ambiguous("-m", "machine-id", "max-time")},
         {{"-proxy-"}, ambiguous("-proxy-", "proxy-user", "proxy-pass")},
-        {{"--=x"}, ambiguous("--=x", "product", "productline")},
+        {{"-e"}, ambiguous("-e", "exit-code", "explain-proxy")},
+        {{"-s"}, ambiguous("-s", "service", "show-request")},
+        {{"-pa"}, ambiguous("-pa", "password-file", "parse")},
+        // without its value, which may be a password
+        {{"--=secret"}, ambiguous("--", "product", "productline")},
+        {{"-=secret"}, ambiguous("-", "product", "productline")},
+        {{"+=secret"}, ambiguous("+", "product", "productline")},
+        {{"-proxy-=secret"}, ambiguous("-proxy-", "proxy-user", "proxy-pass")},
+        {{"--pro=secret=x"}, ambiguous("--pro", "product", "productline")},
+        {{"-proxy-", "secret"}, ambiguous("-proxy-", "proxy-user", "proxy-pass")},
+        {{"-proxy-="}, ambiguous("-proxy-", "proxy-user", "proxy-pass")},
         {{"operand", "-p"}, ambiguous("-p", "product", "productline")},
     };
     for (const UsageRow &row : rows)
         expect_usage_error(row);
 }
 
+Strings names_of_options(bool with_argument)
+{
+    Strings names;
+    for (std::size_t i = 0; i < option_count; ++i) {
+        if ((option_rows[i].argument != nullptr) == with_argument)
+            names.push_back(option_rows[i].name);
+    }
+    return names;
+}
+
 TEST(ToolUsage, AMissingArgumentIsReportedByTheParser)
 {
-    const char *const names[] = {"product",    "productline", "product-version", "version-name",
-                                 "machine-id", "os",          "os-version",      "processor-arch",
-                                 "service",    "proxy",       "proxy-user",      "proxy-pass",
-                                 "max-time"};
-    for (const std::string name : names) {
-        expect_usage_error({{"-" + name}, missing_argument(name)});
-        expect_usage_error({{"-quiet", "--" + name + "="}, missing_argument(name)});
-    }
+    const Strings names = names_of_options(true);
+    EXPECT_EQ(names.size(), 16U);
+    for (const std::string &name : names)
+        expect_usage_error({{"-quiet", "--" + name}, missing_argument(name)});
     expect_usage_error({{"+mac"}, missing_argument("machine-id")});
+}
+
+TEST(ToolUsage, AnEmptyValueAfterAnEqualsSignIsRejected)
+{
+    const auto empty = [](const std::string &word) {
+        return error_line(word + "= has no value; for an empty one write " + word + " ''");
+    };
+    for (const std::string &name : names_of_options(true))
+        expect_usage_error({{"--" + name + "=", "-json"}, empty("--" + name)});
+    const UsageRow rows[] = {
+        {{"-machine-id="}, empty("-machine-id")},
+        {{"-machine-id=", ""}, empty("-machine-id")},
+        {{"-machine-id=", "value"}, empty("-machine-id")},
+        {{"-machine-id=", "-bogus"}, empty("-machine-id")},
+        {{"operand", "+mac=", "value"}, empty("+mac")},
+        {{"-proxy-user=", "-proxy-pass", "secret"}, empty("-proxy-user")},
+        {{"-proxy-pass=", "secret"}, empty("-proxy-pass")},
+        {{"-proxy-pass="}, empty("-proxy-pass")},
+    };
+    for (const UsageRow &row : rows)
+        expect_usage_error(row);
+}
+
+TEST(ToolUsage, AValueOfAnOptionWithoutArgumentIsRejected)
+{
+    const Strings names = names_of_options(false);
+    EXPECT_EQ(names.size(), 9U);
+    for (const std::string &name : names)
+        expect_usage_error({{"--" + name + "=secret"}, error_line("-" + name + " takes no value")});
+    expect_usage_error({{"-json="}, error_line("-json takes no value")});
+    expect_usage_error({{"+js=no", "-bogus"}, error_line("-json takes no value")});
+    expect_usage_error({{"-help", "operand", "-h=1"}, error_line("-help takes no value")});
+}
+
+TEST(ToolUsage, OptionsThatExcludeOrNeedEachOtherAreRejected)
+{
+    const std::string product =
+        error_line("-product and -productline need -product-version: the version of this utility "
+                   "says nothing about another product");
+    const std::string looks =
+        error_line("-show-request, -explain-proxy and -parse exclude each other");
+    const std::string record = error_line("-record needs a run that sends the request");
+    const UsageRow rows[] = {
+        {{"-product", "Velours"}, product},
+        {{"-productline", "Velours", "-version-name", "5.2"}, product},
+        {{"-proxy-pass", "secret", "-password-file", "secret"},
+         error_line("-proxy-pass and -password-file exclude each other")},
+        {{"-show-request", "-explain-proxy"}, looks},
+        {{"-parse", "-", "-show-request"}, looks},
+        {{"-record", "/nowhere/a", "-explain-proxy"}, record},
+        {{"-record", "/nowhere/a", "-parse", "-"}, record},
+    };
+    for (const UsageRow &row : rows)
+        expect_usage_error(row);
 }
 
 void expect_rejected(const char *option, const Strings &values, const char *error)
@@ -115,11 +200,24 @@ void expect_rejected(const char *option, const Strings &values, const char *erro
                      value);
 }
 
-TEST(ToolUsage, ABadProductVersionIsRejected)
+TEST(ToolUsage, AProductVersionThatIsNotANumberIsRejected)
 {
     expect_rejected("-product-version",
-                    {"", "5.", ".5", "5.1234", "5.2.1", "-5", "+5", " 5", "5 ", "1e3", "nan", "inf",
-                     "0x5", "5,2", "secret", "16777217", "16384.001", std::string(40, '9')},
+                    {"abc", "", "5.", ".5", "-5", "+5", " 5", "5 ", "1e3", "nan", "inf", "0x5",
+                     "5,2", "secret", "5.2.", "5.2.a", "5..2"},
+                    "-product-version takes a number such as 5.2");
+}
+
+TEST(ToolUsage, AProductVersionWithTwoPointsIsRejected)
+{
+    expect_rejected("-product-version", {"5.2.1", "5.2.1.0", "0.0.0"},
+                    "-product-version takes a number with one decimal point, such as 5.2");
+}
+
+TEST(ToolUsage, AProductVersionThatAFloatDoesNotRepresentIsRejected)
+{
+    expect_rejected("-product-version",
+                    {"5.1234", "16777217", "16384.001", "5.0000", std::string(40, '9')},
                     "-product-version takes a number with at most three decimal places that a "
                     "float represents exactly");
 }
@@ -129,7 +227,7 @@ const char bad_service[] = "-service takes a host name, or host:port with a port
 TEST(ToolUsage, AServiceWithABadHostIsRejected)
 {
     expect_rejected("-service",
-                    {"", ":", ":80", "ho st", "ho_st", "host/", "http://host", "user@host", "[::1]",
+                    {"", ":", ":80", "ho st", "ho_st", "host/", "http:/host", "user@host", "[::1]",
                      "h\xC3\xB6st", "host\n", "host?secret", "*"},
                     bad_service);
 }
@@ -141,6 +239,12 @@ TEST(ToolUsage, AServiceWithABadPortIsRejected)
                      "host:" + std::string(40, '9'), "host:80x", "host:x", "host:+80", "host:-80",
                      "host: 80", "host:80:80", "host:80/"},
                     bad_service);
+}
+
+TEST(ToolUsage, TheSchemeOfAServiceIsRejectedWithWhatToLeaveOut)
+{
+    expect_rejected("-service", {"https://h", "http://host:80/", "://", "secret://host"},
+                    "-service takes a host name, or host:port; leave out the part up to ://");
 }
 
 const char bad_time_limit[] = "-max-time takes a whole number of seconds from 1 to 86400";
@@ -157,15 +261,23 @@ TEST(ToolUsage, ABadProxyIsRejected)
 {
     expect_rejected(
         "-proxy",
-        {"", "cache", "cache:", "cache:0", "cache:http", "cache:secret", ":", ":0", "http://cache"},
+        {"", "cache", "cache:", "cache:0", "cache:http", "cache:secret", ":", ":0", "http:/cache"},
         "-proxy takes host:port with a port that is not 0");
+}
+
+TEST(ToolUsage, TheSchemeOfAProxyIsRejectedWithWhatToLeaveOut)
+{
+    expect_rejected("-proxy", {"http://h:80", "http://secret@h", "://", "socks5://h:1080"},
+                    "-proxy takes host:port; leave out the part up to ://");
 }
 
 TEST(ToolUsage, OnlyTheFirstErrorIsReported)
 {
     const UsageRow rows[] = {
         {{"-max-time", "0", "-service", "", "-nonsense", "operand"}, error_line(bad_time_limit)},
-        {{"-proxy", "cache", "operand"}, error_line("Unexpected argument operand")},
+        {{"-proxy", "cache", "operand"},
+         error_line("Unexpected argument; an option starts with a dash")},
+        {{"-product", "a", "-proxy", "cache", "-json=no"}, error_line("-json takes no value")},
         {{"-proxy-pass=a", "-bogus", "-proxy-pass", "b"}, error_line("Unknown option -bogus")},
     };
     for (const UsageRow &row : rows)
@@ -176,8 +288,11 @@ TEST(ToolUsage, PosixlyCorrectStopsTheParserAtTheFirstOperand)
 {
     ChildOptions options;
     options.environment = {{"POSIXLY_CORRECT", ""}};
-    expect_usage_error({{"operand", "-nonsense"}, error_line("Unexpected argument operand")},
-                       options);
+    expect_usage_error(
+        {{"operand", "-nonsense"}, error_line("Unexpected argument; an option starts with a dash")},
+        options);
+    expect_usage_error({{"-prod"}, ambiguous("-prod", "product", "productline")}, options);
+    expect_usage_error({{"-product"}, missing_argument("product")}, options);
     expect_usage_error({{"-quiet", "-nonsense"}, error_line("Unknown option -nonsense")}, options);
 }
 
@@ -187,6 +302,9 @@ TEST(ToolUsage, AUsageErrorSendsNothing)
     EXPECT_EQ(run_tool({"-service", peer.address(), "-nonsense"}).exit_status, 2);
     EXPECT_EQ(run_tool({"-service", peer.address(), "-proxy", "cache"}).exit_status, 2);
     EXPECT_EQ(run_tool({"-service", "a:1", "-proxy", peer.address(), "x"}).exit_status, 2);
+    EXPECT_EQ(run_tool({"-service", peer.address(), "-machine-id="}).exit_status, 2);
+    EXPECT_EQ(run_tool({"-service", peer.address(), "-json=no"}).exit_status, 2);
+    EXPECT_EQ(run_tool({"-service", peer.address(), "-product", "a"}).exit_status, 2);
     EXPECT_EQ(peer.connection_count(), 0);
 }
 
@@ -202,11 +320,15 @@ TEST(ToolUsage, HelpAndVersionPrintOnStandardOutputAndSendNothing)
         {{"+help"}, usage_text()},
         {{"-h"}, usage_text()},
         {{"-help", "-json", "-quiet"}, usage_text()},
-        {{"-help=ignored"}, usage_text()},
+        {{"-help", "-product", "a"}, usage_text()},
+        {{"-h", "-V"}, usage_text()},
         {{"-psn_0_1", "-help"}, usage_text()},
         {{"-version"}, version},
         {{"--version"}, version},
         {{"+version"}, version},
+        {{"-V"}, version},
+        {{"--V"}, version},
+        {{"+V"}, version},
         {{"-json", "-version"}, version},
     };
     const LoopbackPeer peer({sending(reply_of("Message: Hello\n"))});
