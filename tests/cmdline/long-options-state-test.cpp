@@ -49,13 +49,14 @@ TEST(LongOptionsCall, BadCallIsASilentError)
         {"no vector", 2, nullptr, "x", kinds},
         {"neither list", 2, vector, nullptr, nullptr},
     };
-    for (const auto &[rule, count, bad_vector, short_options, long_options] : rows) {
-        SCOPED_TRACE(rule);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.rule);
         reset_parser();
         option_code = 'z';
         int result = 0;
         const std::string messages = captured_error([&] {
-            result = parse_options(count, bad_vector, short_options, long_options, nullptr, 0);
+            result = parse_options(row.count, row.vector, row.short_options, row.long_options,
+                                   nullptr, 0);
         });
         EXPECT_EQ('?', result);
         EXPECT_EQ("", messages);

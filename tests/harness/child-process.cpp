@@ -15,7 +15,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-extern char **environ;
+extern char **environ; // NOLINT(readability-redundant-declaration): glibc alone declares it
 
 namespace quintral::tests {
 namespace {

@@ -6,12 +6,14 @@
 
 // Later systems deprecate these calls. A compiler without system versions always warns, so that a
 // source that would not build there without a warning does not build here either.
+// NOLINTBEGIN(bugprone-macro-parentheses): a version takes none
 #if __has_attribute(availability)
 #define QUINTRAL_TESTS_DEPRECATED_IN(version)                                                      \
     __attribute__((availability(macosx, introduced = 10.0, deprecated = version)))
 #else
 #define QUINTRAL_TESTS_DEPRECATED_IN(version) __attribute__((deprecated))
 #endif
+// NOLINTEND(bugprone-macro-parentheses)
 
 extern "C" {
 
