@@ -22,7 +22,7 @@ struct RunOutcome {
     int http_status;             // 0 if none was read
 };
 
-// Whom a run asked.
+// The service and the proxy of a run.
 struct RunTarget {
     std::string service;      // host[:port] as asked
     std::string proxy;        // host:port, empty for a direct connection

@@ -75,12 +75,6 @@ bool ends_with_equals_sign(const char *element)
     return length > 0 && element[length - 1] == '=';
 }
 
-// The unknown word: already consumed if it had one dash, still in its place if it had two.
-const char *unknown_word_of(const Reading &reading)
-{
-    return reading.arguments[option_position == 1 ? option_index - 1 : option_index];
-}
-
 // The number of letters to insert, delete, replace or exchange with a neighbour to turn one word
 // into another (the optimal string alignment distance).
 std::size_t distance_between(const std::string &a, const std::string &b)
@@ -184,6 +178,16 @@ int apply(const OptionRow &row, ToolOptions *options, UsageError *error)
     return message == nullptr ? 0 : -1;
 }
 
+// A word that is not an option: already consumed if it had one dash, still in its place if it had
+// two. The next element may be a password that it was to introduce.
+void take_unknown_word(Reading *reading, UsageError *error)
+{
+    const int index = option_position == 1 ? option_index - 1 : option_index;
+    error->message = unknown_option(reading->arguments[index]);
+    if (!has_value(reading->arguments[index]) && index + 1 < reading->argument_count)
+        reading->doubtful = reading->arguments[index + 1];
+}
+
 // Reads options up to the first error. Returns 0 or -1.
 int read_all(Reading *reading, ToolOptions *options, UsageError *error)
 {
@@ -193,7 +197,7 @@ int read_all(Reading *reading, ToolOptions *options, UsageError *error)
             return -1;
         }
         if (result == unknown_word) {
-            error->message = unknown_option(unknown_word_of(*reading));
+            take_unknown_word(reading, error);
             return -1;
         }
         const OptionRow &row = row_of(result);

@@ -37,11 +37,23 @@ int print_and_exit(const std::string &text)
 // Reads the password of -password-file into the record of options.
 int read_password_file(ToolOptions *options, std::string *error)
 {
-    if (options->password_file == nullptr)
+    if (options->password_file == nullptr || options->parse != nullptr) // which sends nothing
         return 0;
     options->proxy_password = options->password_copy;
     return read_secret_line(options->password_file, options->password_copy,
                             sizeof options->password_copy, error);
+}
+
+// Does what the options ask for. Returns the exit status.
+int run_mode(Run *run)
+{
+    if (run->options.explain_proxy)
+        return print_and_exit(explain_proxy(run->proxy));
+    if (run->options.show_request)
+        return show_request(*run);
+    if (run->options.parse != nullptr)
+        return parse_record(run);
+    return run_exchange(*run);
 }
 
 int run_utility(int argument_count, char **arguments)
@@ -62,15 +74,7 @@ int run_utility(int argument_count, char **arguments)
         return usage_error(usage);
     run.target = run_target(run.query.service, run.proxy);
     prepare_termination(run.options.json, run.target, run.options.max_time);
-    if (password != 0)
-        return print_file_failure(run, error);
-    if (run.options.explain_proxy)
-        return print_and_exit(explain_proxy(run.proxy));
-    if (run.options.show_request)
-        return show_request(run);
-    if (run.options.parse != nullptr)
-        return parse_record(&run);
-    return run_exchange(run);
+    return password == 0 ? run_mode(&run) : print_file_failure(run, error);
 }
 
 } // namespace

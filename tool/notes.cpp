@@ -101,9 +101,8 @@ void note_not_http(const WebUpdateReply &reply, const char *peer)
 void note_too_long(const WebUpdateReply &reply)
 {
     if (reply.header == nullptr)
-        note(
-            "The reply's header does not end: the service may expect HTTPS, which this client does "
-            "not speak");
+        note("The reply's header is too long: the service may expect HTTPS, which this client does "
+             "not speak");
 }
 
 // Finds the keys as web_read_update_body does: a line without a colon belongs to the next key, one

@@ -12,7 +12,7 @@ namespace quintral {
 bool is_web_address(const char *address);
 
 // Opens the address. Returns 0, or -1 with the reason in *error. An address that is not a web
-// address, or that fills its capacity in an answer and so may be truncated, is refused before
+// address, or that is as long as a value can be and so may be truncated, is refused before
 // anything is started. Takes about a second at most.
 int open_web_address(const char *address, std::string *error);
 

@@ -1,8 +1,6 @@
 #include "tool/output.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 
 #include <unistd.h>
 
@@ -22,8 +20,8 @@ void append_printed_text(const char *text, const char * /*tag*/)
 }
 
 // Writes the end of the output. The process waits for a reader with signals allowed and writes with
-// signals blocked, so that no signal can arrive between the last byte and the final status. At most
-// PIPE_BUF bytes, which a writable pipe accepts without blocking.
+// signals blocked, so that no signal can arrive between the last byte and the final status. It is
+// one byte, which every writable descriptor accepts without blocking.
 int write_end(const char *bytes, std::size_t length, int exit_status)
 {
     while (length > 0) {
@@ -57,7 +55,7 @@ int finish_output(const std::string &output, int exit_status)
 {
     if (output.empty())
         return 0;
-    const std::size_t end = std::min(output.size(), std::size_t{_POSIX_PIPE_BUF});
+    const std::size_t end = std::size_t{1};
     const std::size_t start = output.size() - end;
     int result = write_all(STDOUT_FILENO, output.data(), start);
     if (result == 0)

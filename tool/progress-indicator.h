@@ -1,4 +1,4 @@
-// The progress indicator that the utility shows on a terminal while it waits for the web site.
+// The progress indicator that the utility shows on a terminal while it waits for the service.
 #ifndef QUINTRAL_TOOL_PROGRESS_INDICATOR_H
 #define QUINTRAL_TOOL_PROGRESS_INDICATOR_H
 

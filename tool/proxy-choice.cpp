@@ -15,7 +15,8 @@ std::string address_of(const ProxySettings &settings)
 {
     if (settings.host[0] == '\0')
         return "";
-    return std::string(settings.host) + ":" + std::to_string(settings.port);
+    return std::string(settings.host) + ":" +
+           std::to_string(static_cast<std::uint16_t>(settings.port));
 }
 
 // The system's proxy as host:port, or an empty string.

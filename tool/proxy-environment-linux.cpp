@@ -30,7 +30,7 @@ const char *fault_of(const char *proxy)
 
 void find_upper_case(const char *used, const char *upper, std::vector<IgnoredSetting> *ignored)
 {
-    if (is_set(upper) && !is_set(used))
+    if (is_set(upper) && std::getenv(used) == nullptr)
         ignored->push_back({upper, std::string("only ") + used + " in lower case is read"});
 }
 
@@ -49,10 +49,10 @@ bool system_proxy_is_bypassed(const char *host)
 
 void find_ignored_system_settings(std::vector<IgnoredSetting> *ignored)
 {
-    if (is_set("http_proxy")) {
-        if (const char *fault = fault_of(std::getenv("http_proxy")))
-            ignored->push_back({"http_proxy", fault});
-    }
+    const char *proxy = std::getenv("http_proxy");
+    const char *fault = proxy != nullptr && proxy[0] != '\0' ? fault_of(proxy) : nullptr;
+    if (fault != nullptr)
+        ignored->push_back({"http_proxy", fault});
     find_upper_case("http_proxy", "HTTP_PROXY", ignored);
     find_upper_case("no_proxy", "NO_PROXY", ignored);
 }

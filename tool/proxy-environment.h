@@ -8,7 +8,7 @@
 
 namespace quintral {
 
-// A setting that has no effect, and why: "HTTP_PROXY", "only the lower-case http_proxy is read".
+// A setting that has no effect, and why: "HTTP_PROXY", "only http_proxy in lower case is read".
 struct IgnoredSetting {
     std::string setting;
     std::string why;

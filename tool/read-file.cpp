@@ -17,7 +17,8 @@ namespace quintral {
 namespace {
 
 constexpr std::size_t largest_file = std::size_t{64} * 1024 * 1024;
-constexpr std::size_t longest_line = 4096;
+constexpr std::size_t longest_line = 4096;                     // kept
+constexpr std::size_t largest_line = std::size_t{1024} * 1024; // accepted
 
 struct OpenFile {
     int descriptor;
@@ -50,17 +51,17 @@ ssize_t read_some(int descriptor, char *buffer, std::size_t size)
     return count;
 }
 
-// The terminal's settings before the echo was turned off; global because signal handlers restore
+// The terminal whose echo is off, and its settings before; global because signal handlers restore
 // them.
 termios echoing;
-volatile std::sig_atomic_t echo_is_off = 0;
+volatile std::sig_atomic_t silent_terminal = -1;
 
 void restore_echo()
 {
-    if (echo_is_off == 0)
+    if (silent_terminal < 0)
         return;
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &echoing);
-    echo_is_off = 0;
+    tcsetattr(silent_terminal, TCSAFLUSH, &echoing);
+    silent_terminal = -1;
 }
 
 void restore_echo_and_end(int signal_number)
@@ -76,9 +77,9 @@ struct EchoOff {
     struct sigaction before[4] = {};
     bool is_terminal;
 
-    explicit EchoOff(int descriptor) : is_terminal(isatty(descriptor) != 0)
+    explicit EchoOff(int descriptor) : is_terminal(tcgetattr(descriptor, &echoing) == 0)
     {
-        if (!is_terminal || tcgetattr(descriptor, &echoing) != 0)
+        if (!is_terminal)
             return;
         struct sigaction action = {};
         action.sa_handler = restore_echo_and_end;
@@ -89,13 +90,13 @@ struct EchoOff {
         }
         termios silent = echoing;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-        echo_is_off = 1;
+        silent_terminal = descriptor;
         tcsetattr(descriptor, TCSAFLUSH, &silent);
     }
 
     ~EchoOff()
     {
-        if (echo_is_off == 0)
+        if (silent_terminal < 0)
             return;
         restore_echo();
         for (int i = 0; i < 4; ++i)
@@ -117,15 +118,17 @@ void overwrite(std::string *text)
 int read_line(int descriptor, std::string *line)
 {
     char byte = '\0';
-    for (;;) {
-        const ssize_t count = read_some(descriptor, &byte, 1);
-        if (count < 0)
+    for (std::size_t count = 0; count < largest_line; ++count) {
+        const ssize_t received = read_some(descriptor, &byte, 1);
+        if (received < 0)
             return -1;
-        if (count == 0 || byte == '\n')
+        if (received == 0 || byte == '\n')
             return 0;
         if (line->size() < longest_line)
             *line += byte;
     }
+    errno = EMSGSIZE; // rather than read a device for ever
+    return -1;
 }
 
 } // namespace

@@ -146,11 +146,10 @@ std::string *string_of(const std::string &key, Record *record)
 // Reads a number that std::to_string wrote.
 bool read_number(const std::string &text, int *number)
 {
-    constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
-    const bool negative = text[0] == '-';
-    const std::int32_t digits = ascii_read_digits(text.c_str() + (negative ? 1 : 0), largest);
-    *number = negative ? -digits : digits;
-    return digits >= 0;
+    std::int64_t value = 0;
+    const char *end = ascii_scan_wide_int(text.c_str(), &value);
+    *number = nearest_int32(value);
+    return end != nullptr && *end == '\0' && *number == value;
 }
 
 // Reads a line that is not a block's. Unknown keys are skipped, so that a later release can add
@@ -207,6 +206,29 @@ bool is_reason(const std::string &word)
     return is_one_of(word, {"open", "file"});
 }
 
+bool is_signal_status(int status)
+{
+    return status == 128 + SIGHUP || status == 128 + SIGINT || status == 128 + SIGTERM;
+}
+
+// True if status, exit status and reason belong together.
+bool is_outcome(const Record &record)
+{
+    const bool local = is_one_of(record.reason, {"open", "file"});
+    const int status = record.exit_status;
+    if (record.status == "answered") {
+        const bool stated = local ? status == 1 : status == 0 || status == 10 || status == 11;
+        return record.has_header && record.has_body && (local || record.reason.empty()) &&
+               (stated || is_signal_status(status));
+    }
+    if (record.status == "cancelled")
+        return record.reason == "cancelled" && is_signal_status(status);
+    if (record.status == "timeout")
+        return record.reason == "timeout" && status == 3;
+    return record.status == "failed" && status == 1 && !record.reason.empty() &&
+           !is_one_of(record.reason, {"cancelled", "timeout", "open"});
+}
+
 // True for what a run can have written.
 bool is_complete(const Record &record)
 {
@@ -215,17 +237,11 @@ bool is_complete(const Record &record)
         return false;
     if (record.proxy.empty() != record.proxy_origin.empty())
         return false;
-    if (record.exit_status < 0 || record.exit_status > 255)
-        return false;
     if (record.error.empty() != record.reason.empty())
         return false;
     if (!record.reason.empty() && !is_reason(record.reason))
         return false;
-    if (record.status == "answered")
-        return record.has_header && record.has_body &&
-               (record.error.empty() || record.exit_status != 0);
-    return is_one_of(record.status, {"failed", "timeout", "cancelled"}) && !record.error.empty() &&
-           record.exit_status != 0;
+    return is_outcome(record);
 }
 
 bool read_entries(const std::string &text, Record *record)

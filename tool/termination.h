@@ -1,5 +1,5 @@
 // How the utility terminates when it does not reach the end of main: an interrupt (SIGINT, SIGTERM,
-// SIGHUP), the time limit, or an exception that nobody catches. Each has its line on standard error
+// SIGHUP), the time limit, or an uncaught exception. Each has its line on standard error
 // and, with -json, its object on standard output. Both are composed at start, so that a signal
 // handler only writes them.
 //

@@ -1,4 +1,4 @@
-// One update check as a program wants it: a query in, everything that is known about the reply out.
+// A complete update check in one call: takes a query, returns all that is known about the reply.
 //
 //     WebUpdateQuery query;
 //     web_update_query_init(&query);
@@ -70,7 +70,7 @@ enum WebUpdateFailure : int {
     WebNotAnUpdate     // the body has no Message line
 };
 
-// What is known about a reply. The strings are the reply's own; null if there is none.
+// What is known about a reply. The record owns its strings; a string that is missing is null.
 struct WebUpdateReply {
     WebUpdateFailure failure;
     char *error;     // null without a failure, never empty with one
@@ -112,7 +112,7 @@ void web_update_reply_free(WebUpdateReply *reply);
 // Requires: neither pointer is null, *reply was initialised, the query does not point into *reply.
 int web_check_for_update(const WebUpdateQuery *query, WebUpdateReply *reply);
 
-// The steps alone: no sockets, no state, the last error is unchanged
+// The individual steps: they use no sockets or state and do not change the last error
 
 // Replaces bytes with what web_check_for_update sends for the query. They are empty if the query's
 // version cannot be sent. Throws std::bad_alloc when memory runs out; bytes is then unchanged.

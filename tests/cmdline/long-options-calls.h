@@ -71,7 +71,7 @@ struct Row {
     std::string words; // with '|' between them; empty for none
     Mode mode;
     std::vector<std::string> calls;
-    std::string messages;
+    std::string messages = {}; // NOLINT(readability-redundant-string-init): rows may leave it out
     std::string program = "prog";
 };
 

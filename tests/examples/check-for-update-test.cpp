@@ -51,7 +51,7 @@ TEST(CheckForUpdate, SendsTheProductAndTheSystem)
 TEST(CheckForUpdate, PrintsNoControlCharacterOfTheReply)
 {
     const LoopbackPeer peer({replying(ok_header + "Version: \x1b[2J\r\nMessage: \x9b\x7f\tx")});
-    EXPECT_EQ(check(peer.address()).output, "Version:  [2J \nURL: \nMessage:    x\n");
+    EXPECT_EQ(check(peer.address()).output, "Version:  [2J\nURL: \nMessage:    x\n");
 }
 
 TEST(CheckForUpdate, GivesUpOnASilentServiceAfterThreeSeconds)

@@ -23,7 +23,7 @@ const char note_closed_by_proxy[] = "Note: The proxy closed the connection witho
 const char note_not_http[] =
     "Note: The reply is not HTTP: the service may expect HTTPS, which this "
     "client does not speak\n";
-const char note_endless[] = "Note: The reply's header does not end: the service may expect HTTPS, "
+const char note_endless[] = "Note: The reply's header is too long: the service may expect HTTPS, "
                             "which this client does not speak\n";
 const char note_html[] = "Note: The reply is HTML: a login page of the network (a captive portal) "
                          "may have answered\n";

@@ -171,7 +171,7 @@ TEST(ToolProxy, TheSystemProxyIsUsedWithoutCredentials)
         {{}, {{"http_proxy", "http://127.0.0.1"}}, Direct, "", {bad_address}},
         {{}, {{"http_proxy", "ftp://PROXY"}, {"HTTP_PROXY", "PROXY"}}, Direct, "", {bad_scheme}},
         {{}, {{"HTTP_PROXY", "PROXY"}}, Direct, "", {upper_proxy}},
-        {{}, {{"HTTP_PROXY", "PROXY"}, {"http_proxy", ""}}, Direct, "", {upper_proxy}},
+        {{}, {{"HTTP_PROXY", "PROXY"}, {"http_proxy", ""}}, Direct},
         {{}, {{"HTTP_PROXY", ""}}, Direct},
         {{}, {{"HTTP_PROXY", "127.0.0.1:1"}, {"http_proxy", "PROXY"}}, ThroughProxy},
         {{}, {{"HTTP_PROXY", "a"}, {"NO_PROXY", "b"}}, Direct, "", {upper_proxy, upper_exceptions}},

@@ -22,7 +22,6 @@ using tests::expect_reply;
 using tests::expect_values;
 using tests::LoopbackPeer;
 using tests::OwnedReply;
-using tests::PeerAct;
 using tests::PeerScript;
 using tests::replying;
 using tests::sample_query;

@@ -11,7 +11,6 @@
 namespace quintral {
 namespace {
 
-using tests::accepted;
 using tests::LoopbackPeer;
 using tests::OwnedReply;
 using tests::PeerAct;
