@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/harness/message-handler-guard.h"
-#include "tests/harness/text.h"
 #include "tests/tool/json-line.h"
 
 namespace quintral::tests::tool {
@@ -43,90 +42,6 @@ std::string body_of(const std::string &version, const std::string &url, const st
 std::string or_none(const char *value)
 {
     return value != nullptr ? value : "(none)";
-}
-
-TEST(AnswerValues, RemovesTheRestOfALineEndingFromTheShortValues)
-{
-    const struct {
-        std::string value;
-        std::string version;
-        std::string other; // the web address and the button caption keep their spaces
-    } rows[] = {
-        {"", "(none)", "(none)"},
-        {"5.2", "5.2", "5.2"},
-        {"5.2\r", "5.2", "5.2"},
-        {"5.2\r\r", "5.2\r", "5.2\r"},
-        {"\r", "(none)", "(none)"},
-        {" 5.2 ", "5.2", " 5.2 "},
-        {"\t 5.2 \t\r", "5.2", "\t 5.2 \t"},
-        {"  \t ", "(none)", "  \t "},
-        {" \r", "(none)", " "},
-        {"5 .2", "5 .2", "5 .2"},
-        {"5\r.2", "5\r.2", "5\r.2"},
-        {"5.2\r ", "5.2\r", "5.2\r "},
-        {"\v5.2\f", "\v5.2\f", "\v5.2\f"},
-        {std::string(65534, '5') + "\r", std::string(65534, '5'), std::string(65534, '5')},
-        {std::string(65535, ' '), "(none)", std::string(65535, ' ')},
-    };
-    for (const auto &row : rows) {
-        const ReplyRead read(body_of(row.value, row.value, row.value, ""));
-        ASSERT_EQ(read.result, 0);
-        EXPECT_EQ(or_none(read.reply.version), row.version) << testing::PrintToString(row.value);
-        EXPECT_EQ(or_none(read.reply.url), row.other) << testing::PrintToString(row.value);
-        EXPECT_EQ(or_none(read.reply.button), row.other) << testing::PrintToString(row.value);
-    }
-}
-
-TEST(AnswerValues, RemovesOneCarriageReturnBeforeEachLineFeedAndAtTheEndOfTheMessage)
-{
-    const struct {
-        std::string message;
-        std::string expected;
-    } rows[] = {
-        {"", ""},
-        {"one", "one"},
-        {"one\n", "one\n"},
-        {"one\r\n", "one\n"},
-        {"one\r\ntwo\r\n", "one\ntwo\n"},
-        {"one\r\ntwo\nthree", "one\ntwo\nthree"},
-        {"one\r", "one"},
-        {"\r", ""},
-        {"\r\n", "\n"},
-        {"\r\n\r\n", "\n\n"},
-        {"one\r\r\n", "one\r\n"},
-        {"one\r\r", "one\r"},
-        {"\r\r\r", "\r\r"},
-        {"on\re\r\n", "on\re\n"},
-        {"\rone", "\rone"},
-        {"one\n\r", "one\n"},
-        {" one \r\n", " one \n"},
-        {repeated(21845, "a\r\n"), repeated(21845, "a\n")},
-    };
-    for (const auto &row : rows) {
-        const ReplyRead read(body_of("", "", "", row.message));
-        ASSERT_EQ(read.result, 0);
-        EXPECT_EQ(or_none(read.reply.message), row.expected) << testing::PrintToString(row.message);
-    }
-}
-
-TEST(AnswerValues, NewerIsUnknownWithoutAVersionNumber)
-{
-    const struct {
-        const char *version;
-        WebUpdateNewer expected;
-    } rows[] = {
-        {"5.3", WebNewer},         {"5.201", WebNewer},       {"5.2.1", WebNewer},
-        {"10", WebNewer},          {"5.2", WebNotNewer},      {"5.20", WebNotNewer},
-        {"5.1", WebNotNewer},      {"5.10", WebNotNewer},     {"4.9.9", WebNotNewer},
-        {"", WebNewerUnknown},     {"5.3a", WebNewerUnknown}, {"v5.3", WebNewerUnknown},
-        {"5.", WebNewerUnknown},   {".9", WebNewerUnknown},   {"-6", WebNewerUnknown},
-        {"5 3", WebNewerUnknown},  {"5,3", WebNewerUnknown},  {"6\r\r", WebNewerUnknown},
-        {"1e99", WebNewerUnknown}, {"nan", WebNewerUnknown},
-    };
-    for (const auto &row : rows) {
-        const ReplyRead read(body_of(row.version, "", "", ""));
-        EXPECT_EQ(read.reply.newer, row.expected) << row.version;
-    }
 }
 
 // The handlers of messages and of printed text, which a test replaces.
