@@ -86,15 +86,16 @@ int build_line(MessageLevel level, const char *text, int body_limit, char *out, 
 // rejects years from 10000 on.
 void format_date(std::time_t moment, char *out, std::size_t size)
 {
-    static const char days[] = "SunMonTueWedThuFriSat";
-    static const char months[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    static const char *const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static const char *const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     std::tm parts = {};
     out[0] = '\0';
     if (localtime_r(&moment, &parts) == nullptr)
         return;
-    std::snprintf(out, size, "%.3s %.3s%3d %.2d:%.2d:%.2d %lld", days + parts.tm_wday * 3,
-                  months + parts.tm_mon * 3, parts.tm_mday, parts.tm_hour, parts.tm_min,
-                  parts.tm_sec, 1900LL + parts.tm_year);
+    std::snprintf(out, size, "%s %s%3d %.2d:%.2d:%.2d %lld", days[parts.tm_wday],
+                  months[parts.tm_mon], parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                  1900LL + parts.tm_year);
 }
 
 // Formats into out, which is left empty if the C library fails.
