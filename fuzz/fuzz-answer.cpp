@@ -248,7 +248,7 @@ void check_failure(const std::string &error)
 
 std::string take_checked_text(Input *input)
 {
-    const std::string text = take_text(input);
+    std::string text = take_text(input);
     check_safe_text(text);
     return text;
 }

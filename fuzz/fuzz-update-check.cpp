@@ -169,6 +169,35 @@ bool begins_with(const std::string &text, const std::string &start)
     return text.compare(0, start.size(), start) == 0;
 }
 
+// The bytes of a request against the steps that compose it.
+void check_request(const std::string &bytes, const WebUpdateQuery &query, float version)
+{
+    char sent[64];
+    web_format_version(version, sent, sizeof sent);
+    const WebField fields[] = {{"product", query.product},
+                               {"productline", query.product_line},
+                               {"version", sent},
+                               {"version_name", query.version_name},
+                               {"os", query.os},
+                               {"os_version", query.os_version},
+                               {"machine_id", query.machine_id},
+                               {"processor_arch", query.processor_arch}};
+    std::string header;
+    std::string body;
+    web_form_body(8, fields, header, body);
+    const std::string host = query.service != nullptr ? query.service : web_service_host;
+    FUZZ_CHECK(
+        begins_with(bytes, "POST http://" + host + "/version-update.php HTTP/1.0\r\nAccept: "));
+    FUZZ_CHECK(ends_with(bytes, "\r\n\r\n" + body));
+    FUZZ_CHECK(bytes.find("\r\n" + header + "\r\nHost: ") != std::string::npos);
+    const ProxySettings *proxy = query.proxy;
+    const bool has_credentials =
+        proxy != nullptr && proxy->user[0] != '\0' && proxy->password[0] != '\0';
+    if (host.find('\n') == std::string::npos) // which can be anything else
+        FUZZ_CHECK((bytes.find("\r\nAuthorization: Basic ") != std::string::npos) ==
+                   has_credentials);
+}
+
 void fuzz_query(Input *input)
 {
     const unsigned given = take_byte(input);
@@ -197,29 +226,7 @@ void fuzz_query(Input *input)
         FUZZ_CHECK(bytes.empty());
         return;
     }
-    char sent[64];
-    web_format_version(version, sent, sizeof sent);
-    const WebField fields[] = {{"product", query.product},
-                               {"productline", query.product_line},
-                               {"version", sent},
-                               {"version_name", query.version_name},
-                               {"os", query.os},
-                               {"os_version", query.os_version},
-                               {"machine_id", query.machine_id},
-                               {"processor_arch", query.processor_arch}};
-    std::string header;
-    std::string body;
-    web_form_body(8, fields, header, body);
-    const std::string host = (given & 1U) != 0 ? service : web_service_host;
-    FUZZ_CHECK(
-        begins_with(bytes, "POST http://" + host + "/version-update.php HTTP/1.0\r\nAccept: "));
-    FUZZ_CHECK(ends_with(bytes, "\r\n\r\n" + body));
-    FUZZ_CHECK(bytes.find("\r\n" + header + "\r\nHost: ") != std::string::npos);
-    const bool has_credentials =
-        (given & 2U) != 0 && proxy.user[0] != '\0' && proxy.password[0] != '\0';
-    if (service.find('\n') == std::string::npos) // which can be anything else
-        FUZZ_CHECK((bytes.find("\r\nAuthorization: Basic ") != std::string::npos) ==
-                   has_credentials);
+    check_request(bytes, query, version);
 }
 
 // Versions
