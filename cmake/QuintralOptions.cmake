@@ -6,6 +6,7 @@ option(QUINTRAL_INSTALL "Create the install rules" ${PROJECT_IS_TOP_LEVEL})
 set(QUINTRAL_BUILD_TESTS AUTO CACHE STRING "Build the tests: ON, OFF, or AUTO (ON if this is the \
 top-level project and the test packages are installed). BUILD_TESTING=OFF turns them off too.")
 option(QUINTRAL_BUILD_FUZZERS "Build the fuzzers (needs clang and the tests)" OFF)
+option(QUINTRAL_BUILD_BENCHMARKS "Build the benchmarks (needs the utility and the peers)" OFF)
 
 # quintral_resolve_tests(RESULT)
 #

@@ -1,0 +1,9 @@
+#include "bench/cases.h"
+
+namespace quintral {
+
+void add_files_cases(BenchCases *)
+{
+}
+
+} // namespace quintral
