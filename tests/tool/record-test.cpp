@@ -1,4 +1,5 @@
 // The text of a record, and reading it back.
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -126,7 +127,7 @@ TEST(Record, IsReadBackWhole)
     const std::string bytes = every_byte() + "\nheader: 3\n" + every_byte();
     const std::string value = bytes + std::string(5000, 'e');
     const Reply reply(bytes.c_str(), value.c_str());
-    for (const int http_status : {0, 200, -7, 2147483647}) {
+    for (const int http_status : {0, 200, -7, INT32_MAX, INT32_MIN}) {
         const RunOutcome outcome = {"failed", 1, nullptr, value.c_str(), "not-http", http_status};
         const RunTarget target = {"a.example", bytes, "-proxy"};
         const Record record = read_back(
@@ -193,6 +194,16 @@ TEST(Record, ThatIsDamagedIsRefused)
         record_with("status: answered\nexit-status: 1\nreason: open\n" + blocks),
         record_with(answered + "http-status: two\n" + blocks),
         record_with(answered + "http-status: -\n" + blocks),
+        record_with("status: answered\nexit-status: 200\n" + blocks),
+        record_with("status: answered\nexit-status: 1\n" + blocks),
+        record_with("status: answered\nexit-status: 0\nreason: lookup\nerror: e\n" + blocks),
+        record_with("status: failed\nexit-status: 77\nreason: lookup\nerror: e\n"),
+        record_with("status: failed\nexit-status: 1\nreason: timeout\nerror: e\n"),
+        record_with("status: failed\nexit-status: 1\nreason: open\nerror: e\n"),
+        record_with("status: timeout\nexit-status: 1\nreason: timeout\nerror: e\n"),
+        record_with("status: timeout\nexit-status: 3\nreason: lookup\nerror: e\n"),
+        record_with("status: cancelled\nexit-status: 130\nreason: open\nerror: e\n"),
+        record_with("status: cancelled\nexit-status: 1\nreason: cancelled\nerror: e\n"),
         record_with("status: failed\nexit-status: 0\nreason: lookup\nerror: e\n"),
         record_with("status: failed\nexit-status: 1\nreason: lookup\n"),
         record_with("status: failed\nexit-status: 1\nerror: e\n"),

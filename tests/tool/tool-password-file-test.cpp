@@ -103,6 +103,7 @@ TEST(ToolPasswordFile, ThatCannotBeReadEndsTheRunBeforeItConnects)
          "Can't read '" + folder.path("none") + "', code 2: No such file or directory"},
         {folder.path(), "Can't read '" + folder.path() + "', code 21: Is a directory"},
         {"", "Can't read '', code 2: No such file or directory"},
+        {"/dev/zero", "Can't read '/dev/zero', code 90: Message too long"},
     };
     for (const auto &file : files) {
         const LoopbackPeer proxy({sending(hello)});
@@ -140,6 +141,15 @@ TEST(ToolPasswordFile, WithoutAProxyIsIgnored)
     const Exchange exchange = ask(sending(hello), {"-password-file", folder.path("p")});
     expect_ended(exchange.result, 0, answer, "Note: -password-file is ignored: it needs -proxy\n");
     EXPECT_EQ(exchange.request, request_of({exchange.address, default_values()}));
+}
+
+TEST(ToolPasswordFile, IsNotReadByParseWhichSendsNothing)
+{
+    const TempFolder folder;
+    make_file(folder.path("reply"), hello);
+    expect_ended(run_tool({"-parse", folder.path("reply"), "-proxy", "a:1", "-password-file",
+                           folder.path("none")}),
+                 0, answer, "");
 }
 
 TEST(ToolPasswordFile, IsNotShownByTheProcessList)
@@ -237,6 +247,26 @@ TEST(ToolPasswordTerminal, DoesNotEchoAndIsRestored)
     EXPECT_EQ(asking.proxy.received(0), request_with("secret"));
     EXPECT_EQ(asking.shown(), "");
     expect_ended(child_wait(asking.child), 0, answer, "Password: \n");
+}
+
+TEST(ToolPasswordTerminal, NeedNotBeStandardInput)
+{
+    const LoopbackPeer proxy({sending(hello)});
+    ChildOptions options;
+    options.input = ChildInput::Terminal;
+    options.prepare = [] { dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO); };
+    Child child = start_tool(with_proxy(proxy, {"-password-file", "/dev/tty"}), options);
+    const int terminal = open(ptsname(child.input_descriptor), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(child_wait_for_text(child, "Password: ", patience));
+    termios settings = {};
+    EXPECT_EQ(tcgetattr(terminal, &settings), 0);
+    EXPECT_EQ(settings.c_lflag & static_cast<tcflag_t>(ECHO), 0U);
+    EXPECT_EQ(write(child.input_descriptor, "secret\n", 7), 7);
+    EXPECT_EQ(proxy.received(0), request_with("secret"));
+    EXPECT_EQ(tcgetattr(terminal, &settings), 0);
+    EXPECT_NE(settings.c_lflag & static_cast<tcflag_t>(ECHO), 0U);
+    close(terminal);
+    expect_ended(child_wait(child), 0, answer, "Password: \n");
 }
 
 TEST(ToolPasswordTerminal, CanBeEdited)

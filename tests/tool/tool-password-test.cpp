@@ -61,6 +61,7 @@ TEST(ToolPassword, IsHiddenAfterAUsageErrorToo)
         {"--=secret"},
         {"-proxypass=secret"},
         {"-proxypass", "secret"},
+        {"-proxypass", "-secret"},
         {"-json=secret"},
         {"-proxy-user=", "-proxy-pass", "secret"},
         {"-proxy-pass=", "secret"},

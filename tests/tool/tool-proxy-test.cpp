@@ -255,6 +255,7 @@ TEST(ToolProxy, ExplainProxySaysWhichSettingAppliesAndWhyOthersDoNot)
     const ExplanationRow rows[] = {
         {{}, {}, none},
         {{"-proxy", "h:80"}, {}, by_option + no_credentials},
+        {{"-proxy", "h:65616"}, {}, by_option + no_credentials}, // modulo 65536
         {{"-proxy", "h:80", "-proxy-user", "u", "-proxy-pass", "secret"},
          {},
          by_option + "Credentials: user u and a password\n"},
