@@ -25,16 +25,6 @@ const char *status_of(const std::string &word)
     return "failed";
 }
 
-WebUpdateFailure failure_of(const std::string &word)
-{
-    for (int failure = WebBadQuery; failure <= WebNotAnUpdate; ++failure) {
-        const auto known = static_cast<WebUpdateFailure>(failure);
-        if (word == web_update_failure_name(known))
-            return known;
-    }
-    return WebNoFailure;
-}
-
 // A run that failed: its outcome again. The reply is what notes are about; a run that was
 // interrupted showed none.
 int print_recorded_failure(const Run &run, const Record &record)
@@ -45,7 +35,7 @@ int print_recorded_failure(const Run &run, const Record &record)
         reply.header = copy_string_with_room(record.header.c_str(), 0);
     if (record.has_body)
         reply.body = copy_string_with_room(record.body.c_str(), 0);
-    reply.failure = failure_of(record.reason);
+    reply.failure = failure_named(record.reason);
     reply.http_status = record.http_status;
     const RunOutcome outcome = {
         status_of(record.status), record.exit_status,    nullptr,

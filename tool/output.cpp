@@ -19,28 +19,25 @@ void append_printed_text(const char *text, const char * /*tag*/)
     *collected += text;
 }
 
-// Writes the end of the output. The process waits for a reader with signals allowed and writes with
-// signals blocked, so that no signal can arrive between the last byte and the final status. It is
-// one byte, which every writable descriptor accepts without blocking.
-int write_end(const char *bytes, std::size_t length, int exit_status)
+// The process waits for a reader with signals allowed and writes with signals blocked, so that no
+// signal can arrive between the last byte and the final status. Every writable descriptor accepts
+// one byte without blocking.
+int write_last_byte(char byte, int exit_status)
 {
-    while (length > 0) {
+    for (;;) {
         wait_for_reader(STDOUT_FILENO);
         block_termination();
-        const ssize_t written = write(STDOUT_FILENO, bytes, length);
+        const ssize_t written = write(STDOUT_FILENO, &byte, 1);
         const int error = errno;
-        if (written > 0) {
-            bytes += written;
-            length -= static_cast<std::size_t>(written);
-        }
-        if (length == 0)
+        if (written == 1)
             set_final_status(exit_status);
         unblock_termination();
         errno = error;
+        if (written == 1)
+            return 0;
         if (written < 0 && error != EAGAIN && error != EWOULDBLOCK && error != EINTR)
             return -1;
     }
-    return 0;
 }
 
 } // namespace
@@ -55,11 +52,9 @@ int finish_output(const std::string &output, int exit_status)
 {
     if (output.empty())
         return 0;
-    const std::size_t end = std::size_t{1};
-    const std::size_t start = output.size() - end;
-    int result = write_all(STDOUT_FILENO, output.data(), start);
+    int result = write_all(STDOUT_FILENO, output.data(), output.size() - 1);
     if (result == 0)
-        result = write_end(output.data() + start, end, exit_status);
+        result = write_last_byte(output.back(), exit_status);
     return close_output(result == 0 ? 0 : errno);
 }
 

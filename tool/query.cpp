@@ -15,17 +15,16 @@ const char given[] = "command line";
 const char built_in[] = "default";
 const char detected[] = "detected";
 
-QueryValue own_value(const char *name, const char *option, const char *typed, const char *fallback)
+QueryValue own_value(const char *name, const char *typed, const char *fallback)
 {
-    return {name, option, typed != nullptr ? typed : fallback, typed != nullptr ? given : built_in};
+    return {name, typed != nullptr ? typed : fallback, typed != nullptr ? given : built_in};
 }
 
-QueryValue system_value(const char *name, const char *option, const char *typed,
-                        std::string (*detect)())
+QueryValue system_value(const char *name, const char *typed, std::string (*detect)())
 {
     if (typed != nullptr)
-        return {name, option, typed, given};
-    return {name, option, detect(), detected};
+        return {name, typed, given};
+    return {name, detect(), detected};
 }
 
 std::string detect_os()
@@ -61,14 +60,14 @@ void fill_query(const ToolOptions &o, ToolQuery *query)
     const bool is_used = !o.explain_proxy && o.parse == nullptr;
     const auto os_version = is_used ? detect_os_version : leave_empty;
     query->values = {
-        own_value("product", "-product", o.product, "Quintral"),
-        own_value("productline", "-productline", o.product_line, "Quintral"),
-        own_value("version", "-product-version", o.product_version, QUINTRAL_VERSION),
-        own_value("version_name", "-version-name", o.version_name, QUINTRAL_VERSION_NAME),
-        system_value("os", "-os", o.os, detect_os),
-        system_value("os_version", "-os-version", o.os_version, os_version),
-        own_value("machine_id", "-machine-id", o.machine_id, ""),
-        system_value("processor_arch", "-processor-arch", o.processor_arch, detect_processor),
+        own_value("product", o.product, "Quintral"),
+        own_value("productline", o.product_line, "Quintral"),
+        own_value("version", o.product_version, QUINTRAL_VERSION),
+        own_value("version_name", o.version_name, QUINTRAL_VERSION_NAME),
+        system_value("os", o.os, detect_os),
+        system_value("os_version", o.os_version, os_version),
+        own_value("machine_id", o.machine_id, ""),
+        system_value("processor_arch", o.processor_arch, detect_processor),
     };
     query->service = o.service != nullptr ? o.service : web_service_host;
 }

@@ -12,8 +12,7 @@ namespace quintral {
 
 // One value of the query, in the order of the request's fields.
 struct QueryValue {
-    const char *name;   // of the field: "product", "productline", ...
-    const char *option; // that sets it, with its dash
+    const char *name; // of the field: "product", "productline", ...
     std::string value;
     const char *origin; // "command line", "default" or "detected"
 };

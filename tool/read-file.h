@@ -12,10 +12,10 @@ namespace quintral {
 int read_whole_file(const char *path, std::string *text, std::string *error);
 
 // Reads the first line of a file into the buffer, without its line ending, which may be LF or CR
-// LF; "-" for standard input. A longer line is truncated to size - 1 bytes; one above 4096 bytes is
-// an error. If standard input is a terminal, shows a prompt and does not echo the line; the
-// settings are restored afterwards, even if a signal ends the process. Returns 0, or -1 with the
-// reason in *error.
+// LF; "-" for standard input. Truncates the line to size - 1 bytes; its bytes after the 4096th are
+// always dropped. A file without a line feed in its first MiB is an error (EMSGSIZE). If the file
+// is a terminal, shows a prompt and does not echo the line; the settings are restored afterwards,
+// even if a signal ends the process. Returns 0, or -1 with the reason in *error.
 int read_secret_line(const char *path, char *buffer, std::size_t size, std::string *error);
 
 } // namespace quintral

@@ -199,11 +199,7 @@ bool is_one_of(const std::string &word, std::initializer_list<const char *> word
 
 bool is_reason(const std::string &word)
 {
-    for (int failure = WebBadQuery; failure <= WebNotAnUpdate; ++failure) {
-        if (word == web_update_failure_name(static_cast<WebUpdateFailure>(failure)))
-            return true;
-    }
-    return is_one_of(word, {"open", "file"});
+    return failure_named(word) != WebNoFailure || is_one_of(word, {"open", "file"});
 }
 
 bool is_signal_status(int status)
@@ -358,6 +354,16 @@ int read_record(const char *path, Record *record, std::string *error)
         return 0;
     *error = std::string("The record '") + path + "' is damaged";
     return -1;
+}
+
+WebUpdateFailure failure_named(const std::string &name)
+{
+    for (int failure = WebBadQuery; failure <= WebNotAnUpdate; ++failure) {
+        const auto known = static_cast<WebUpdateFailure>(failure);
+        if (name == web_update_failure_name(known))
+            return known;
+    }
+    return WebNoFailure;
 }
 
 std::string mask_credentials(const std::string &request)

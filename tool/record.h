@@ -92,6 +92,9 @@ std::string record_text(const RecordContent &content);
 // reason in *error.
 int read_record(const char *path, Record *record, std::string *error);
 
+// Returns the failure with that name (see web_update_failure_name); WebNoFailure if there is none.
+WebUpdateFailure failure_named(const std::string &name);
+
 // Replaces the credentials of a request by "***".
 std::string mask_credentials(const std::string &request);
 
