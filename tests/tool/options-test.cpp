@@ -57,7 +57,6 @@ TEST(Options, AreUnsetByDefaultExceptTheTimeLimit)
 // A value of a query, with its origin.
 struct ExpectedValue {
     const char *name;
-    const char *option;
     std::string value;
     const char *origin;
 };
@@ -72,7 +71,6 @@ void expect_query(const Strings &words, const std::vector<ExpectedValue> &expect
     ASSERT_EQ(expected.size(), query.values.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_STREQ(query.values[i].name, expected[i].name);
-        EXPECT_STREQ(query.values[i].option, expected[i].option) << expected[i].name;
         EXPECT_EQ(query.values[i].value, expected[i].value) << expected[i].name;
         EXPECT_STREQ(query.values[i].origin, expected[i].origin) << expected[i].name;
         EXPECT_EQ(describe_value(query.values[i]), std::string(expected[i].name) + ": " +
@@ -92,14 +90,14 @@ TEST(Query, DefaultsToTheUtilityAndTheSystem)
     platform_os_name(os_name);
     platform_os_version(os_version, sizeof os_version);
     expect_query({},
-                 {{"product", "-product", "Quintral", "default"},
-                  {"productline", "-productline", "Quintral", "default"},
-                  {"version", "-product-version", QUINTRAL_VERSION, "default"},
-                  {"version_name", "-version-name", QUINTRAL_VERSION_NAME, "default"},
-                  {"os", "-os", os_name, "detected"},
-                  {"os_version", "-os-version", os_version, "detected"},
-                  {"machine_id", "-machine-id", "", "default"},
-                  {"processor_arch", "-processor-arch", system.machine, "detected"}},
+                 {{"product", "Quintral", "default"},
+                  {"productline", "Quintral", "default"},
+                  {"version", QUINTRAL_VERSION, "default"},
+                  {"version_name", QUINTRAL_VERSION_NAME, "default"},
+                  {"os", os_name, "detected"},
+                  {"os_version", os_version, "detected"},
+                  {"machine_id", "", "default"},
+                  {"processor_arch", system.machine, "detected"}},
                  QUINTRAL_SERVICE_HOST);
 }
 
@@ -108,14 +106,14 @@ TEST(Query, HasWhatTheCommandLineGivesEvenIfItIsEmpty)
     expect_query({"-product", "a", "-productline=b", "-product-version", "05.20", "-version-name",
                   "", "-os", "", "-os-version", "c", "-machine-id", "d=", "-processor-arch", "",
                   "-service", "e:1"},
-                 {{"product", "-product", "a", "command line"},
-                  {"productline", "-productline", "b", "command line"},
-                  {"version", "-product-version", "05.20", "command line"},
-                  {"version_name", "-version-name", "", "command line"},
-                  {"os", "-os", "", "command line"},
-                  {"os_version", "-os-version", "c", "command line"},
-                  {"machine_id", "-machine-id", "d=", "command line"},
-                  {"processor_arch", "-processor-arch", "", "command line"}},
+                 {{"product", "a", "command line"},
+                  {"productline", "b", "command line"},
+                  {"version", "05.20", "command line"},
+                  {"version_name", "", "command line"},
+                  {"os", "", "command line"},
+                  {"os_version", "c", "command line"},
+                  {"machine_id", "d=", "command line"},
+                  {"processor_arch", "", "command line"}},
                  "e:1");
 }
 
