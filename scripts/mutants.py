@@ -1,0 +1,230 @@
+#!/usr/bin/env python3
+"""Changes the code in small ways, one at a time, and sees whether a test fails.
+
+Usage: scripts/mutants.py N [SEED]
+
+Picks N of all possible changes at random (SEED repeats a choice), builds what each affects in a
+copy of the tree below build/mutants, and runs the tests of the changed file's folder. A test that
+does not end in time counts as failing. Prints a line for each change that no test noticed. Changes
+that cannot be noticed are listed in scripts/mutants-equivalent.txt, with the reason.
+
+A change may make the code remove or kill anything. So the tests run in name spaces of their own
+(unshare), where nothing but build/mutants can be written, and no other process be seen.
+
+Ends with 0 if at least 95 % of the others were noticed.
+"""
+import os
+import random
+import re
+import shutil
+import subprocess
+import sys
+
+FOLDERS = ('support', 'cmdline', 'web', 'platform', 'tool')
+COPY = 'build/mutants/source'
+BUILD = 'build/mutants/build'
+EQUIVALENT = 'scripts/mutants-equivalent.txt'
+TEST_TIMEOUT = 30  # seconds for one test
+ENOUGH = 0.95
+FENCE = ['unshare', '--mount', '--pid', '--fork', '--kill-child', '--mount-proc']
+FENCED = """
+mount -t tmpfs tmpfs /tmp && mount --bind "$0" "$0" && mount -o remount,bind,ro / || exit 99
+"$@"
+"""
+
+# (name, pattern, replacements). The layout puts spaces around binary operators and none around
+# template brackets and unary operators.
+OPERATORS = [
+    ('flip a comparison', r' < ', (' <= ', ' >= ')),
+    ('flip a comparison', r' <= ', (' < ', ' > ')),
+    ('flip a comparison', r' > ', (' >= ', ' <= ')),
+    ('flip a comparison', r' >= ', (' > ', ' < ')),
+    ('flip a comparison', r' == ', (' != ',)),
+    ('flip a comparison', r' != ', (' == ',)),
+    ('flip a condition', r' && ', (' || ',)),
+    ('flip a condition', r' \|\| ', (' && ',)),
+    ('off by one', r' \+ 1\b', ('', ' + 2')),
+    ('off by one', r' - 1\b', ('', ' - 2')),
+    ('flip arithmetic', r' \+ ', (' - ',)),
+    ('flip arithmetic', r' - ', (' + ',)),
+    ('flip a step', r'\+\+(?=\w)', ('--',)),
+    ('flip a step', r'(?<=\w)\+\+', ('--',)),
+    ('change a constant', r'\btrue\b', ('false',)),
+    ('change a constant', r'\bfalse\b', ('true',)),
+    ('change a constant', r'(?<![\w.\'])\d+(?![\w.\'])', (lambda text: str(int(text) + 1),)),
+    ('change a constant', r"'[ -&(-\[\]-~]'", ("'@'",)),
+]
+CONDITION = re.compile(r'^(\s*(?:\} else )?(?:if|while) \()(.*)(\)(?: \{)?)$')
+CALL = re.compile(r'^\s+(?!return\b|case\b|goto\b|delete\b)[\w:.>\-\[\]*]+\(.*\);$')
+ASSIGNMENT = re.compile(r'^\s+[*]?[\w.>\-\[\]:]+(?:\[.*\])? (?:[-+*/|&^]|<<|>>)?= .*;$')
+
+
+def sources():
+    """The sources that are built on this system, and the headers with code."""
+    listed = subprocess.run(['git', 'ls-files', *FOLDERS], check=True, capture_output=True,
+                            text=True).stdout.split('\n')
+    return [name for name in listed
+            if name.endswith(('.cpp', '/ascii.h')) and '-macos' not in name]
+
+
+def blank_out(text):
+    """The same text with comments, literals and directives as spaces, so that positions stay.
+
+    Character literals stay: they are constants that may change."""
+    def spaces(match):
+        return re.sub(r'[^\n]', ' ', match.group())
+    pattern = r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|^[ \t]*#[^\n]*|^static_assert[^;]*;'
+    return re.sub(pattern, spaces, text, flags=re.M | re.S)
+
+
+def changes_of_line(line, blanked):
+    """All (name, changed line) of one line."""
+    for name, pattern, replacements in OPERATORS:
+        for match in re.finditer(pattern, blanked):
+            for replacement in replacements:
+                new = replacement(match.group()) if callable(replacement) else replacement
+                yield name, line[:match.start()] + new + line[match.end():]
+    condition = CONDITION.match(blanked)
+    if condition and condition.group(2).count('(') == condition.group(2).count(')'):
+        start, end = condition.span(2)
+        yield 'negate a condition', line[:start] + '!(' + line[start:end] + ')' + line[end:]
+    if CALL.match(blanked) or ASSIGNMENT.match(blanked):
+        yield 'drop a statement', re.match(r'\s*', line).group() + ';'
+
+
+def changes_of_file(name):
+    with open(name, encoding='utf-8') as file:
+        text = file.read()
+    lines = text.split('\n')
+    for number, blanked in enumerate(blank_out(text).split('\n')):
+        for operator, changed in changes_of_line(lines[number], blanked):
+            if changed != lines[number]:
+                yield {'file': name, 'line': number + 1, 'operator': operator,
+                       'before': lines[number].strip(), 'after': changed.strip(),
+                       'text': '\n'.join(lines[:number] + [changed] + lines[number + 1:])}
+
+
+def equivalent_changes():
+    """Blocks of four lines: file, line before, line after, reason; blank lines between them."""
+    if not os.path.exists(EQUIVALENT):
+        return set()
+    with open(EQUIVALENT, encoding='utf-8') as file:
+        blocks = [block.split('\n') for block in file.read().strip().split('\n\n')]
+    return {tuple(block[:3]) for block in blocks if not block[0].startswith('#')}
+
+
+def run(command, log, environment=None):
+    return subprocess.run(command, stdout=log, stderr=log, stdin=subprocess.DEVNULL,
+                          env=environment, check=False).returncode
+
+
+def copy_tree():
+    shutil.rmtree(COPY, ignore_errors=True)
+    listed = subprocess.run(['git', 'ls-files', '-z', '--cached', '--others',
+                             '--exclude-standard'], check=True, capture_output=True, text=True)
+    for name in filter(None, listed.stdout.split('\0')):
+        if os.path.exists(name):
+            os.makedirs(os.path.dirname(os.path.join(COPY, name)), exist_ok=True)
+            shutil.copy2(name, os.path.join(COPY, name))
+
+
+def build(log, *targets):
+    return run(['cmake', '--build', BUILD, '--target', *targets], log)
+
+
+def prepare(log):
+    copy_tree()
+    configured = run(['cmake', '-G', 'Ninja', '-S', COPY, '-B', BUILD, '-DCMAKE_BUILD_TYPE=Debug',
+                      '-DQUINTRAL_BUILD_TESTS=ON', f'-DQUINTRAL_TEST_TIMEOUT={TEST_TIMEOUT}'], log)
+    if configured != 0 or build(log, *(f'tests/{folder}/all' for folder in FOLDERS)) != 0:
+        sys.exit('mutants: the unchanged tree does not build, see build/mutants/log')
+    for folder in FOLDERS:
+        if not tests_pass(folder, None, log):
+            sys.exit(f'mutants: tests of the unchanged {folder} fail, see build/mutants/log')
+
+
+def fence():
+    """The start of a command that runs the rest of it fenced in."""
+    user = [] if os.getuid() == 0 else ['--map-root-user']
+    return FENCE + user + ['sh', '-c', FENCED, os.path.abspath('build/mutants')]
+
+
+def tests_pass(folder, only, log):
+    """Runs the tests of a folder, or those of it that are named after a file."""
+    command = fence() + ['ctest', '--test-dir', f'{BUILD}/tests/{folder}', '-j8', '--stop-on-failure',
+               '--output-on-failure', '--no-tests=ignore']
+    if only:
+        command += ['-R', only]
+    cost = f'{BUILD}/tests/{folder}/Testing/Temporary/CTestCostData.txt'
+    if os.path.exists(cost):
+        os.remove(cost)  # it would start with the longest
+    return run(command, log) == 0
+
+
+def named_after(file):
+    stem = os.path.basename(file).split('.')[0].replace('-linux', '')
+    return r'(^|[-.])' + re.escape(stem) + r'[-.]'
+
+
+def judge(change, log):
+    """'killed', 'survived' or 'does not build'."""
+    path = os.path.join(COPY, change['file'])
+    with open(path, encoding='utf-8') as file:
+        original = file.read()
+    folder = change['file'].split('/')[0]
+    try:
+        with open(path, 'w', encoding='utf-8') as file:
+            file.write(change['text'])
+        if build(log, f'tests/{folder}/all') != 0:
+            # A test that is listed while it is built may crash: that counts.
+            if build(log, f'quintral_{folder}') != 0:
+                return 'does not build'
+            return 'killed'
+        for only in (named_after(change['file']), None):
+            if not tests_pass(folder, only, log):
+                return 'killed'
+        return 'survived'
+    finally:
+        with open(path, 'w', encoding='utf-8') as file:
+            file.write(original)
+
+
+def summary(counts):
+    judged = counts['killed'] + counts['survived']
+    print(f"{counts['equivalent']} equivalent, {counts['does not build']} do not build, "
+          f"{100 * counts['killed'] / max(judged, 1):.1f} % of {judged} killed")
+    print(f"{counts['killed']} passed, {counts['survived']} failed")
+    return 0 if judged > 0 and counts['killed'] >= ENOUGH * judged else 1
+
+
+def main(arguments):
+    if len(arguments) not in (1, 2) or not all(word.isdigit() for word in arguments):
+        print('usage: scripts/mutants.py N [SEED]', file=sys.stderr)
+        return 2
+    wanted = int(arguments[0])
+    seed = int(arguments[1]) if len(arguments) > 1 else random.randrange(1000000)
+    os.chdir(os.path.join(os.path.dirname(__file__), '..'))
+    os.makedirs('build/mutants', exist_ok=True)
+    candidates = [change for name in sources() for change in changes_of_file(name)]
+    random.Random(seed).shuffle(candidates)
+    print(f'{len(candidates)} possible changes, seed {seed}', flush=True)
+    known = equivalent_changes()
+    counts = {'killed': 0, 'survived': 0, 'does not build': 0, 'equivalent': 0}
+    with open('build/mutants/log', 'w', encoding='utf-8') as log:
+        prepare(log)
+        for change in candidates:
+            if counts['killed'] + counts['survived'] >= wanted:
+                break
+            if (change['file'], change['before'], change['after']) in known:
+                counts['equivalent'] += 1
+                continue
+            verdict = judge(change, log)
+            counts[verdict] += 1
+            if verdict == 'survived':
+                print(f"{change['file']}:{change['line']}: {change['operator']}\n"
+                      f"    {change['before']}\n    {change['after']}", flush=True)
+    return summary(counts)
+
+
+if __name__ == '__main__':
+    sys.exit(main(sys.argv[1:]))
