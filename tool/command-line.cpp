@@ -210,30 +210,33 @@ int read_all(Reading *reading, ToolOptions *options, UsageError *error)
     return -1;
 }
 
-// Continues after a usage error, skipping whatever stops the parser.
-void overwrite_secrets_after_error(const Reading &reading)
+// True if the name of an option that takes a secret begins with the element's word. The full name of
+// another option does not count.
+bool may_introduce_secret(const char *element)
 {
-    while (option_index < reading.argument_count) {
-        const int index = option_index;
-        const int result = next_option(reading);
-        if (result >= first_result && row_of(result).secret)
-            overwrite(option_argument);
-        if (option_index == index) {
-            ++option_index;
-            option_position = 1;
-        }
+    const std::size_t dashes = std::strspn(element, "-+");
+    const std::string word(element + dashes, std::strcspn(element + dashes, "="));
+    bool may = false;
+    for (std::size_t i = 0; i < option_count && !word.empty() && dashes > 0; ++i) {
+        const OptionRow &row = option_rows[i];
+        if (word == row.name)
+            return row.secret;
+        may = may || (row.secret && std::strncmp(row.name, word.c_str(), word.size()) == 0);
     }
+    return may;
 }
 
 // After a usage error only the names of options stay visible: with a mistyped name, any other word
-// could be a password.
+// could be a password. A password may begin with a dash, too.
 void overwrite_values(const Reading &reading)
 {
-    overwrite_secrets_after_error(reading);
+    bool may_be_secret = false;
     for (int i = 1; i < reading.argument_count; ++i) {
         char *element = reading.arguments[i];
+        const bool is_secret = may_be_secret;
+        may_be_secret = !has_value(element) && may_introduce_secret(element);
         const bool is_option = *element == '-' || *element == '+';
-        overwrite(is_option ? element + std::strcspn(element, "=") : element);
+        overwrite(is_option && !is_secret ? element + std::strcspn(element, "=") : element);
     }
     if (reading.doubtful != nullptr)
         overwrite(reading.doubtful);

@@ -2,8 +2,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/select.h>
@@ -37,24 +35,6 @@ bool can_write_again(int descriptor, int error)
         return true;
     }
     return error == EINTR;
-}
-
-// Writes the utility's own text line by line: a stream drops what a non-blocking descriptor does
-// not accept, but any writable pipe accepts one line. Returns 0, or the error number of the first
-// line that failed. An unbuffered or full stream reports failure only through its error flag.
-int write_lines(const char *text, std::FILE *stream)
-{
-    set_output_stream(stream);
-    while (*text != '\0') {
-        std::size_t length = std::strcspn(text, "\n");
-        if (text[length] == '\n')
-            ++length;
-        wait_until_writable(fileno(stream), nullptr);
-        if (output_printf("%.*s", static_cast<int>(length), text) != 0 || std::ferror(stream) != 0)
-            return errno;
-        text += length;
-    }
-    return 0;
 }
 
 } // namespace
@@ -118,12 +98,13 @@ void show_message(MessageLevel level, const char *text)
 
 void show_usage_text(const std::string &text)
 {
-    write_lines(text.c_str(), stderr);
+    write_all(STDERR_FILENO, text.data(), text.size());
 }
 
 int print_usage_text(const std::string &text)
 {
-    return close_output(write_lines(text.c_str(), stdout));
+    const int result = write_all(STDOUT_FILENO, text.data(), text.size());
+    return close_output(result == 0 ? 0 : errno);
 }
 
 void show_failure(const char *text)

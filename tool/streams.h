@@ -35,7 +35,7 @@ int close_output(int error);
 // it.
 void show_message(MessageLevel level, const char *text);
 
-// Writes the utility's own text to standard error by output_printf, line by line.
+// Writes the utility's own text to standard error.
 void show_usage_text(const std::string &text);
 
 // Writes it to standard output and closes that. Returns 0, or -1 after reporting the failure.

@@ -62,6 +62,11 @@ TEST(ToolPassword, IsHiddenAfterAUsageErrorToo)
         {"-proxypass=secret"},
         {"-proxypass", "secret"},
         {"-proxypass", "-secret"},
+        {"-bogus", "-proxy-pass", "-secret"},
+        {"-bogus", "--proxy-pass", "--secret"},
+        {"-bogus", "+proxy-p", "-secret"},
+        {"-bogus", "-proxy-", "-secret"},
+        {"-bogus", "-proxy-pass=secret", "--", "-proxy-pass", "-secret"},
         {"-json=secret"},
         {"-proxy-user=", "-proxy-pass", "secret"},
         {"-proxy-pass=", "secret"},
@@ -79,6 +84,20 @@ TEST(ToolPassword, IsHiddenAfterAUsageErrorToo)
         child_signal(child, SIGKILL);
         child_wait(child);
     }
+}
+
+// Hiding takes time in proportion to the number of arguments: this many took minutes when each was
+// searched for from the start.
+TEST(ToolPassword, IsHiddenAmongManyArguments)
+{
+    Strings arguments = {"-bogus"};
+    for (int i = 0; i < 60000; ++i)
+        arguments.insert(arguments.end(), {"x", "-json"});
+    ChildOptions options;
+    options.limit_seconds = 10;
+    const ChildResult result = run_tool(joined(arguments, {"-proxy-pass", "secret"}), options);
+    EXPECT_EQ(result.exit_status, 2);
+    EXPECT_EQ(result.error.substr(0, 28), "Error: Unknown option -bogus");
 }
 
 } // namespace

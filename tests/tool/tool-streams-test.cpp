@@ -212,6 +212,31 @@ TEST(ToolStreams, AMessageOnANonBlockingStreamIsWrittenInFull)
     EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-version"}, 0), version_line());
 }
 
+// A pipe of one page has room for all of the text, but counts as full after its first line.
+TEST(ToolStreams, HelpFillsAPipeThatNobodyReads)
+{
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0) << std::strerror(errno);
+    ASSERT_GE(fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096) << std::strerror(errno);
+    ChildOptions options;
+    options.prepare = [&ends] { dup2(ends[1], STDOUT_FILENO); };
+    options.limit_seconds = 10;
+    expect_ended(run_tool({"-help"}, options), 0, "", "");
+    close(ends[1]);
+    EXPECT_EQ(read_to_end(ends[0]), usage_text());
+    close(ends[0]);
+}
+
+TEST(ToolStreams, HelpNeedsLittleStack)
+{
+    ChildOptions options;
+    options.prepare = [] {
+        const rlimit limit = {std::size_t{128} * 1024, std::size_t{128} * 1024};
+        setrlimit(RLIMIT_STACK, &limit);
+    };
+    expect_ended(run_tool({"-help"}, options), 0, usage_text(), "");
+}
+
 // The terminal has hung up, so that a write fails before the flush does.
 TEST(ToolStreams, HelpThatCannotBeWrittenEndsWithStatus1)
 {
