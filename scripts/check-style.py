@@ -23,6 +23,7 @@ RULES = (
     Rule("width", "text", "long line", "wrap it"),
     Rule("whitespace", "text", "white space", "follow .editorconfig"),
     Rule("words", "text", "unusual English", "say it in the usual words"),
+    Rule("named-tests", "page", "no such test", "name the test that holds the claim"),
     Rule("spelling", "text", "misspelled word", "correct it, or justify it in KNOWN_WORDS"),
     Rule("shell", "shell script", "shellcheck", "fix it, or justify it in ACCEPTED_SHELL"),
     Rule("layout", "code", "not as clang-format lays it out", "run clang-format -i"),
@@ -33,6 +34,7 @@ LIBRARIES = ("support", "cmdline", "web", "platform", "tool")
 
 KINDS = {
     "text": lambda path: True,
+    "page": lambda path: path.endswith(".md"),
     "code": lambda path: path.endswith((".cpp", ".h")),
     "source": lambda path: path.endswith(".cpp"),
     "header": lambda path: path.endswith(".h"),
@@ -96,6 +98,9 @@ NATURAL_WORDS = (
 
 # These name the words that are not to be used.
 RULE_FILES = ("scripts/check-style.py", "scripts/check-style-test")
+
+TEST_MACRO = re.compile(r"^TEST(?:_F|_P)?\((\w+),\s*(\w+)\)", re.MULTILINE)
+NAMED_TEST = re.compile(r"`([A-Z]\w*[a-z]\w*\.[A-Z]\w+)`")
 
 # What codespell takes for misspelled and is right.
 KNOWN_WORDS = {
@@ -291,6 +296,19 @@ def run(command, finding="(?!)"):
     if result.returncode != 0 and not found:
         sys.exit(f"{command[0]} failed:\n{output}")
     return found
+
+
+def find_named_tests(files):
+    """Pages that name tests, as `Suite.Case`, to show that something holds."""
+    known = set()
+    for path in tracked_files():
+        if path.startswith("tests/") and path.endswith(".cpp"):
+            tests = TEST_MACRO.findall("\n".join(read_lines(path)))
+            known.update(".".join(names) for names in tests)
+    for path, number, line in numbered_lines(files):
+        for name in NAMED_TEST.findall(line):
+            if name not in known:
+                yield path, number, name
 
 
 def find_spelling(files):

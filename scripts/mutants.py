@@ -67,7 +67,7 @@ def sources():
             if name.endswith(('.cpp', '/ascii.h')) and '-macos' not in name]
 
 
-def blank_out(text):
+def mask_text(text):
     """The same text with comments, literals and directives as spaces, so that positions stay.
 
     Character literals stay: they are constants that may change."""
@@ -77,18 +77,18 @@ def blank_out(text):
     return re.sub(pattern, spaces, text, flags=re.M | re.S)
 
 
-def changes_of_line(line, blanked):
+def changes_of_line(line, masked):
     """All (name, changed line) of one line."""
     for name, pattern, replacements in OPERATORS:
-        for match in re.finditer(pattern, blanked):
+        for match in re.finditer(pattern, masked):
             for replacement in replacements:
                 new = replacement(match.group()) if callable(replacement) else replacement
                 yield name, line[:match.start()] + new + line[match.end():]
-    condition = CONDITION.match(blanked)
+    condition = CONDITION.match(masked)
     if condition and condition.group(2).count('(') == condition.group(2).count(')'):
         start, end = condition.span(2)
         yield 'negate a condition', line[:start] + '!(' + line[start:end] + ')' + line[end:]
-    if CALL.match(blanked) or ASSIGNMENT.match(blanked):
+    if CALL.match(masked) or ASSIGNMENT.match(masked):
         yield 'drop a statement', re.match(r'\s*', line).group() + ';'
 
 
@@ -96,8 +96,8 @@ def changes_of_file(name):
     with open(name, encoding='utf-8') as file:
         text = file.read()
     lines = text.split('\n')
-    for number, blanked in enumerate(blank_out(text).split('\n')):
-        for operator, changed in changes_of_line(lines[number], blanked):
+    for number, masked in enumerate(mask_text(text).split('\n')):
+        for operator, changed in changes_of_line(lines[number], masked):
             if changed != lines[number]:
                 yield {'file': name, 'line': number + 1, 'operator': operator,
                        'before': lines[number].strip(), 'after': changed.strip(),
@@ -151,8 +151,8 @@ def fence():
 
 def tests_pass(folder, only, log):
     """Runs the tests of a folder, or those of it that are named after a file."""
-    command = fence() + ['ctest', '--test-dir', f'{BUILD}/tests/{folder}', '-j8', '--stop-on-failure',
-               '--output-on-failure', '--no-tests=ignore']
+    command = fence() + ['ctest', '--test-dir', f'{BUILD}/tests/{folder}', '-j8',
+                         '--stop-on-failure', '--output-on-failure', '--no-tests=ignore']
     if only:
         command += ['-R', only]
     cost = f'{BUILD}/tests/{folder}/Testing/Temporary/CTestCostData.txt'

@@ -210,8 +210,8 @@ int read_all(Reading *reading, ToolOptions *options, UsageError *error)
     return -1;
 }
 
-// True if the name of an option that takes a secret begins with the element's word. The full name of
-// another option does not count.
+// True if the name of an option that takes a secret begins with the element's word. The full name
+// of another option does not count.
 bool may_introduce_secret(const char *element)
 {
     const std::size_t dashes = std::strspn(element, "-+");

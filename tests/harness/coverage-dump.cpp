@@ -16,8 +16,8 @@ namespace {
 // A handler of a signal that interrupts the dump itself must not start it again: it holds locks.
 volatile std::sig_atomic_t dumped = 0;
 
-// Tests limit the size of the utility's files; the counters must still be written. A process that has
-// given up its rights cannot write them, and must not say so on a stream that the test reads.
+// Tests limit the size of the utility's files; the counters must still be written. A process that
+// has given up its rights cannot write them, and must not say so on a stream that the test reads.
 // Destructors run before the exit handler that writes the counters.
 __attribute__((destructor)) void prepare_dump()
 {
