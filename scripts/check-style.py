@@ -105,6 +105,7 @@ NAMED_TEST = re.compile(r"`([A-Z]\w*[a-z]\w*\.[A-Z]\w+)`")
 # What codespell takes for misspelled and is right.
 KNOWN_WORDS = {
     "fo": "the first two letters of a test vector of base64",
+    "nd": "a macro of manual pages",
     "shttp": "a scheme of URLs that is not http",
     "te": "the word text, cut short",
     "unknow": "the word unknown, cut short",

@@ -1,0 +1,45 @@
+"""The manual pages as mandoc judges them. Usage: manual-lint.py FOLDER"""
+
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+FOLDER = sys.argv[1]
+
+
+def copy_pages(root):
+    """Copies the pages to where mandoc looks for the ones that others refer to. Returns them."""
+    pages = sorted(name for name in os.listdir(FOLDER) if re.search(r"\.[1-9]$", name))
+    for name in pages:
+        section = os.path.join(root, "man" + name[-1])
+        os.makedirs(section, exist_ok=True)
+        shutil.copy(os.path.join(FOLDER, name), section)
+    return pages
+
+
+def findings(root, pages):
+    """What mandoc says, without its remark that there is no index of these folders."""
+    environment = dict(os.environ, MANPATH=root, LC_ALL="C.UTF-8")
+    paths = [os.path.join(root, "man" + name[-1], name) for name in pages]
+    result = subprocess.run(["mandoc", "-T", "lint", "-W", "style", *paths], env=environment,
+                            capture_output=True, text=True, timeout=60)
+    lines = (result.stdout + result.stderr).splitlines()
+    return [line for line in lines if "outdated mandoc.db" not in line]
+
+
+def main():
+    if shutil.which("mandoc") is None:
+        sys.exit("mandoc is missing; ./check installs it")
+    with tempfile.TemporaryDirectory() as root:
+        pages = copy_pages(root)
+        found = findings(root, pages)
+    print("\n".join(found))
+    if not pages:
+        sys.exit(f"no page in {FOLDER}")
+    return 1 if found else 0
+
+
+sys.exit(main())
