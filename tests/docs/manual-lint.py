@@ -9,6 +9,10 @@ import tempfile
 
 FOLDER = sys.argv[1]
 
+# Pages of the system that ours refer to, and that need not be installed.
+SYSTEM_PAGES = ("abort.3", "ferror.3", "fopen.3", "free.3", "printf.3", "rmdir.2", "strcmp.3",
+                "unlink.2", "vprintf.3")
+
 
 def copy_pages(root):
     """Copies the pages to where mandoc looks for the ones that others refer to. Returns them."""
@@ -17,6 +21,11 @@ def copy_pages(root):
         section = os.path.join(root, "man" + name[-1])
         os.makedirs(section, exist_ok=True)
         shutil.copy(os.path.join(FOLDER, name), section)
+    for name in SYSTEM_PAGES:
+        section = os.path.join(root, "man" + name[-1])
+        os.makedirs(section, exist_ok=True)
+        with open(os.path.join(section, name), "w", encoding="utf-8"):
+            pass
     return pages
 
 
