@@ -16,7 +16,7 @@ LIMIT = 60  # seconds for one shell
 UNNAMED_ARGUMENTS = ("proxy-user", "proxy-pass")  # the usage text names no argument of these
 PACKAGE = "/usr/share/bash-completion/bash_completion"
 
-UTILITY, FOLDER = sys.argv[1:3]
+UTILITY, FOLDER = [os.path.abspath(path) for path in sys.argv[1:3]]
 
 
 def options():

@@ -36,22 +36,24 @@ def read(name):
 
 def blocks(page):
     """Yields the blocks of a page as texts without their indentation."""
-    lines, fenced, current = read(page).split("\n"), False, None
-    for number, line in enumerate(lines):
+    fenced, current = False, []
+    for line in [*read(page).split("\n"), "the end"]:
         if line.startswith("```"):
             fenced = not fenced
             if not fenced:
-                yield "\n".join(current) + "\n"
-            current = [] if fenced else None
-        elif fenced:
-            current.append(line)
-        elif line.startswith("    "):
-            current = (current or []) + [line[4:]]
-        elif current is not None and (line or not lines[number + 1].startswith("    ")):
-            yield "\n".join(current) + "\n"
-            current = None
-        elif current is not None:
+                yield block_of(current)
+            current = []
+        elif fenced or line.startswith("    "):
+            current.append(line if fenced else line[4:])
+        elif current and line == "":
             current.append("")
+        elif current:
+            yield block_of(current)
+            current = []
+
+
+def block_of(lines):
+    return "\n".join(lines).rstrip("\n") + "\n"
 
 
 def first_line(block):

@@ -12,7 +12,7 @@ import unittest
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 service = __import__("update-service")
 
-UTILITY, PAGE = sys.argv[1:3]
+UTILITY, PAGE = [os.path.abspath(path) for path in sys.argv[1:3]]
 VALUES = ("version", "url", "button", "message")
 
 
