@@ -1,4 +1,5 @@
-# Completion of quintral for bash, 3.2 and later, with or without the package bash-completion.
+# Completion of quintral for bash, with or without the package bash-completion. It uses nothing that
+# bash 3.2 lacks.
 # Source this file, or install it as "quintral" in a folder of completions.
 
 # Each option with the name of its argument, if it takes one. A test holds this list equal to the
