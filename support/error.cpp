@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "support/time-source.h"
 
@@ -27,16 +28,34 @@ constexpr int line_reserve = 20;
 constexpr int handler_body_limit = 1003;
 
 // Together they fill a log line. A date has 24 characters up to the year 9999, and at most 31.
-constexpr int log_date_limit = 36;
-constexpr int log_body_limit = 4056;
-static_assert(log_date_limit + log_body_limit + sizeof ": \n" == log_line_size);
+constexpr std::size_t log_date_limit = 36;
+constexpr std::size_t log_body_limit = 4056;
+constexpr std::string_view date_end = ": ";
+static_assert(log_date_limit + date_end.size() + log_body_limit + sizeof "\n" == log_line_size);
 
 // A longer pause ends a burst of messages, for a log attached to the hook.
 constexpr double burst_pause_seconds = 60.0;
 
+// What a message line has before and after its text.
+struct LineFrame {
+    std::string_view before;
+    std::string_view after;
+};
+
 // Indexed by the level.
-constexpr const char *level_names[] = {"Log", "",      "Info",    "Note",  "Info",       "Note",
-                                       "",    "Alert", "Warning", "Error", "Fatal Error"};
+constexpr LineFrame line_frames[] = {
+    {"Log: ", ""},           // Log
+    {"", ""},                // Plain
+    {"Info: ", ""},          // Info
+    {"Note: ", ""},          // Note
+    {"Info: ", "\a"},        // InfoBell
+    {"Note: ", "\a"},        // NoteBell
+    {"\a", ""},              // PlainBell
+    {"Alert: ", "\a"},       // Alert
+    {"Warning: ", "\a"},     // Warning
+    {"Error: ", "\a"},       // Error
+    {"Fatal Error: ", "\a"}, // FatalError
+};
 
 // Never null: the setters turn null into the default.
 MessageHandler message_handler = default_message_handler;
@@ -57,28 +76,35 @@ MessageLevel shown_level(MessageLevel level)
     return level < Log || level > FatalError ? Warning : level;
 }
 
-// Returns the length of a text without the trailing characters that are in `dropped`, at most
-// limit.
-int body_length(const char *text, const char *dropped, int limit)
+// Returns the length of a text without its trailing newlines and `other` characters, at most limit.
+std::size_t body_length(const char *text, char other, std::size_t limit)
 {
     std::size_t length = std::strlen(text);
-    while (length > 0 && std::strchr(dropped, text[length - 1]) != nullptr)
+    while (length > 0 && (text[length - 1] == '\n' || text[length - 1] == other))
         --length;
-    return static_cast<int>(std::min(length, static_cast<std::size_t>(limit)));
+    return std::min(length, limit);
+}
+
+// Appends what fits of the bytes to the `used` bytes in out, up to `limit`. Returns the new number
+// of bytes.
+std::size_t append(char *out, std::size_t used, std::size_t limit, std::string_view bytes)
+{
+    const std::size_t added = std::min(bytes.size(), limit - used);
+    std::memcpy(out + used, bytes.data(), added);
+    return used + added;
 }
 
 // Builds the line of a message. Requires: out_size is above 0.
 int build_line(MessageLevel level, const char *text, int body_limit, char *out, int out_size)
 {
-    const MessageLevel shown = shown_level(level);
-    const int length = body_length(text, "\n", body_limit);
-    const char *bell = shown >= InfoBell ? "\a" : "";
-    const auto size = static_cast<std::size_t>(out_size);
-    const int written =
-        shown == Plain || shown == PlainBell
-            ? std::snprintf(out, size, "%s%.*s", bell, length, text)
-            : std::snprintf(out, size, "%s: %.*s%s", level_names[shown], length, text, bell);
-    return std::min(written, out_size - 1);
+    const LineFrame &frame = line_frames[shown_level(level)];
+    const std::size_t length = body_length(text, '\n', static_cast<std::size_t>(body_limit));
+    const std::size_t limit = static_cast<std::size_t>(out_size) - 1;
+    std::size_t used = append(out, 0, limit, frame.before);
+    used = append(out, used, limit, {text, length});
+    used = append(out, used, limit, frame.after);
+    out[used] = '\0';
+    return static_cast<int>(used);
 }
 
 // Formats a time as ctime does, without its newline; an empty string for a year that does not fit
@@ -96,6 +122,59 @@ void format_date(std::time_t moment, char *out, std::size_t size)
     std::snprintf(out, size, "%s %s%3d %.2d:%.2d:%.2d %lld", days[parts.tm_wday],
                   months[parts.tm_mon], parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
                   1900LL + parts.tm_year);
+}
+
+// Returns the length of the date that format_date gives. The years from 1971 to 9986 have four
+// digits in every time zone, so the zone need not be read.
+std::size_t date_length(std::time_t moment)
+{
+    constexpr std::size_t common_length = 24;
+    constexpr long long first_common = 365LL * 86400; // 1971
+    constexpr long long last_common = 253000000000LL; // 9987
+    const auto seconds = static_cast<long long>(moment);
+    if (seconds >= first_common && seconds <= last_common)
+        return common_length;
+    char date[log_date_limit + 1];
+    format_date(moment, date, sizeof date);
+    return std::strlen(date);
+}
+
+// Counts one more message of a burst. Returns the time.
+std::time_t count_in_burst()
+{
+    const std::time_t now = time_source.time();
+    if (static_cast<double>(now) - last_log_time > burst_pause_seconds)
+        burst_messages = 0;
+    last_log_time = static_cast<double>(now);
+    ++burst_messages;
+    return now;
+}
+
+std::size_t log_body_length(const char *text)
+{
+    return body_length(text, '\r', log_body_limit);
+}
+
+// Composes the log line and passes it to the log handler. Returns its length without the newline.
+std::size_t send_log_line(std::time_t moment, const char *text)
+{
+    constexpr std::size_t limit = log_line_size - sizeof "\n";
+    char line[log_line_size];
+    format_date(moment, line, log_date_limit + 1);
+    std::size_t used = append(line, std::strlen(line), limit, date_end);
+    used = append(line, used, limit, {text, log_body_length(text)});
+    line[used] = '\n';
+    line[used + 1] = '\0';
+    log_handler(line);
+    return used;
+}
+
+// log_message without its result: a text that nobody gets is not even measured.
+void pass_to_log(const char *text)
+{
+    const std::time_t now = count_in_burst();
+    if (log_handler != nullptr)
+        send_log_line(now, text);
 }
 
 // Formats into out, which is left empty if the C library fails.
@@ -191,7 +270,7 @@ void report_message(MessageLevel level, const char *format, ...)
     format_or_empty(text, sizeof text, format, arguments);
     va_end(arguments);
 
-    log_message(text);
+    pass_to_log(text);
     if (reported > Log)
         message_handler(reported, text);
     ++reported_messages;
@@ -201,8 +280,8 @@ void default_message_handler(MessageLevel level, const char *text)
 {
     char line[message_size];
     const int length = build_line(level, text, handler_body_limit, line, sizeof line);
-    std::fwrite(line, 1, static_cast<std::size_t>(length), stderr);
-    std::putc('\n', stderr);
+    line[length] = '\n'; // for one write to the unbuffered stream; the string is not used again
+    std::fwrite(line, 1, static_cast<std::size_t>(length) + 1, stderr);
     std::fflush(stderr);
     if (level == FatalError)
         std::exit(1);
@@ -227,7 +306,7 @@ void print_text(const char *text, const char *tag)
 {
     if (text[0] == '\0')
         return;
-    log_message(text);
+    pass_to_log(text);
     print_handler(text, tag);
 }
 
@@ -256,20 +335,11 @@ std::int32_t message_count()
 
 int log_message(const char *text)
 {
-    const std::time_t now = time_source.time();
-    if (static_cast<double>(now) - last_log_time > burst_pause_seconds)
-        burst_messages = 0;
-    last_log_time = static_cast<double>(now);
-
-    char date[log_date_limit + 1];
-    format_date(now, date, sizeof date);
-    char line[log_line_size];
-    const int length = std::snprintf(line, sizeof line, "%s: %.*s\n", date,
-                                     body_length(text, "\r\n", log_body_limit), text);
-    ++burst_messages;
-    if (log_handler != nullptr)
-        log_handler(line);
-    return length - 1;
+    const std::time_t now = count_in_burst();
+    const std::size_t length = log_handler != nullptr
+                                   ? send_log_line(now, text)
+                                   : date_length(now) + date_end.size() + log_body_length(text);
+    return static_cast<int>(length);
 }
 
 LogHandler set_log_handler(LogHandler handler)
@@ -331,7 +401,7 @@ void report_assertion_failure(const char *expression, const char *file, int line
 {
     char text[assertion_text_size];
     std::snprintf(text, sizeof text, "%s:%d: assertion failed: %s", file, line, expression);
-    log_message(text); // to the log only: a source location does not help the user
+    pass_to_log(text); // to the log only: a source location does not help the user
     report_message(
         Error, "A Quintral internal error has occurred. Please save your work soon and restart.\n");
     throw_abort(5, "support/error", 419);

@@ -84,9 +84,9 @@ int format_message(MessageLevel level, const char *text, char *out, int out_size
 void report_message(MessageLevel level, const char *format, ...) QUINTRAL_PRINTF(2, 3);
 
 // Writes the message's line, with its text cut to 1003 characters, and a newline to standard error
-// and flushes it. At level FatalError, and at no other, exits the process with status 1. (1003 is
-// one less than format_message would keep in the same 1024 bytes; existing captured output depends
-// on it.)
+// with one fwrite and flushes it. At level FatalError, and at no other, exits the process with
+// status 1. (1003 is one less than format_message would keep in the same 1024 bytes; existing
+// captured output depends on it.)
 void default_message_handler(MessageLevel level, const char *text);
 
 // Writes the same line to standard output between "QUINTRALTEST" and the line "ENDQUINTRALTEST",
@@ -126,8 +126,9 @@ std::int32_t message_count();
 // its trailing carriage returns and newlines, cut to 4056 characters, and a newline. Returns the
 // length of the line without that newline.
 //
-// Every message and printed text passes through here first. If the time cannot be broken down, its
-// part of the line is empty.
+// Every message and printed text is logged like this first. Without a log handler, the line is not
+// composed and the time zone is not read; the result is the same. If the time cannot be broken
+// down, its part of the line is empty.
 // Requires: text is terminated.
 int log_message(const char *text);
 

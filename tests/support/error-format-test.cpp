@@ -8,7 +8,10 @@
 #include <climits>
 #include <clocale>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <random>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -128,6 +131,31 @@ TEST(FormatMessage, CutsALineWithoutTextBelowASizeOf20)
             expect_bytes(formatted(row.level, "text", out_size), line.substr(0, capacity),
                          rule_of(row) + ", out_size " + std::to_string(out_size));
         }
+    }
+}
+
+// The line as printf formats it.
+std::string printed_line(const LevelRow &row, std::string text, int out_size)
+{
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    std::vector<char> out(static_cast<std::size_t>(out_size));
+    std::snprintf(out.data(), out.size(), "%s%.*s%s", row.before.c_str(),
+                  std::max(out_size - 20, 0), text.c_str(), row.after.c_str());
+    return out.data();
+}
+
+TEST(FormatMessage, FormatsRandomTextsAsPrintfDoes)
+{
+    std::mt19937 random(20240117);
+    for (int i = 0; i < 20000; ++i) {
+        std::string text;
+        for (std::size_t length = random() % 60; text.size() < length;)
+            text += "ab\n\n%\r \xe4"[random() % 8];
+        const LevelRow &row = level_rows[random() % std::size(level_rows)];
+        const int out_size = static_cast<int>(random() % 80) + 1;
+        expect_bytes(formatted(row.level, text, out_size), printed_line(row, text, out_size),
+                     rule_of(row) + ", out_size " + std::to_string(out_size));
     }
 }
 

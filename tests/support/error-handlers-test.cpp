@@ -13,6 +13,8 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace quintral {
 namespace {
@@ -104,6 +106,24 @@ TEST(DefaultMessageHandler, FlushesStandardError)
     });
     EXPECT_EQ(result.error, "Note: text\n");
     EXPECT_EQ(result.signal, SIGKILL);
+}
+
+// Each write to this socket is received on its own.
+TEST(DefaultMessageHandler, WritesTheLineAtOnce)
+{
+    int sockets[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, sockets), 0);
+    const ChildResult result = run_in_child([&] {
+        dup2(sockets[1], STDERR_FILENO);
+        default_message_handler(Warning, "low disk\n");
+    });
+    expect_child(result, "", "", 0, "the child");
+    char line[100];
+    const ssize_t length = recv(sockets[0], line, sizeof line, MSG_DONTWAIT);
+    ASSERT_GT(length, 0);
+    EXPECT_EQ(std::string(line, static_cast<std::size_t>(length)), "Warning: low disk\a\n");
+    close(sockets[0]);
+    close(sockets[1]);
 }
 
 TEST(DefaultMessageHandler, IgnoresAStandardErrorThatCannotBeWritten)

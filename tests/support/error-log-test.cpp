@@ -15,12 +15,14 @@
 namespace {
 
 bool date_unknown = false;
+int dates_broken_down = 0;
 
 } // namespace
 
 // Replaces the C library's, so that a test can make the date unavailable.
 extern "C" std::tm *localtime_r(const std::time_t *moment, std::tm *parts) noexcept
 {
+    ++dates_broken_down;
     if (date_unknown)
         return nullptr;
     *parts = *std::localtime(moment);
@@ -141,6 +143,41 @@ TEST_F(LogMessage, GoesToTheLogHandlerBeforeTheMessageHandlerAndOnlyWhileOneIsIn
     log_message("lost");
     EXPECT_EQ(text_of(last_line), "printed\n");
     EXPECT_EQ(set_log_handler(keep_line), nullptr);
+}
+
+TEST_F(LogMessage, ReturnsTheSameLengthIfNobodyGetsTheLine)
+{
+    // Around the times for which every date has the same length, and the last of 32 bits.
+    const long long moments[] = {-62135596800LL,  -1LL,           1LL,
+                                 31535999LL,      31536000LL,     1000000000LL,
+                                 2147483647LL,    252999999999LL, 253000000000LL,
+                                 253000000001LL,  253402300799LL, 253402400000LL,
+                                 -30610224001LL,  -30610224000LL, 67767976200000000LL,
+                                 9999999999999LL, -2147483648LL};
+    for (const long long moment : moments) {
+        fixed_time = static_cast<std::time_t>(moment);
+        for (const std::size_t length : {0U, 1U, 4055U, 4056U, 4057U}) {
+            const std::string text = std::string(length, 'x') + "\r\n";
+            set_log_handler(keep_line);
+            const int with_handler = log_message(text.c_str());
+            EXPECT_EQ(last_line.size(), static_cast<std::size_t>(with_handler) + 1);
+            set_log_handler(nullptr);
+            EXPECT_EQ(log_message(text.c_str()), with_handler) << moment << ", " << length;
+        }
+    }
+}
+
+TEST_F(LogMessage, BreaksDownTheTimeOnlyForALogHandler)
+{
+    set_log_handler(nullptr);
+    dates_broken_down = 0;
+    log_message("lost");
+    report_message(Note, "lost");
+    print_text("lost", "tag");
+    EXPECT_EQ(dates_broken_down, 0);
+    set_log_handler(keep_line);
+    log_message("kept");
+    EXPECT_EQ(dates_broken_down, 1);
 }
 
 TEST_F(LogMessage, DoesNotChangeTheDateThatACallerPrints)
