@@ -1,12 +1,14 @@
 #include "tool/safe-text.h"
 
+#include <array>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 
 namespace quintral {
 
 namespace {
+
+constexpr std::size_t no_limit = std::numeric_limits<std::size_t>::max();
 
 // One character of a text, or one byte that is not part of a character.
 struct Unit {
@@ -75,92 +77,134 @@ bool is_bidirectional_control(std::uint32_t c)
            (c >= 0x2066 && c <= 0x2069);
 }
 
+// For units that do not begin with an ASCII byte; shown_forms has those.
 bool is_safe(const Unit &unit)
 {
-    const std::uint32_t c = unit.code_point;
-    if (!unit.well_formed || (c < 0x20 && c != '\n' && c != '\t') || (c >= 0x7F && c <= 0x9F))
-        return false;
-    return !is_bidirectional_control(c);
+    return unit.well_formed && unit.code_point > 0x9F && !is_bidirectional_control(unit.code_point);
 }
 
-std::string hex_escapes(const char *bytes, std::size_t count)
+// The forms that a text can get, as bits.
+enum Form : unsigned char { TextForm = 1, LineForm = 2, JsonForm = 4 };
+
+// For each ASCII character, the forms that show it unchanged. The terminator has none.
+constexpr std::array<unsigned char, 0x80> make_shown_forms()
 {
-    std::string result;
-    for (std::size_t i = 0; i < count; ++i) {
-        char escape[8];
-        std::snprintf(escape, sizeof escape, "\\x%02X",
-                      static_cast<unsigned>(static_cast<unsigned char>(bytes[i])));
-        result += escape;
-    }
-    return result;
+    std::array<unsigned char, 0x80> forms = {};
+    for (std::size_t c = 0x20; c < 0x7F; ++c)
+        forms[c] = TextForm | LineForm | JsonForm;
+    forms['\n'] = TextForm;
+    forms['\t'] = TextForm | LineForm;
+    forms['"'] = TextForm | LineForm;
+    forms['\\'] = TextForm | LineForm;
+    return forms;
 }
 
-std::string make_safe(const char *text, bool keep_line_feeds, std::size_t limit)
+constexpr std::array<unsigned char, 0x80> shown_forms = make_shown_forms();
+
+// Returns the length of the characters at the start of a text that the form shows unchanged, at
+// most limit. Runs of them are copied whole: nearly all texts are one run.
+std::size_t shown_length(const char *text, Form form, std::size_t limit)
 {
-    std::string result;
-    while (*text != '\0') {
-        const Unit unit = first_unit(text);
-        const bool shown = is_safe(unit) && (keep_line_feeds || unit.code_point != '\n');
-        const std::string piece =
-            shown ? std::string(text, unit.length) : hex_escapes(text, unit.length);
-        if (piece.size() > limit - result.size())
+    std::size_t length = 0;
+    while (length < limit) {
+        const unsigned char byte = static_cast<unsigned char>(text[length]);
+        if (byte < 0x80) {
+            if ((shown_forms[byte] & form) == 0)
+                break;
+            ++length;
+            continue;
+        }
+        const Unit unit = first_unit(text + length);
+        if (!is_safe(unit) || unit.length > limit - length)
             break;
-        result += piece;
+        length += unit.length;
+    }
+    return length;
+}
+
+void append_hex_escapes(std::string *result, const char *bytes, std::size_t count)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    for (std::size_t i = 0; i < count; ++i) {
+        const unsigned char byte = static_cast<unsigned char>(bytes[i]);
+        const char escape[] = {'\\', 'x', digits[byte >> 4], digits[byte & 0xFU]};
+        result->append(escape, sizeof escape);
+    }
+}
+
+std::string make_safe(const char *text, Form form, std::size_t limit)
+{
+    constexpr std::size_t escape_length = 4;
+    std::string result;
+    for (;;) {
+        const std::size_t shown = shown_length(text, form, limit - result.size());
+        result.append(text, shown);
+        text += shown;
+        if (*text == '\0')
+            return result;
+        const Unit unit = first_unit(text);
+        const std::size_t capacity = limit - result.size();
+        if (shown_length(text, form, unit.length) > 0 || unit.length * escape_length > capacity)
+            return result; // the character does not fit, unchanged or escaped
+        append_hex_escapes(&result, text, unit.length);
         text += unit.length;
     }
-    return result;
 }
 
-std::string json_escape(const Unit &unit)
+void append_json_escape(std::string *result, const Unit &unit)
 {
     switch (unit.code_point) {
     case '\n':
-        return "\\n";
+        *result += "\\n";
+        return;
     case '\t':
-        return "\\t";
+        *result += "\\t";
+        return;
     case '"':
-        return "\\\"";
+        *result += "\\\"";
+        return;
     case '\\':
-        return "\\\\";
+        *result += "\\\\";
+        return;
     default:
         break;
     }
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\u%04x",
-                  static_cast<unsigned>(unit.well_formed ? unit.code_point & 0xFFFFU : 0xFFFDU));
-    return escape;
-}
-
-bool needs_json_escape(const Unit &unit)
-{
-    const std::uint32_t c = unit.code_point;
-    return !is_safe(unit) || c == '"' || c == '\\' || c == '\n' || c == '\t';
+    static const char digits[] = "0123456789abcdef";
+    const std::uint32_t c = unit.well_formed ? unit.code_point : 0xFFFDU;
+    const char escape[] = {'\\',
+                           'u',
+                           digits[c >> 12 & 0xFU],
+                           digits[c >> 8 & 0xFU],
+                           digits[c >> 4 & 0xFU],
+                           digits[c & 0xFU]};
+    result->append(escape, sizeof escape);
 }
 
 } // namespace
 
 std::string safe_text(const char *text)
 {
-    return make_safe(text, true, std::numeric_limits<std::size_t>::max());
+    return make_safe(text, TextForm, no_limit);
 }
 
 std::string safe_line(const char *text)
 {
-    return make_safe(text, false, safe_line_limit);
+    return make_safe(text, LineForm, safe_line_limit);
 }
 
 std::string json_string(const char *text)
 {
     std::string result = "\"";
-    while (*text != '\0') {
+    for (;;) {
+        const std::size_t shown = shown_length(text, JsonForm, no_limit);
+        result.append(text, shown);
+        text += shown;
+        if (*text == '\0')
+            return result += '"';
         const Unit unit = first_unit(text);
-        if (needs_json_escape(unit))
-            result += json_escape(unit);
-        else
-            result.append(text, unit.length);
+        append_json_escape(&result, unit);
         text += unit.length;
     }
-    return result + "\"";
 }
 
 } // namespace quintral

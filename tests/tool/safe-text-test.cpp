@@ -5,11 +5,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "tests/harness/text.h"
+#include "tests/tool/simple-safe-text.h"
 
 namespace quintral {
 namespace {
@@ -361,6 +364,47 @@ TEST(SafeLine, IsTheOnlyOneThatTruncates)
     EXPECT_EQ(safe_text(std::string(5000, 'x').c_str()), std::string(5000, 'x'));
     EXPECT_EQ(safe_text(repeated(500, "\x1B").c_str()), repeated(500, "\\x1B"));
     EXPECT_EQ(json_string(std::string(5000, 'x').c_str()), "\"" + std::string(5000, 'x') + "\"");
+}
+
+// Pieces that begin, continue and end characters, and runs that end at them.
+std::string random_text(std::mt19937 &random)
+{
+    static const char *const pieces[] = {"plain text",
+                                         "\n",
+                                         "\t",
+                                         "\"",
+                                         "\\",
+                                         "\x1B",
+                                         "\x7F",
+                                         "\x80",
+                                         "\xBF",
+                                         "\xC2",
+                                         "\xC3\xA4",
+                                         "\xC2\x9B",
+                                         "\xD8\x9C",
+                                         "\xE2",
+                                         "\xE2\x82",
+                                         "\xE2\x82\xAC",
+                                         "\xE2\x80\xAE",
+                                         "\xED\xA0",
+                                         "\xF0\x9F\x98\x80",
+                                         "\xF4\x90",
+                                         "\xFF"};
+    std::string text(random() % 8 == 0 ? 980 + random() % 24 : random() % 8, 'x');
+    for (std::size_t count = random() % 12; count > 0; --count)
+        text += pieces[random() % std::size(pieces)];
+    return text;
+}
+
+TEST(SafeText, RandomTextsGiveWhatTheSimplestFormGives)
+{
+    std::mt19937 random(20240118);
+    for (int i = 0; i < 5000; ++i) {
+        const std::string text = random_text(random);
+        ASSERT_EQ(safe_text(text.c_str()), tests::simple_safe_text(text));
+        ASSERT_EQ(safe_line(text.c_str()), tests::simple_safe_line(text));
+        ASSERT_EQ(json_string(text.c_str()), tests::simple_json_string(text));
+    }
 }
 
 } // namespace
