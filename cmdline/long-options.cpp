@@ -3,7 +3,7 @@
 //
 // Nothing here copies strings, so elements of any length are safe; the only limit is that a
 // position within an element is an int. Every index is checked by vector_ends before use, every
-// position by ends_at.
+// position by at_end.
 #include "cmdline/long-options.h"
 
 #include <algorithm>
@@ -36,8 +36,18 @@ struct Call {
     const char *short_options;
     const LongOption *long_options;
     bool long_only;
-    Ordering ordering;
+    char ordering; // the character, or NUL for none
 };
+
+// The element in which the last call stopped, so that a cluster is measured once and not again for
+// each of its characters.
+struct Measured {
+    const char *element; // null for none
+    std::size_t length;
+    int position; // option_position after that call
+};
+
+Measured measured = {nullptr, 0, 0};
 
 // The operands that a permuting call skipped to reach its option.
 struct SkippedOperands {
@@ -60,10 +70,23 @@ bool vector_ends(int argument_count, char **arguments)
     return argument_count <= option_index || arguments[option_index] == nullptr;
 }
 
-// A negative position becomes a huge one here, and so is past the end too.
-bool ends_at(const char *element, int position)
+// Forgets the length unless the parse goes on in the middle of a word, where the last call stopped.
+// A position that the program has set is thus checked against a new measurement.
+void begin_measured(const char *element)
 {
-    return static_cast<std::size_t>(position) >= std::strlen(element);
+    if (measured.element != element || measured.position != option_position || option_position <= 1)
+        measured.element = nullptr;
+}
+
+// True if option_position is not that of a character of the element. A negative position becomes a
+// huge one here, and so is past the end too.
+bool at_end(const char *element)
+{
+    if (measured.element == nullptr) {
+        measured.element = element;
+        measured.length = std::strlen(element);
+    }
+    return static_cast<std::size_t>(option_position) >= measured.length;
 }
 
 int return_error(int code)
@@ -72,16 +95,42 @@ int return_error(int code)
     return code;
 }
 
-Ordering choose_ordering(const char **short_options)
+// Removes the ordering's character from the start of the list. Returns NUL if there is none.
+char take_ordering(const char **short_options)
 {
     const char first = *short_options == nullptr ? '\0' : **short_options;
-    if (first == '+' || first == '-')
-        ++*short_options;
-    if (first == '-')
+    if (first != '+' && first != '-')
+        return '\0';
+    ++*short_options;
+    return first;
+}
+
+Ordering choose_ordering(const Call &call)
+{
+    if (call.ordering == '-')
         return Ordering::ReturnInOrder;
-    if (first == '+' || std::getenv("POSIXLY_CORRECT") != nullptr)
+    if (call.ordering == '+' || std::getenv("POSIXLY_CORRECT") != nullptr)
         return Ordering::RequireOrder;
     return Ordering::Permute;
+}
+
+// ASCII only, and true for no other character than the letter in either case.
+bool is_letter(char c, char lower_case)
+{
+    return c == lower_case || c == lower_case - 'a' + 'A';
+}
+
+// False if no number in any locale begins like the text, which begins with a dash. Nearly all
+// options are excluded here; the scan of the others takes much longer.
+bool may_be_number(const char *text)
+{
+    const char first = text[1];
+    if (is_letter(first, 'i'))
+        return is_letter(text[2], 'n') && is_letter(text[3], 'f');
+    if (is_letter(first, 'n'))
+        return is_letter(text[2], 'a') && is_letter(text[3], 'n');
+    const bool letter = (first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z');
+    return !letter && first != '-';
 }
 
 // Returns true if the whole string is a number, optionally followed by white space: the first
@@ -103,12 +152,17 @@ bool is_operand(const char *element, bool long_only)
 {
     if (element[0] != '-')
         return !(long_only && element[0] == '+');
-    return element[1] == '\0' || reads_as_number(element);
+    return element[1] == '\0' || (may_be_number(element) && reads_as_number(element));
+}
+
+bool begins_with_two_dashes(const char *element)
+{
+    return element[0] == '-' && element[1] == '-';
 }
 
 bool is_end_of_options(const char *element)
 {
-    return std::strcmp(element, "--") == 0;
+    return begins_with_two_dashes(element) && element[2] == '\0';
 }
 
 // Moves the operands from `start` up to option_index after the `elements` that follow them; both
@@ -151,19 +205,16 @@ int return_operand(char *element)
 bool operand_ends_call(const Call &call, SkippedOperands *skipped, int *result)
 {
     *result = -1;
-    if (call.ordering == Ordering::Permute)
-        return permute_ends_parse(call, skipped);
     char *element = call.arguments[option_index];
-    if (!is_operand(element, call.long_only))
-        return false;
-    if (call.ordering == Ordering::ReturnInOrder)
+    const bool operand = is_operand(element, call.long_only);
+    if (!operand && !is_end_of_options(element))
+        return false; // an option in every ordering
+    const Ordering ordering = choose_ordering(call);
+    if (ordering == Ordering::Permute)
+        return permute_ends_parse(call, skipped);
+    if (operand && ordering == Ordering::ReturnInOrder)
         *result = return_operand(element);
-    return true;
-}
-
-bool begins_with_two_dashes(const char *element)
-{
-    return element[0] == '-' && element[1] == '-';
+    return operand;
 }
 
 // The element is not empty at the start of a word: an empty one is an operand.
@@ -181,6 +232,15 @@ void report_ambiguous(const Call &call, const char *first_name, const char *seco
                  call.arguments[0], call.arguments[option_index], first_name, second_name);
 }
 
+// The typed name may be empty; then every name begins with it.
+bool begins_with(const char *name, const char *typed, std::size_t length)
+{
+    std::size_t same = 0;
+    while (same < length && name[same] == typed[same])
+        ++same;
+    return same == length;
+}
+
 // Searches the table for the typed name of `length` bytes. Returns false, with the error reported,
 // if two names begin with it before one equals it. The order of these tests is deliberate, and
 // tables are ordered accordingly.
@@ -188,7 +248,7 @@ bool find_entry(const Call &call, const char *typed, std::size_t length, const L
 {
     *match = nullptr;
     for (const LongOption *entry = call.long_options; entry->name != nullptr; ++entry) {
-        if (std::strncmp(entry->name, typed, length) != 0)
+        if (!begins_with(entry->name, typed, length))
             continue;
         if (entry->name[length] == '\0') {
             *match = entry;
@@ -240,7 +300,7 @@ int character_code(char c)
 // the element, where strchr would find the terminator.
 bool find_short_option(const Call &call, char *element, Option *option)
 {
-    if (ends_at(element, option_position))
+    if (at_end(element))
         return false;
     char *typed = element + option_position;
     const char *listed = std::strchr(call.short_options, *typed);
@@ -257,7 +317,7 @@ void report_invalid(const Call &call, const char *element)
 {
     if (option_errors == 0)
         return;
-    if (ends_at(element, option_position))
+    if (at_end(element))
         std::fprintf(stderr, "%s: invalid option -- `-'\n", call.arguments[0]);
     else
         std::fprintf(stderr, "%s: invalid option -- `-%c'\n", call.arguments[0],
@@ -269,9 +329,9 @@ void report_invalid(const Call &call, const char *element)
 int reject_short_option(const Call &call, const char *element)
 {
     report_invalid(call, element);
-    if (!ends_at(element, option_position))
+    if (!at_end(element))
         ++option_position;
-    if (ends_at(element, option_position)) {
+    if (at_end(element)) {
         ++option_index;
         option_position = 1;
     }
@@ -374,9 +434,8 @@ int option_result(const Option &option, int *long_index)
 }
 
 // Recognises the option at option_index and option_position.
-int parse_one_option(const Call &call, const SkippedOperands &skipped, int *long_index)
+int parse_element(const Call &call, char *element, const SkippedOperands &skipped, int *long_index)
 {
-    char *element = call.arguments[option_index];
     Option option = {false, nullptr, 0, NoArgument, nullptr, 1};
     if (may_be_long_option(call, element) && !find_long_option(call, element, &option))
         return return_error('?');
@@ -387,6 +446,15 @@ int parse_one_option(const Call &call, const SkippedOperands &skipped, int *long
         return reject_missing_argument(call, option);
     consume_elements(call, skipped, option.elements);
     return option_result(option, long_index);
+}
+
+int parse_one_option(const Call &call, const SkippedOperands &skipped, int *long_index)
+{
+    char *element = call.arguments[option_index];
+    begin_measured(element);
+    const int result = parse_element(call, element, skipped, long_index);
+    measured.position = option_position;
+    return result;
 }
 
 } // namespace
@@ -409,10 +477,11 @@ int parse_options(int argument_count, char **arguments, const char *short_option
     if (option_index == 0) {
         option_index = 1;
         option_position = 1;
+        measured.element = nullptr; // the strings may be new ones at the same addresses
         if (vector_ends(argument_count, arguments))
             return -1;
     }
-    const Ordering ordering = choose_ordering(&short_options);
+    const char ordering = take_ordering(&short_options);
     const Call call = {argument_count, arguments,      short_options,
                        long_options,   long_only != 0, ordering};
     SkippedOperands skipped = {0, 0};

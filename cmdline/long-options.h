@@ -97,7 +97,8 @@
 //
 // State
 //
-// The state is in the five variables below: one parse at a time, from one thread. Setting
+// The state is in the five variables below, and the length of the element in which the last call
+// stopped is remembered with them: one parse at a time, from one thread. Setting
 // option_index to 0 starts again, with the same or another vector. No other variable needs to be
 // reset, except that a program without a short-option string sets option_code to '?' if an earlier
 // parse may have changed it.
@@ -179,7 +180,7 @@ extern int option_code;
 // Requires: arguments has argument_count elements, each terminated, of which a null one ends the
 // vector early; option_index is not negative and no element before it is null; each has_argument is
 // one of the three; the strings of the vector and the two lists do not change until the parse is
-// over.
+// over or, with option_index 0, begins again.
 int parse_options(int argument_count, char **arguments, const char *short_options,
                   const LongOption *long_options, int *long_index, int long_only);
 

@@ -1,12 +1,14 @@
 // The option parser, called until it reaches the end of a fuzzed argument vector, with fuzzed
 // option lists. The vector remains a permutation of itself, the parse only advances, every result
-// is one that the lists allow, and only whole messages are printed.
+// is one that the lists allow, only whole messages are printed, and everything is as with the
+// simplest form of the parser.
 //
 // An input: a byte of flags ('@' for none, see Flags), the string of short options, a byte with the
 // number of table entries, for each entry a byte with its kind ('0' to '2', or '3' to '5' with a
 // flag) and its name, then the elements of the vector.
 #include "cmdline/long-options.h"
 #include "fuzz/fuzz.h"
+#include "tests/cmdline/simple-long-options.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -43,6 +45,7 @@ struct Parse {
     std::int32_t stored = untouched;
     std::vector<std::string> texts;
     std::vector<char *> pointers;
+    std::vector<char *> simple_vector; // the vector of the simplest form
 };
 
 void read_lists(Input *input, Parse *parse)
@@ -183,14 +186,64 @@ void check_vector(const Parse &parse, char **vector)
         FUZZ_CHECK(std::equal(vector, vector + count, parse.pointers.begin()));
 }
 
+// What a call gave and left.
+struct Effects {
+    int result;
+    int long_index;
+    std::int32_t stored;
+    int index;
+    int position;
+    const char *argument;
+    int code;
+    std::string message;
+};
+
+bool operator==(const Effects &one, const Effects &other)
+{
+    return one.result == other.result && one.long_index == other.long_index &&
+           one.stored == other.stored && one.index == other.index &&
+           one.position == other.position && one.argument == other.argument &&
+           one.code == other.code && one.message == other.message;
+}
+
+// The same call of the simplest form, from the same state.
+Effects simple_call(Parse *parse, int count)
+{
+    simple::option_index = option_index;
+    simple::option_position = option_position;
+    simple::option_argument = option_argument;
+    simple::option_errors = option_errors;
+    simple::option_code = option_code;
+    int long_index = untouched;
+    parse->stored = untouched;
+    CapturedErrors errors;
+    const int result =
+        simple::parse_options(count, parse->simple_vector.data(), parse->short_options,
+                              (parse->flags & NoTable) != 0 ? nullptr : parse->table.data(),
+                              &long_index, (parse->flags & LongOnly) != 0 ? 1 : 0);
+    return {result,
+            long_index,
+            parse->stored,
+            simple::option_index,
+            simple::option_position,
+            simple::option_argument,
+            simple::option_code,
+            errors.finish()};
+}
+
 // Makes one call and checks its effects. Returns its result.
 int make_call(Parse *parse, char **vector, int count)
 {
+    const Effects expected = simple_call(parse, count);
     int long_index = untouched;
     parse->stored = untouched;
     CapturedErrors errors;
     const int result = call_parser(*parse, vector, count, &long_index);
-    check_message(*parse, result, errors.finish());
+    const std::string message = errors.finish();
+    FUZZ_CHECK((expected == Effects{result, long_index, parse->stored, option_index,
+                                    option_position, option_argument, option_code, message}));
+    FUZZ_CHECK(std::equal(parse->simple_vector.begin(), parse->simple_vector.end(), vector));
+    check_message(*parse, result, message);
     if (long_index != untouched)
         check_long_match(*parse, result, long_index);
     else
@@ -251,6 +304,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     std::copy(parse.pointers.begin(), parse.pointers.end(), vector);
     if (null_ends)
         vector[count] = nullptr;
+    parse.simple_vector.assign(vector, vector + count + (null_ends ? 1 : 0));
 
     reset_parser(parse);
     parse_to_end(&parse, vector, static_cast<int>(count) + (null_ends ? 2 : 0));

@@ -147,8 +147,13 @@ inline bool points_into(const Arguments &arguments, const char *argument)
                        });
 }
 
+// The parse of nothing makes the parser forget the strings of the one before.
 inline void reset_parser()
 {
+    char name[] = "prog";
+    char *nothing[] = {name};
+    option_index = 0;
+    parse_options(1, nothing, "", nullptr, nullptr, 0);
     option_index = 0;
     option_position = 0;
     option_argument = nullptr;

@@ -4,7 +4,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -12,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/cmdline/long-options-calls.h"
+#include "tests/cmdline/simple-long-options.h"
 #include "tests/harness/captured-output.h"
 
 namespace quintral::tests {
@@ -140,6 +143,120 @@ TEST(LongOptionsRandom, AnyVectorKeepsTheIndexInRangeAndTheVectorComplete)
     EXPECT_NE(std::string::npos, messages.find("argument required"));
     EXPECT_NE(std::string::npos, messages.find("invalid option -- `-'"));
     EXPECT_EQ(std::string::npos, messages.find('\0'));
+    reset_parser();
+}
+
+// A parser with its five variables.
+struct Parser {
+    decltype(&parse_options) parse;
+    int *index;
+    int *position;
+    char **argument;
+    int *errors;
+    int *code;
+};
+
+const Parser library_parser = {parse_options,    &option_index,  &option_position,
+                               &option_argument, &option_errors, &option_code};
+const Parser simple_parser = {simple::parse_options,    &simple::option_index,
+                              &simple::option_position, &simple::option_argument,
+                              &simple::option_errors,   &simple::option_code};
+
+// Makes up to `calls` calls, from the given index and position. Returns everything that each of
+// them gives and leaves, and what all of them print.
+std::string all_effects(const Parser &parser, const RandomCase &random_case, int index,
+                        int position, int calls)
+{
+    Arguments arguments = make_arguments(random_case.vector, random_case.end);
+    std::string effects;
+    *parser.index = index;
+    *parser.position = position;
+    *parser.argument = nullptr;
+    *parser.code = '?';
+    const std::string messages = captured_error([&] {
+        for (int result = 0; calls > 0 && result != -1; --calls) {
+            int long_index = untouched;
+            stored = untouched;
+            result = parser.parse(arguments.count, arguments.vector.get(),
+                                  random_case.mode.short_options, random_case.mode.long_options,
+                                  &long_index, random_case.mode.long_only);
+            for (const int number : {result, long_index, *parser.index, *parser.position,
+                                     *parser.errors, *parser.code, static_cast<int>(stored)})
+                effects += std::to_string(number) + " ";
+            effects += *parser.argument == nullptr ? "null" : "=" + std::string(*parser.argument);
+            effects += " [" + join_words(arguments) + "]\n";
+        }
+    });
+    return effects + messages;
+}
+
+TEST(LongOptionsRandom, AnyVectorGivesWhatTheSimplestFormGives)
+{
+    std::mt19937 random(20240119);
+    for (int i = 0; i < 4000 && !HasFailure(); ++i) {
+        RandomCase random_case;
+        fill_random_case(random, random_case);
+        const std::size_t words = split(random_case.vector).size();
+        const bool begin = random() % 4 != 0;
+        const int index = begin ? 0 : static_cast<int>(random() % (words + 1));
+        const int position = begin ? 0 : static_cast<int>(random() % 12) - 3;
+        if (random() % 8 == 0)
+            setenv("POSIXLY_CORRECT", "", 1);
+        reset_parser();
+        EXPECT_EQ(all_effects(library_parser, random_case, index, position, 30),
+                  all_effects(simple_parser, random_case, index, position, 30))
+            << "case " << i << ": " << describe(random_case);
+        unsetenv("POSIXLY_CORRECT");
+    }
+    reset_parser();
+}
+
+// Words that begin as numbers do, in every length up to the longest that differs.
+TEST(LongOptionsRandom, AnyNumberIsAnOperandAsInTheSimplestForm)
+{
+    std::mt19937 random(20240120);
+    static const char *const starts[] = {"",     "inf", "nan", "INF", "NaN", "Infinity",
+                                         "nan(", "i",   "n",   "0x",  "1e",  "."};
+    for (int i = 0; i < 2000 && !HasFailure(); ++i) {
+        RandomCase random_case;
+        random_case.vector = "prog|-";
+        random_case.vector += starts[random() % std::size(starts)];
+        random_case.vector += random_text(random, "iInNaAfFtTyY05.,eExp+-() ", 4);
+        random_case.mode = {"in:", kinds, static_cast<int>(random() % 2)};
+        reset_parser();
+        EXPECT_EQ(all_effects(library_parser, random_case, 0, 0, 12),
+                  all_effects(simple_parser, random_case, 0, 0, 12))
+            << random_case.vector;
+    }
+    reset_parser();
+}
+
+// A program that reuses the memory of its vector, and one that sets the position itself.
+TEST(LongOptionsRandom, ALengthIsNotKeptForOtherStringsOrPositions)
+{
+    char word[] = "-abcdef";
+    char name[] = "prog";
+    char *vector[] = {name, word, nullptr};
+    reset_parser();
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'a');
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'b');
+    option_index = 0;
+    std::strcpy(word, "-f");
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'f');
+    EXPECT_EQ(option_index, 2);
+
+    std::strcpy(word, "-abcdef");
+    option_index = 0;
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'a');
+    option_position = 6;
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'f');
+    EXPECT_EQ(option_index, 2);
+
+    option_index = 1;
+    option_position = 8;
+    option_errors = 0;
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), '?');
+    EXPECT_EQ(option_index, 2);
     reset_parser();
 }
 
