@@ -53,10 +53,11 @@ std::FILE *open_file(const char *path, const char *mode, unsigned flags)
     std::FILE *stream = std::fopen(path, mode);
     const int error = errno;
     if (stream != nullptr) {
-        // Deliberately by path and every time: the file-creation mask of the program that first
-        // wrote the file must not lock the others out.
+        // Deliberately every time: the file-creation mask of the program that first wrote the file
+        // must not lock the others out. Not by path: another file may have its name by now, and
+        // would be opened to all.
         if (mode[0] == 'w' || mode[0] == 'a')
-            static_cast<void>(chmod(path, shared_permissions));
+            static_cast<void>(fchmod(fileno(stream), shared_permissions));
         return stream;
     }
     if ((flags & (OpenFatal | OpenReport)) != 0)

@@ -35,7 +35,7 @@ using FileCallback = int (*)(const char *path, void *user_value);
 // Opens a file as std::fopen does. Returns the stream, which the caller closes with close_file, or
 // null on failure.
 //
-// A mode that begins with 'w' or 'a' sets the file's permissions to 0666, even if the file already
+// A mode that begins with 'w' or 'a' sets the opened file's permissions to 0666, even if it already
 // existed and whatever the process's file-creation mask, because Quintral programs share their
 // files between users. A failure to set them is not reported, and no other mode changes them.
 //

@@ -211,6 +211,14 @@ extern "C" int chmod(const char *path, mode_t mode) noexcept
     return real(path, mode);
 }
 
+extern "C" int fchmod(int descriptor, mode_t mode) noexcept
+{
+    if (call_fails("fchmod", nullptr))
+        return -1;
+    static const auto real = system_call("fchmod", &fchmod);
+    return real(descriptor, mode);
+}
+
 extern "C" DIR *opendir(const char *path)
 {
     if (call_fails("opendir", path))

@@ -79,11 +79,35 @@ TEST(OpenFileFaults, ReturnTheStreamIfPermissionsCannotBeSet)
             2, EPERM, [&] { return open_file(path.c_str(), mode, OpenFatal | OpenReport); });
         ASSERT_NE(stream, nullptr);
         ASSERT_EQ(calls.size(), 2U);
-        EXPECT_EQ(calls[1].function, "chmod");
-        EXPECT_EQ(calls[1].name, path);
+        EXPECT_EQ(calls[1].function, "fchmod");
         EXPECT_EQ(reports.size(), 0U);
         EXPECT_EQ(permissions_of(path), mode_t{0600});
         EXPECT_EQ(close_file(stream), 0);
+    }
+}
+
+TEST(OpenFileFaults, NeverSetThePermissionsOfAnotherFileThatGetsTheName)
+{
+    for (const char *mode : {"w", "a", "w+", "a+"}) {
+        const TempFolder folder;
+        const std::string path = folder.path("file");
+        make_file(folder.path("private"));
+        chmod(folder.path("private").c_str(), 0600);
+        bool exchanged = false;
+        before_call = [&](const Call &call) {
+            if (exchanged || call.function == "fopen")
+                return;
+            exchanged = true;
+            std::rename(path.c_str(), folder.path("opened").c_str());
+            std::rename(folder.path("private").c_str(), path.c_str());
+        };
+        std::FILE *stream =
+            with_failing_call(0, 0, [&] { return open_file(path.c_str(), mode, 0); });
+        ASSERT_NE(stream, nullptr);
+        EXPECT_TRUE(exchanged);
+        EXPECT_EQ(permissions_of(path), mode_t{0600}) << mode;
+        EXPECT_EQ(permissions_of(folder.path("opened")), mode_t{0666}) << mode;
+        close_file(stream);
     }
 }
 
