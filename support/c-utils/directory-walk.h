@@ -49,15 +49,65 @@ inline const dirent *next_entry(DIR *stream)
     return entry;
 }
 
-// Returns the names of the remaining entries, each followed by its terminator. A removal reads all
-// of them before it removes the first: what readdir yields while a directory is being emptied
-// differs between systems.
-inline std::string remaining_names(DIR *stream)
+// Returns the type bits of an entry's mode as its directory lists them, 0 if it does not. A removal
+// need not examine an entry whose type is listed.
+inline mode_t listed_type(const dirent *entry)
 {
-    std::string names;
+#ifdef DTTOIF
+    return static_cast<mode_t>(DTTOIF(entry->d_type));
+#else
+    static_cast<void>(entry);
+    return 0;
+#endif
+}
+
+// Entries of a directory, read before the first of them is removed: what readdir yields while a
+// directory is being emptied differs between systems. Each has one byte for its type, its name and
+// a terminator.
+struct EntryList {
+    std::string bytes;
+    std::size_t position = 0; // of the current entry
+};
+
+// Makes the type bits of a mode fit into a byte.
+inline constexpr int type_shift = 12;
+
+// Appends an entry of the given type bits, 0 if its type is not known.
+inline void add_entry(EntryList *list, mode_t type, const char *name)
+{
+    list->bytes += static_cast<char>(type >> type_shift);
+    list->bytes.append(name, std::strlen(name) + 1);
+}
+
+// Appends the remaining entries of a stream.
+inline void add_remaining_entries(EntryList *list, DIR *stream)
+{
     while (const dirent *entry = next_entry(stream))
-        names.append(entry->d_name, std::strlen(entry->d_name) + 1);
-    return names;
+        add_entry(list, listed_type(entry), entry->d_name);
+}
+
+// True if no entry is left. The functions below require one.
+inline bool is_at_end(const EntryList &list)
+{
+    return list.position == list.bytes.size();
+}
+
+// Returns the type bits of the current entry, 0 if its type is not known.
+inline mode_t current_type(const EntryList &list)
+{
+    return static_cast<mode_t>(static_cast<unsigned>(list.bytes[list.position]) << type_shift);
+}
+
+// Returns the name of the current entry. Adding an entry invalidates it.
+inline const char *current_name(const EntryList &list)
+{
+    return list.bytes.c_str() + list.position + 1;
+}
+
+// Makes the next entry current.
+inline void go_to_next(EntryList *list)
+{
+    list->position += 1 + std::strlen(current_name(*list)) + 1;
 }
 
 // Returns the length of an entry's path: directory, slash and name. Aborts the program if the path

@@ -79,6 +79,10 @@ int remove_path(const char *path);
 // the tree could not be removed. Nothing is reported. Throws std::bad_alloc when memory runs out;
 // what was removed by then stays removed, and no descriptor stays open.
 //
+// If the path leads through an entry of the tree, as "tree/folder/.." does, the removal ends when
+// it removes that entry, since the path then leads nowhere: what follows the entry in its directory
+// is left.
+//
 // Paths below the directory are limited to 1024 bytes, terminator included: the program ends with
 // abort() at the first entry whose path is longer; that entry and all entries after it in the walk
 // are left untouched.

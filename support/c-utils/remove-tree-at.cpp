@@ -1,13 +1,14 @@
 // remove_tree with calls relative to open directories (POSIX 2008; Mac OS X has them since 10.10).
 //
-// The walk uses only single path components and never opens a link, so swapping directories and
-// links around it cannot make it leave the tree. It keeps the last few directories on the current
-// path open, reopens the others through "..", and stops if ".." is not the directory it came from.
-// It does not recurse.
+// The walk opens and removes only single path components and never opens a link, so swapping
+// directories and links around it cannot make it leave the tree. It keeps the last few directories
+// on the current path open, reopens the others through "..", and stops if ".." is not the directory
+// it came from. It does not recurse.
 #include "support/c-utils/files.h"
 
 #include "support/c-utils/directory-walk.h"
 
+#include <cerrno>
 #include <deque>
 
 #include <fcntl.h>
@@ -36,25 +37,31 @@ constexpr int search_only = O_RDONLY;
 // One directory on the current path.
 struct Level {
     int descriptor = closed; // or AT_FDCWD
+    DirectoryStream stream;  // owns the descriptor, unless it is null
     dev_t device = 0;
     ino_t inode = 0;
     std::size_t path_length = 0;
-    std::string names;        // names of its entries, each with its terminator
-    std::size_t position = 0; // offset of the current entry's name
+    EntryList entries;
 };
 
 void close_level(Level *level)
 {
-    if (level->descriptor >= 0)
+    if (level->stream != nullptr)
+        level->stream.reset();
+    else if (level->descriptor >= 0)
         close(level->descriptor);
     level->descriptor = closed;
 }
 
 // The first level has the tree itself as its only entry, and stays open.
 struct Walk {
+    const char *path; // of the tree, as given
+    bool ended = false;
     std::deque<Level> levels = std::deque<Level>(1);
 
-    Walk() = default;
+    explicit Walk(const char *given) : path(given)
+    {
+    }
     Walk(const Walk &) = delete;
     Walk &operator=(const Walk &) = delete;
 
@@ -65,73 +72,108 @@ struct Walk {
     }
 };
 
-const char *current_name(const Level &level)
+// True if the path of the tree does not exist any more.
+bool path_has_vanished(const char *path)
 {
-    return level.names.c_str() + level.position;
+    struct stat status;
+    return lstat(path, &status) != 0 && errno == ENOENT;
 }
 
-// Tries to remove the current entry, and makes the next one current.
-void finish_entry(Level *level, int unlink_flags)
+// Tries to remove the current entry of the last level, and makes the next one current. Deliberately
+// ends the walk if the path of the tree led through that entry, as "tree/folder/.." does: the path
+// of everything that is left leads nowhere then.
+void finish_entry(Walk *walk, mode_t type)
 {
-    static_cast<void>(unlinkat(level->descriptor, current_name(*level), unlink_flags));
-    level->position += std::strlen(current_name(*level)) + 1;
+    Level &level = walk->levels.back();
+    const bool directory = (type & directory_bit) != 0;
+    const int flags = directory ? AT_REMOVEDIR : 0;
+    static_cast<void>(unlinkat(level.descriptor, current_name(level.entries), flags));
+    go_to_next(&level.entries);
+    const bool tree_is_done = walk->levels.size() == 1;
+    if (!tree_is_done && (directory || S_ISLNK(type)) && path_has_vanished(walk->path))
+        walk->ended = true;
 }
 
-// Opens the directory called name. Returns false unless it is the one that the level represents.
-bool open_level(Level *level, int from, const char *name)
+// Opens a directory. Returns false, with the level closed, if that fails.
+bool open_level(Level *level, int from, const char *name, struct stat *status)
 {
     level->descriptor = openat(from, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    struct stat status;
-    if (level->descriptor != closed && fstat(level->descriptor, &status) == 0 &&
-        status.st_dev == level->device && status.st_ino == level->inode)
+    if (level->descriptor != closed && fstat(level->descriptor, status) == 0)
         return true;
     close_level(level);
     return false;
 }
 
-// On failure the level has no names; its directory is then removed if it is empty, like one that
-// cannot be opened.
-void read_names(Level *level)
+// The same, and returns false unless the directory is the one that the level represents.
+bool open_known_level(Level *level, int from, const char *name)
 {
-    const int copy = fcntl(level->descriptor, F_DUPFD_CLOEXEC, 0);
-    const DirectoryStream stream(fdopendir(copy));
-    if (stream != nullptr)
-        level->names = remaining_names(stream.get());
-    else if (copy != closed)
-        close(copy);
+    struct stat status;
+    if (!open_level(level, from, name, &status))
+        return false;
+    if (status.st_dev == level->device && status.st_ino == level->inode)
+        return true;
+    close_level(level);
+    return false;
+}
+
+// On failure the level has no entries; its directory is then removed if it is empty, like one that
+// cannot be opened.
+void read_entries(Level *level)
+{
+    level->stream.reset(fdopendir(level->descriptor));
+    if (level->stream != nullptr)
+        add_remaining_entries(&level->entries, level->stream.get());
+}
+
+// Opens the current entry of the level above, which is either the directory that was examined or,
+// if examined is null, one that is listed as a directory. An entry is a single component: whatever
+// has its name now is part of the tree, and a link is not opened.
+bool open_entry(Level *level, const Level &above, const struct stat *examined)
+{
+    const char *name = current_name(above.entries);
+    if (examined != nullptr) {
+        level->device = examined->st_dev;
+        level->inode = examined->st_ino;
+        return open_known_level(level, above.descriptor, name);
+    }
+    struct stat status;
+    if (!open_level(level, above.descriptor, name, &status))
+        return false;
+    level->device = status.st_dev;
+    level->inode = status.st_ino;
+    return true;
 }
 
 // Appends the last level's current entry, a directory, as the new last level. Returns false if it
 // cannot be opened.
-bool enter_directory(Walk *walk, const struct stat &examined, std::size_t path_length)
+bool enter_directory(Walk *walk, const struct stat *examined, std::size_t path_length)
 {
     const Level &above = walk->levels.back();
     Level &level = walk->levels.emplace_back();
-    level.device = examined.st_dev;
-    level.inode = examined.st_ino;
     level.path_length = path_length;
-    if (!open_level(&level, above.descriptor, current_name(above))) {
+    if (!open_entry(&level, above, examined)) {
         walk->levels.pop_back();
         return false;
     }
-    read_names(&level);
+    read_entries(&level);
     if (walk->levels.size() > open_levels + 1)
         close_level(&walk->levels[walk->levels.size() - 1 - open_levels]);
     return true;
 }
 
-// Removes the last level's directory, which has been emptied as far as possible. Returns false if
+// Removes the last level's directory, which has been emptied as far as possible. Ends the walk if
 // the level above cannot be reopened.
-bool leave_directory(Walk *walk)
+void leave_directory(Walk *walk)
 {
     Level &level = walk->levels.back();
     Level &above = walk->levels[walk->levels.size() - 2];
-    if (above.descriptor == closed && !open_level(&above, level.descriptor, ".."))
-        return false;
+    if (above.descriptor == closed && !open_known_level(&above, level.descriptor, "..")) {
+        walk->ended = true;
+        return;
+    }
     close_level(&level);
     walk->levels.pop_back();
-    finish_entry(&above, AT_REMOVEDIR);
-    return true;
+    finish_entry(walk, S_IFDIR);
 }
 
 // Removes the last level's current entry, or enters it if it is a directory. Returns false if it
@@ -139,16 +181,21 @@ bool leave_directory(Walk *walk)
 bool remove_entry(Walk *walk, std::size_t path_length)
 {
     Level &level = walk->levels.back();
+    mode_t type = current_type(level.entries);
     struct stat status;
-    if (fstatat(level.descriptor, current_name(level), &status, AT_SYMLINK_NOFOLLOW) != 0)
-        status.st_mode = 0;
-    if ((status.st_mode & S_IFMT) == 0) {
-        level.position += std::strlen(current_name(level)) + 1;
+    const struct stat *examined = nullptr;
+    if (type == 0) {
+        const char *name = current_name(level.entries);
+        if (fstatat(level.descriptor, name, &status, AT_SYMLINK_NOFOLLOW) == 0)
+            type = status.st_mode & S_IFMT;
+        examined = &status;
+    }
+    if (type == 0) {
+        go_to_next(&level.entries);
         return false;
     }
-    const bool directory = (status.st_mode & directory_bit) != 0;
-    if (!directory || !enter_directory(walk, status, path_length))
-        finish_entry(&level, directory ? AT_REMOVEDIR : 0);
+    if ((type & directory_bit) == 0 || !enter_directory(walk, examined, path_length))
+        finish_entry(walk, type);
     return true;
 }
 
@@ -178,7 +225,7 @@ void open_first_level(Level *level, const char *path)
         level->descriptor = AT_FDCWD;
         length = 0;
     }
-    level->names.assign(path + length, std::strlen(path + length) + 1);
+    add_entry(&level->entries, 0, path + length);
 }
 
 } // namespace
@@ -187,16 +234,16 @@ int remove_tree(const char *path)
 {
     if (path == nullptr)
         return -1;
-    Walk walk;
+    Walk walk(path);
     open_first_level(&walk.levels.front(), path);
     if (!remove_entry(&walk, std::strlen(path)))
         return -1;
-    while (walk.levels.size() > 1) {
+    while (!walk.ended && walk.levels.size() > 1) {
         const Level &level = walk.levels.back();
-        if (level.position < level.names.size())
-            remove_entry(&walk, formed_path_length(level.path_length, current_name(level)));
-        else if (!leave_directory(&walk))
-            break;
+        if (is_at_end(level.entries))
+            leave_directory(&walk);
+        else
+            remove_entry(&walk, formed_path_length(level.path_length, current_name(level.entries)));
     }
     return 0;
 }

@@ -20,17 +20,17 @@ namespace {
 // One directory on the current path.
 struct Level {
     std::size_t path_length = 0;
-    std::string names;        // names of its entries, each with its terminator
-    std::size_t position = 0; // offset of the next entry's name
+    EntryList entries;
 };
 
-mode_t mode_of(const std::string &path)
+// Returns the type bits of a mode; 0 if the path cannot be examined.
+mode_t type_of(const std::string &path)
 {
     struct stat status;
-    return lstat(path.c_str(), &status) == 0 ? status.st_mode : mode_t{0};
+    return lstat(path.c_str(), &status) == 0 ? status.st_mode & S_IFMT : mode_t{0};
 }
 
-// Appends a directory as the new last level. If it cannot be opened, the level has no names; the
+// Appends a directory as the new last level. If it cannot be opened, the level has no entries; the
 // directory is then removed if it is empty.
 void enter_directory(std::vector<Level> *levels, const std::string &path)
 {
@@ -38,20 +38,16 @@ void enter_directory(std::vector<Level> *levels, const std::string &path)
     level.path_length = path.size();
     const DirectoryStream stream(opendir(path.c_str()));
     if (stream != nullptr)
-        level.names = remaining_names(stream.get());
+        add_remaining_entries(&level.entries, stream.get());
 }
 
-// Removes an entry, or enters it if it is a directory. Returns false if it cannot be examined.
-bool remove_entry(std::vector<Level> *levels, const std::string &path)
+// Removes an entry, or enters it if it is a directory; does nothing if it has no type.
+void remove_entry(std::vector<Level> *levels, const std::string &path, mode_t type)
 {
-    const mode_t mode = mode_of(path);
-    if ((mode & S_IFMT) == 0)
-        return false;
-    if ((mode & directory_bit) != 0)
+    if ((type & directory_bit) != 0)
         enter_directory(levels, path);
-    else
-        remove_path(path.c_str());
-    return true;
+    else if (type != 0)
+        static_cast<void>(unlink(path.c_str()));
 }
 
 // Removes the next entry of the last level or, after the last entry, the level's directory.
@@ -59,16 +55,17 @@ void remove_next(std::vector<Level> *levels, std::string *path)
 {
     Level &level = levels->back();
     path->resize(level.path_length);
-    if (level.position == level.names.size()) {
+    if (is_at_end(level.entries)) {
         static_cast<void>(rmdir(path->c_str()));
         levels->pop_back();
         return;
     }
-    const char *name = level.names.c_str() + level.position;
+    const char *name = current_name(level.entries);
     formed_path_length(level.path_length, name);
     path->append("/").append(name);
-    level.position += std::strlen(name) + 1;
-    remove_entry(levels, *path);
+    const mode_t listed = current_type(level.entries);
+    go_to_next(&level.entries);
+    remove_entry(levels, *path, listed != 0 ? listed : type_of(*path));
 }
 
 } // namespace
@@ -79,8 +76,10 @@ int remove_tree(const char *path)
         return -1;
     std::string current = path;
     std::vector<Level> levels;
-    if (!remove_entry(&levels, current))
+    const mode_t type = type_of(current);
+    if (type == 0)
         return -1;
+    remove_entry(&levels, current, type);
     while (!levels.empty())
         remove_next(&levels, &current);
     return 0;

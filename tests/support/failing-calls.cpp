@@ -17,6 +17,7 @@ std::vector<Call> calls;
 std::size_t failing_call = 0;
 std::function<void(const Call &call)> before_call;
 bool type_bits_hidden = false;
+bool entry_types_hidden = false;
 std::string forged_name;
 
 namespace {
@@ -64,8 +65,10 @@ int without_type(int result, struct stat *status)
     return result;
 }
 
-dirent *with_forged_name(dirent *entry)
+dirent *with_settings(dirent *entry)
 {
+    if (entry != nullptr && watching && entry_types_hidden)
+        entry->d_type = DT_UNKNOWN;
     if (entry != nullptr && watching && !forged_name.empty() &&
         std::strcmp(entry->d_name, "forged") == 0)
         std::snprintf(entry->d_name, sizeof entry->d_name, "%s", forged_name.c_str());
@@ -96,6 +99,7 @@ void stop_watching()
     failing_call = 0;
     before_call = nullptr;
     type_bits_hidden = false;
+    entry_types_hidden = false;
     forged_name.clear();
 }
 
@@ -104,7 +108,7 @@ void stop_watching()
 using quintral::tests::call_fails;
 using quintral::tests::released;
 using quintral::tests::system_call;
-using quintral::tests::with_forged_name;
+using quintral::tests::with_settings;
 using quintral::tests::without_type;
 
 extern "C" int stat(const char *path, struct stat *status) noexcept
@@ -168,7 +172,7 @@ extern "C" dirent *readdir(DIR *stream)
     if (call_fails("readdir", nullptr))
         return nullptr;
     static const auto real = system_call("readdir", &readdir);
-    return with_forged_name(real(stream));
+    return with_settings(real(stream));
 }
 
 extern "C" FILE *fopen(const char *path, const char *mode)

@@ -29,6 +29,7 @@ extern std::vector<Call> calls;
 // Settings for the next helper, reset when it returns.
 extern std::function<void(const Call &call)> before_call; // its own calls are not recorded
 extern bool type_bits_hidden;                             // examined files have no type
+extern bool entry_types_hidden;                           // directories list no types
 extern std::string forged_name; // read from a directory instead of "forged"; empty for none
 
 // The number of the call to fail, counted from 1; 0 for none. before_call may change it.

@@ -157,6 +157,32 @@ TEST(RemoveTree, AcceptsEverySpellingOfTheTop)
     }
 }
 
+// The path of each entry leads through `gone`, so whatever follows it in the directory is left.
+TEST(RemoveTree, EndsWhenItRemovesAPartOfItsOwnPath)
+{
+    for (const char *path :
+         {"tree/gone/..", "tree/gone/sub/../..", "tree/link/", "tree/gone/../."}) {
+        const TempFolder folder;
+        const std::string gone = path[5] == 'g' ? "gone" : "link";
+        make_directory(folder.path("tree"));
+        for (int i = 0; i < 40; ++i) {
+            if (i == 20)
+                make_directory(folder.path("tree/gone"));
+            if (i == 21)
+                make_link(".", folder.path("tree/link"));
+            make_file(folder.path("tree/" + std::to_string(i)));
+        }
+        make_directory(folder.path("tree/gone/sub"));
+        Names left = names_in_system_order(folder.path("tree"));
+        left.erase(left.begin(), std::find(left.begin(), left.end(), gone));
+        EXPECT_EQ(remove_tree(folder.path(path).c_str()), 0);
+        // Of "gone/sub", the part that vanishes first is "sub".
+        if (std::string(path).find("sub") == std::string::npos)
+            left.erase(left.begin());
+        EXPECT_EQ(names_in_system_order(folder.path("tree")), left) << path;
+    }
+}
+
 TEST(RemoveTree, EmptiesTheTargetOfALinkWithATrailingSlash)
 {
     const TempFolder folder;

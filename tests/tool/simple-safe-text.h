@@ -31,7 +31,7 @@ inline std::size_t simple_length(unsigned lead)
 inline SimpleCharacter simple_first_character(const std::string &text)
 {
     constexpr std::uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const SimpleCharacter ill_formed = {text.substr(0, 1)};
+    SimpleCharacter ill_formed = {text.substr(0, 1)};
     const unsigned lead = static_cast<unsigned char>(text[0]);
     const std::size_t length = simple_length(lead);
     if (length == 0 || length > text.size())
