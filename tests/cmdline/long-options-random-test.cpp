@@ -252,8 +252,18 @@ TEST(LongOptionsRandom, ALengthIsNotKeptForOtherStringsOrPositions)
     EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'f');
     EXPECT_EQ(option_index, 2);
 
+    // Without option_index 0, at the start of a word and past the end of another one.
+    std::strcpy(word, "-f");
     option_index = 1;
-    option_position = 8;
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'f');
+    std::strcpy(word, "-abcdef");
+    option_index = 1;
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'a');
+    EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'b');
+    EXPECT_EQ(option_index, 1);
+    std::strcpy(word, "-f");
+    word[5] = 'e';
+    option_position = 5;
     option_errors = 0;
     EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), '?');
     EXPECT_EQ(option_index, 2);
