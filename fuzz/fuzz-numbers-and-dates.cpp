@@ -8,6 +8,8 @@
 #include "support/ascii.h"
 #include "support/c-utils/transforms.h"
 #include "support/dates.h"
+#include "tests/support/reference-dates.h"
+#include "tests/support/reference-transforms.h"
 #include "web/update-check.h"
 #include "web/version-update.h"
 
@@ -72,6 +74,16 @@ std::size_t plain_number_length(const std::string &text)
     return end;
 }
 
+// True if the simple loop gives the same result and, unless it is NaN, the same bits.
+bool is_as_the_simple_loop(const char *text, int result, float value)
+{
+    float expected = value;
+    return reference::parse_float(text, &expected) == result &&
+           (std::isnan(expected)
+                ? std::isnan(value)
+                : expected == value && std::signbit(expected) == std::signbit(value));
+}
+
 void fuzz_float(Input *input)
 {
     const std::string text = take_text(input);
@@ -80,6 +92,7 @@ void fuzz_float(Input *input)
     float value = before;
     const int result = parse_float(block.data, &value);
     FUZZ_CHECK(result == 0 || result == 1);
+    FUZZ_CHECK(is_as_the_simple_loop(block.data, result, value));
 
     const std::size_t start = std::min(text.find_first_not_of(white_space), text.size());
     const std::size_t sign = text.find_first_not_of("+-", start) == start ? 0 : 1;
@@ -196,6 +209,10 @@ void fuzz_day_number(Input *input)
 {
     const std::int32_t day_number = take_int32(input);
     const Date date = date_of(day_number);
+    Date expected = {};
+    reference::day_number_to_date(day_number, &expected.year, &expected.month, &expected.day);
+    FUZZ_CHECK(date.year == expected.year && date.month == expected.month &&
+               date.day == expected.day);
     if (day_number >= first_day)
         check_calendar(day_number, date);
     check_texts(day_number, date);
@@ -208,6 +225,7 @@ void fuzz_date(Input *input)
     const std::int32_t month = take_int32(input);
     const std::int32_t day = take_int32(input);
     const std::int32_t day_number = date_to_day_number(year, month, day);
+    FUZZ_CHECK(day_number == reference::date_to_day_number(year, month, day));
     const std::int32_t small_year = year % 100000;
     const std::int32_t small_day = day % 1000000;
     FUZZ_CHECK(date_to_day_number(small_year, month % 100, small_day) -

@@ -5,6 +5,7 @@
 // and numbers.
 #include "fuzz/fuzz.h"
 #include "support/c-utils/transforms.h"
+#include "tests/support/reference-transforms.h"
 
 #include <algorithm>
 #include <cmath>
@@ -325,6 +326,29 @@ void fuzz_find(Input *input)
     FUZZ_CHECK(found == (at == std::string::npos ? nullptr : text_block.data + at));
 }
 
+// A piece repeated up to 255 times, with one byte changed, and a part of it. These make the search
+// compare the most.
+void fuzz_find_repeated(Input *input)
+{
+    const std::size_t times = take_byte(input);
+    const std::size_t change = take_byte(input);
+    const char changed_to = static_cast<char>(take_byte(input));
+    const std::size_t start = take_byte(input);
+    const std::size_t length = take_byte(input);
+    const std::string end = take_text(input);
+    const std::string piece = take_text(input).substr(0, 64);
+    std::string text;
+    for (std::size_t i = 0; i < times; ++i)
+        text += piece;
+    const std::string pattern = text.substr(std::min(start, text.size()), length) + end;
+    if (change < text.size() && changed_to != '\0')
+        text[change] = changed_to;
+    const ExactBlock text_block(text);
+    const ExactBlock pattern_block(pattern);
+    FUZZ_CHECK(find_ignoring_case(text_block.data, pattern_block.data) ==
+               reference::find_ignoring_case(text_block.data, pattern_block.data));
+}
+
 void fuzz_email(Input *input)
 {
     const std::string text = take_text(input);
@@ -427,6 +451,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
         fuzz_colours,         // 'S'
         fuzz_map,             // 'T'
         fuzz_map_of_eighths,  // 'U'
+        fuzz_find_repeated,   // 'V'
     };
     Input input = {bytes, size};
     run_cases(&input, kinds, 'A');

@@ -3,6 +3,7 @@
 #include "support/c-utils.h"
 
 #include "tests/harness/test-main.h"
+#include "tests/support/reference-memory.h"
 
 #include <clocale>
 #include <cstdarg>
@@ -253,6 +254,17 @@ TEST(AllocPrintf, ReturnsATextOfAnyLength)
     }
 }
 
+// Lengths around that of the local area in which short texts are formatted.
+TEST(AllocPrintf, AgreesWithMeasuringFirstForEveryLength)
+{
+    for (std::size_t length = 0; length <= 4200; length += length < 40 || length > 4060 ? 1 : 97) {
+        const std::string text(length, 'y');
+        EXPECT_EQ(taken(alloc_printf("%s%d", text.c_str(), 7)),
+                  taken(reference::alloc_printf("%s%d", text.c_str(), 7)))
+            << "length " << length;
+    }
+}
+
 TEST(AllocPrintf, ReturnsAnEmptyTextIfFormattingFails)
 {
     EXPECT_EQ(taken(alloc_printf("%ls", unprintable)), "");
@@ -397,6 +409,26 @@ struct LongRow {
     std::size_t given;
     std::int32_t appended;
 };
+
+TEST(StringBuffer, AgreesWithTheSimpleFormForAnyLengths)
+{
+    StringBuffer buffer = {}, expected = {};
+    dirty_the_stack();
+    for (std::size_t length = 0; length < 9000; length += 1 + length / 3) {
+        const std::string text(length, static_cast<char>('a' + length % 26));
+        EXPECT_EQ(string_buffer_printf(&buffer, "%s%d", text.c_str(), 1),
+                  reference::string_buffer_printf(&expected, "%s%d", text.c_str(), 1));
+        EXPECT_EQ(string_buffer_printf(&buffer, "x%lsy", length % 2 == 0 ? L"z" : unprintable),
+                  reference::string_buffer_printf(&expected, "x%lsy",
+                                                  length % 2 == 0 ? L"z" : unprintable));
+        ASSERT_EQ(buffer.capacity, expected.capacity);
+        ASSERT_EQ(buffer.length, expected.length);
+        const auto size = static_cast<std::size_t>(buffer.length) + 1;
+        ASSERT_EQ(std::string(buffer.data, size), std::string(expected.data, size));
+    }
+    string_buffer_free(&buffer);
+    string_buffer_free(&expected);
+}
 
 TEST(StringBuffer, AppendsTheFirst4094CharactersOfALongerText)
 {

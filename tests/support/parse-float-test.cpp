@@ -6,11 +6,13 @@
 
 #include "tests/harness/each-locale.h"
 #include "tests/harness/exact-buffer.h"
+#include "tests/support/reference-transforms.h"
 #include "tests/support/transform-calls.h"
 
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -393,6 +395,74 @@ TEST_P(ParseFloat, EveryByteExceptDigitsThePointAndAnExponentEndsTheNumber)
             expect_bits({"0.5"s + c + "5", one_half});
             expect_bits({"5e0"s + c + "5", five});
         }
+    }
+}
+
+// Against the simple loop, whose powers of ten come from the C library's strtod.
+
+void expect_as_the_simple_loop(const std::string &text)
+{
+    float number = -77.25F, expected = -77.25F;
+    ASSERT_EQ(parse_float(text.c_str(), &number), reference::parse_float(text.c_str(), &expected))
+        << shown(text);
+    if (std::isnan(expected))
+        ASSERT_TRUE(std::isnan(number)) << shown(text);
+    else
+        ASSERT_EQ(hexadecimal(float_bits(number)), hexadecimal(float_bits(expected)))
+            << shown(text);
+}
+
+// Zero, the smallest and the largest numbers, infinity, and some between, with every exponent at
+// which a power of ten is finite, and some beyond.
+TEST_P(ParseFloat, AgreesWithTheSimpleLoopForEveryExponent)
+{
+    const std::string numbers[] = {"0",
+                                   "-0",
+                                   "1",
+                                   "9.999999",
+                                   "16777215",
+                                   "1.1754945",
+                                   "0.1",
+                                   "7",
+                                   "3.40282346",
+                                   "-1234.5678901",
+                                   std::string(39, '9'),
+                                   std::string(37, '9'),
+                                   "0." + std::string(37, '0') + "9",
+                                   "0." + std::string(44, '0') + "1",
+                                   "0." + std::string(44, '0') + "9",
+                                   "340282346638528859811704183484516925440"};
+    for (const std::string &number : numbers) {
+        for (int exponent = -420; exponent <= 420; ++exponent)
+            expect_as_the_simple_loop(number + "e" + std::to_string(exponent));
+    }
+}
+
+TEST(ParseFloatReference, AgreesWithTheSimpleLoopForRandomNumbers)
+{
+    std::mt19937 random(4);
+    const auto digits = [&random](std::size_t longest) {
+        std::string text(random() % (longest + 1), '0');
+        for (char &c : text)
+            c = static_cast<char>('0' + random() % 10);
+        return text;
+    };
+    for (int i = 0; i < 200000; ++i) {
+        const int exponent = static_cast<int>(random() % 170) - 85;
+        expect_as_the_simple_loop(digits(12) + "." + digits(12) + "E" + std::to_string(exponent));
+    }
+}
+
+// Any order of the characters that mean something.
+TEST(ParseFloatReference, AgreesWithTheSimpleLoopForRandomCharacters)
+{
+    std::mt19937 random(5);
+    const std::string characters = " +-..00159eEx\t";
+    for (int i = 0; i < 200000; ++i) {
+        std::string text(random() % 14, ' ');
+        for (char &c : text)
+            c = characters[random() % characters.size()];
+        expect_as_the_simple_loop(text);
     }
 }
 
