@@ -249,17 +249,6 @@ std::size_t word_length(const char *text)
     return length;
 }
 
-const char *find_ignoring_case(const char *text, const char *pattern)
-{
-    if (*pattern == '\0')
-        return nullptr;
-    for (; *text != '\0'; ++text) {
-        if (ascii_skip_prefix(text, pattern) != nullptr)
-            return text;
-    }
-    return nullptr;
-}
-
 std::int32_t compare_words(const char *first, const char *second)
 {
     const std::size_t first_length = word_length(first);

@@ -118,7 +118,9 @@ std::int32_t nth_word(const char *text, std::int32_t n, char *destination);
 std::size_t word_length(const char *text);
 
 // Finds the first occurrence of a pattern, ignoring letter case. Returns a pointer into the text;
-// or null if there is none, and for an empty pattern or an empty text (unlike strstr).
+// or null if there is none, and for an empty pattern or an empty text (unlike strstr). The time
+// grows with the sum of the two lengths, not with their product. A match near the start is found
+// early, however long the text is.
 const char *find_ignoring_case(const char *text, const char *pattern);
 
 // Compares the first words of two strings, each up to white space or the end. The sign is
