@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "support/ascii.h"
+#include "support/c-utils/ascii-words.h"
 
 namespace quintral {
 
@@ -24,6 +25,26 @@ char *copy_mapped(const char *source, char *destination, char (*map)(char))
     for (; *source != '\0'; ++source)
         *out++ = map(*source);
     *out = '\0';
+    return destination;
+}
+
+// Copies with the case bit of each byte from first to last toggled. A byte that has been changed is
+// no longer in that range, so the last word may overlap the one before it, in place too.
+char *copy_toggled(const char *source, char *destination, char first, char last)
+{
+    const std::size_t length = std::strlen(source);
+    destination[length] = '\0';
+    if (length < word_size) {
+        for (std::size_t i = 0; i < length; ++i) {
+            const bool in_range = source[i] >= first && source[i] <= last;
+            destination[i] = static_cast<char>(in_range ? source[i] ^ case_bit : source[i]);
+        }
+        return destination;
+    }
+    const std::size_t last_word = length - word_size;
+    for (std::size_t i = 0; i < last_word; i += word_size)
+        store_word(destination + i, toggled_case(load_word(source + i), first, last));
+    store_word(destination + last_word, toggled_case(load_word(source + last_word), first, last));
     return destination;
 }
 
@@ -77,13 +98,13 @@ char *url_escape(const char *source, char *destination)
 
 int copy_lower_case(const char *source, char *destination)
 {
-    copy_mapped(source, destination, ascii_to_lower);
+    copy_toggled(source, destination, 'A', 'Z');
     return 0;
 }
 
 char *copy_upper_case(const char *source, char *destination)
 {
-    return copy_mapped(source, destination, ascii_to_upper);
+    return copy_toggled(source, destination, 'a', 'z');
 }
 
 char *copy_without_spaces_and_underscores(const char *source, char *destination)
