@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 #include "support/ascii.h"
@@ -297,16 +298,37 @@ int looks_like_email(const char *text)
 
 namespace {
 
-// Returns 10 to the power of n, correctly rounded. The C library's pow is not correctly rounded,
-// and its 32-bit and 64-bit builds differ in the last bit. strtod is, and without a decimal point
-// its result does not depend on the locale.
+// Powers of ten from 1e-85 to 1e85. The compiler rounds each of them correctly; the C library's pow
+// does not, and its 32-bit and 64-bit builds differ in the last bit.
+constexpr std::int32_t highest_power = 85;
+const double powers_of_ten[] = {
+    1e-85, 1e-84, 1e-83, 1e-82, 1e-81, 1e-80, 1e-79, 1e-78, 1e-77, 1e-76, 1e-75, 1e-74, 1e-73,
+    1e-72, 1e-71, 1e-70, 1e-69, 1e-68, 1e-67, 1e-66, 1e-65, 1e-64, 1e-63, 1e-62, 1e-61, 1e-60,
+    1e-59, 1e-58, 1e-57, 1e-56, 1e-55, 1e-54, 1e-53, 1e-52, 1e-51, 1e-50, 1e-49, 1e-48, 1e-47,
+    1e-46, 1e-45, 1e-44, 1e-43, 1e-42, 1e-41, 1e-40, 1e-39, 1e-38, 1e-37, 1e-36, 1e-35, 1e-34,
+    1e-33, 1e-32, 1e-31, 1e-30, 1e-29, 1e-28, 1e-27, 1e-26, 1e-25, 1e-24, 1e-23, 1e-22, 1e-21,
+    1e-20, 1e-19, 1e-18, 1e-17, 1e-16, 1e-15, 1e-14, 1e-13, 1e-12, 1e-11, 1e-10, 1e-9,  1e-8,
+    1e-7,  1e-6,  1e-5,  1e-4,  1e-3,  1e-2,  1e-1,  1e0,   1e1,   1e2,   1e3,   1e4,   1e5,
+    1e6,   1e7,   1e8,   1e9,   1e10,  1e11,  1e12,  1e13,  1e14,  1e15,  1e16,  1e17,  1e18,
+    1e19,  1e20,  1e21,  1e22,  1e23,  1e24,  1e25,  1e26,  1e27,  1e28,  1e29,  1e30,  1e31,
+    1e32,  1e33,  1e34,  1e35,  1e36,  1e37,  1e38,  1e39,  1e40,  1e41,  1e42,  1e43,  1e44,
+    1e45,  1e46,  1e47,  1e48,  1e49,  1e50,  1e51,  1e52,  1e53,  1e54,  1e55,  1e56,  1e57,
+    1e58,  1e59,  1e60,  1e61,  1e62,  1e63,  1e64,  1e65,  1e66,  1e67,  1e68,  1e69,  1e70,
+    1e71,  1e72,  1e73,  1e74,  1e75,  1e76,  1e77,  1e78,  1e79,  1e80,  1e81,  1e82,  1e83,
+    1e84,  1e85};
+static_assert(std::size(powers_of_ten) == 2 * highest_power + 1, "one for each exponent");
+
+// Returns 10 to the power of n in double precision, as a factor for a float. The smallest float
+// times 1e85 is infinite and the largest times 1e-85 is 0, as with any power further out, so one
+// beyond the table is replaced by the last one there. If the power itself is infinite or 0, the
+// product with 0 or infinity is NaN: from 1e309 on and below 1e-323.
 double power_of_ten(std::int32_t n)
 {
-    constexpr std::int32_t out_of_range = 400; // 1e400 is infinite, 1e-400 is 0
-    char text[8];
-    std::snprintf(text, sizeof text, "1e%d",
-                  static_cast<int>(std::clamp(n, -out_of_range, out_of_range)));
-    return std::strtod(text, nullptr);
+    if (n > 308)
+        return std::numeric_limits<double>::infinity();
+    if (n < -323)
+        return 0;
+    return powers_of_ten[std::clamp(n, -highest_power, highest_power) + highest_power];
 }
 
 float scaled_by_exponent(float value, const char *exponent)
@@ -317,25 +339,19 @@ float scaled_by_exponent(float value, const char *exponent)
 // Reads the number after the sign. Returns false if it has no digit.
 bool read_unsigned_float(const char *text, float *result)
 {
+    const char *start = text;
     float value = 0;
-    float scale = 1;
-    bool in_fraction = false;
-    bool has_digit = false;
-    for (;; ++text) {
-        if (ascii_is_digit(*text)) {
-            const float digit = static_cast<float>(*text - '0');
-            has_digit = true;
-            if (in_fraction) {
-                scale = scale * 0.1F;
-                value = value + digit * scale;
-            } else {
-                value = value * 10 + digit;
-            }
-        } else if (*text == '.' && !in_fraction) {
-            in_fraction = true;
-        } else {
-            break;
+    for (; ascii_is_digit(*text); ++text)
+        value = value * 10 + static_cast<float>(*text - '0');
+    bool has_digit = text != start;
+    if (*text == '.') {
+        start = ++text;
+        float scale = 1;
+        for (; ascii_is_digit(*text); ++text) {
+            scale = scale * 0.1F;
+            value = value + static_cast<float>(*text - '0') * scale;
         }
+        has_digit = has_digit || text != start;
     }
     if (*text == 'e' || *text == 'E')
         value = scaled_by_exponent(value, text + 1);
