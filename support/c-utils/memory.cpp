@@ -1,5 +1,6 @@
 #include "support/c-utils/memory.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,10 @@ constexpr std::size_t append_bound = append_area_size - 1;
 constexpr std::int32_t longest_append = append_bound - 1;
 constexpr std::int32_t failed_append = append_bound;
 
+// Size of the local area for a new string. Only a longer one is formatted twice. This exceeds every
+// message.
+constexpr std::size_t format_area_size = 4096;
+
 // Free bytes after the text of a buffer that has just grown.
 constexpr std::int32_t growth_reserve = 128;
 
@@ -32,19 +37,45 @@ char *text_or_throw(char *text)
     return static_cast<char *>(block_or_throw(text));
 }
 
-// Returns null when memory runs out, so that the caller can call va_end before it throws.
+// Formats a text once if it fits into a local area, and copies it into a block of its size. Returns
+// null when memory runs out, so that the caller can call va_end before it throws. The content of an
+// area is undefined if vsnprintf fails; callers still get a terminated string.
 QUINTRAL_PRINTF(1, 0) char *format_to_block(const char *format, std::va_list arguments)
+{
+    char area[format_area_size];
+    std::va_list again;
+    va_copy(again, arguments);
+    const int measured = std::vsnprintf(area, sizeof area, format, arguments);
+    const std::size_t length = measured < 0 ? 0 : static_cast<std::size_t>(measured);
+    char *text = static_cast<char *>(std::malloc(length + 1));
+    if (text != nullptr && length < sizeof area) {
+        std::memcpy(text, area, length);
+        text[length] = '\0';
+    } else if (text != nullptr && std::vsnprintf(text, length + 1, format, again) < 0) {
+        text[0] = '\0';
+    }
+    va_end(again);
+    return text;
+}
+
+// Formats the text of one append. Returns its length; the terminator follows it. If the formatting
+// fails, the whole area is appended: the text is then formatted a second time into zeros, so that
+// what follows it is not what was on the stack before.
+QUINTRAL_PRINTF(2, 0)
+std::int32_t format_append(char (&area)[append_area_size], const char *format,
+                           std::va_list arguments)
 {
     std::va_list again;
     va_copy(again, arguments);
-    const int measured = std::vsnprintf(nullptr, 0, format, arguments);
-    const std::size_t size = measured < 0 ? 1 : static_cast<std::size_t>(measured) + 1;
-    char *text = static_cast<char *>(std::malloc(size));
-    // The buffer's content is undefined if vsnprintf fails; callers still get a terminated string.
-    if (text != nullptr && std::vsnprintf(text, size, format, again) < 0)
-        text[0] = '\0';
+    std::int32_t length =
+        std::min(std::vsnprintf(area, append_bound, format, arguments), longest_append);
+    if (length < 0) {
+        std::memset(area, '\0', sizeof area);
+        std::vsnprintf(area, append_bound, format, again);
+        length = failed_append;
+    }
     va_end(again);
-    return text;
+    return length;
 }
 
 // Grows the buffer if needed for `added` more bytes. The sizes are computed in 64 bits, so that a
@@ -112,16 +143,12 @@ void string_buffer_init(StringBuffer *buffer)
 
 std::int32_t string_buffer_printf(StringBuffer *buffer, const char *format, ...)
 {
-    // Zeroed, because the whole area is appended if the formatting fails.
-    char area[append_area_size] = {};
+    // Not formatted into the block itself: an argument may point to its text.
+    char area[append_area_size];
     std::va_list arguments;
     va_start(arguments, format);
-    std::int32_t added = std::vsnprintf(area, append_bound, format, arguments);
+    const std::int32_t added = format_append(area, format, arguments);
     va_end(arguments);
-    if (added < 0)
-        added = failed_append;
-    else if (added > longest_append)
-        added = longest_append;
 
     ensure_capacity(buffer, added);
     std::memcpy(buffer->data + buffer->length, area, static_cast<std::size_t>(added) + 1);
