@@ -57,12 +57,18 @@ bool run_libcurl(std::uint16_t port, std::size_t header_size, std::size_t body_s
 
 // The loop of system calls: those of the web client, in its order, with the same arguments.
 
+// Waits until data can be read. A wait may end in silence while the server is busy.
 bool wait_for(int descriptor, timeval timeout)
 {
-    fd_set descriptors;
-    FD_ZERO(&descriptors);
-    FD_SET(descriptor, &descriptors);
-    return select(1024, &descriptors, nullptr, nullptr, &timeout) == 1;
+    int result = 0;
+    while (result == 0) {
+        fd_set descriptors;
+        FD_ZERO(&descriptors);
+        FD_SET(descriptor, &descriptors);
+        timeval left = timeout;
+        result = select(1024, &descriptors, nullptr, nullptr, &left);
+    }
+    return result > 0;
 }
 
 struct GrowingBlock {

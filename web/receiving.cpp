@@ -1,9 +1,10 @@
 #include "web/receiving.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
+#include <limits>
 #include <new>
-#include <string>
 
 #include <poll.h>
 #include <sys/select.h>
@@ -25,7 +26,8 @@ constexpr std::uint32_t time_limit = 10000; // milliseconds without data
 constexpr int header_wait = 100;            // milliseconds between two calls of the idle hook
 constexpr int body_wait = 10000;            // the whole time limit
 constexpr int select_range = 1024;          // select's first argument
-constexpr std::size_t chunk_size = 1024;    // of the body, terminator included
+constexpr std::size_t chunk_size = 1023;    // of the body, without a terminator
+constexpr std::size_t first_capacity = 2048;
 
 WebIdleHook idle_hook = nullptr;
 void *idle_hook_data = nullptr;
@@ -95,11 +97,12 @@ int cancelled()
 
 // Waits until data can be read, at most for the time limit, in waits of the given length. After
 // each wait it checks the cancel flag and calls the idle hook. Returns WebOk, WebTimedOut or
-// WebCancelled.
+// WebCancelled. The clock is read before the first wait and after a silent one only: a header has a
+// wait for each of its bytes.
 int wait_for_data(int descriptor, int milliseconds)
 {
     const std::uint32_t deadline = clock_milliseconds() + time_limit;
-    while (!has_passed(deadline)) {
+    do {
         bool readable = false;
         if (wait_once(descriptor, milliseconds, &readable) > 0)
             return readable ? WebOk : timed_out();
@@ -107,8 +110,46 @@ int wait_for_data(int descriptor, int milliseconds)
             return cancelled();
         if (idle_hook != nullptr)
             idle_hook(idle_hook_data);
-    }
+    } while (!has_passed(deadline));
     return timed_out();
+}
+
+// The block of a reply
+
+// A part of the reply, in the block that the caller gets. The block grows to twice its size: large
+// blocks are then moved by remapping their pages, and pages that nothing has been written to take
+// no memory, so the peak is that of the reply itself.
+struct ReplyPart {
+    char *bytes;          // null before the first byte
+    std::size_t capacity; // size of the block
+    std::size_t length;   // of the bytes received and kept
+    ~ReplyPart()
+    {
+        checked_free(bytes); // unless the caller has it: the idle hook may throw
+    }
+};
+
+// Grows the block if needed for `added` more bytes and a terminator.
+void ensure_capacity(ReplyPart *part, std::size_t added)
+{
+    if (part->capacity - part->length > added)
+        return;
+    if (part->capacity > std::numeric_limits<std::size_t>::max() / 2)
+        throw std::bad_alloc();
+    const std::size_t capacity = part->capacity == 0 ? first_capacity : 2 * part->capacity;
+    part->bytes = static_cast<char *>(checked_realloc(part->bytes, part->capacity, capacity));
+    part->capacity = capacity;
+}
+
+// Terminates the bytes and gives the block to the caller, reduced to what the string up to the
+// first NUL needs: a caller may keep a reply for long. If that throws, *text is unchanged.
+void deliver(ReplyPart *part, char **text)
+{
+    ensure_capacity(part, 0);
+    part->bytes[part->length] = '\0';
+    const std::size_t used = std::strlen(part->bytes) + 1;
+    *text = static_cast<char *>(checked_realloc(part->bytes, part->capacity, used));
+    part->bytes = nullptr;
 }
 
 // Receiving
@@ -133,15 +174,6 @@ int longer_than_limit(const char *which, std::size_t limit)
     return WebFailed;
 }
 
-// std::string reports a length above its own maximum with an exception that no caller expects. To
-// callers that is exhausted memory like any other.
-void append_bytes(std::string *text, const char *bytes, std::size_t length)
-{
-    if (length > text->max_size() - text->size())
-        throw std::bad_alloc();
-    text->append(bytes, length);
-}
-
 ssize_t receive_byte(int descriptor, char *byte)
 {
     ssize_t count;
@@ -159,7 +191,7 @@ ssize_t receive_byte(int descriptor, char *byte)
 // memory runs out: a service that closes within a line is broken, and no part of its header is
 // passed off as complete. The byte before the first counts as a line feed, so an empty reply has an
 // empty header.
-int receive_header(int descriptor, std::string *header)
+int receive_header(int descriptor, ReplyPart *header)
 {
     std::size_t line_length = 0;
     char byte = '\n';
@@ -177,31 +209,40 @@ int receive_header(int descriptor, std::string *header)
             line_length = 0;
         else if (byte != '\r')
             ++line_length;
-        if (limits.header_bytes != 0 && header->size() >= limits.header_bytes)
+        if (limits.header_bytes != 0 && header->length >= limits.header_bytes)
             return longer_than_limit("header", limits.header_bytes);
-        append_bytes(header, &byte, 1);
+        ensure_capacity(header, 1);
+        header->bytes[header->length++] = byte;
     }
 }
 
-// Receives up to the server's close. A NUL drops the rest of its chunk: the body is a string.
-int receive_body(int descriptor, std::string *body)
+// Returns how many of the bytes come before the first NUL: a body is a string.
+std::size_t length_without_nul(const char *bytes, std::size_t count)
 {
-    char chunk[chunk_size];
+    const void *nul = std::memchr(bytes, '\0', count);
+    return nul != nullptr ? static_cast<std::size_t>(static_cast<const char *>(nul) - bytes)
+                          : count;
+}
+
+// Receives up to the server's close. A NUL drops the rest of its chunk.
+int receive_body(int descriptor, ReplyPart *body)
+{
     std::size_t received = 0;
     for (;;) {
         const int waited = wait_for_data(descriptor, body_wait);
         if (waited != WebOk)
             return waited;
-        const ssize_t count = recv(descriptor, chunk, sizeof chunk - 1, 0);
+        ensure_capacity(body, chunk_size);
+        char *chunk = body->bytes + body->length;
+        const ssize_t count = recv(descriptor, chunk, chunk_size, 0);
         if (count < 0)
             return is_transient_error(errno) ? WebOk : receive_failed();
         if (count == 0)
             return WebOk;
-        chunk[count] = '\0';
         received += static_cast<std::size_t>(count);
         if (limits.body_bytes != 0 && received > limits.body_bytes)
             return longer_than_limit("body", limits.body_bytes);
-        append_bytes(body, chunk, std::strlen(chunk));
+        body->length += length_without_nul(chunk, static_cast<std::size_t>(count));
     }
 }
 
@@ -209,16 +250,16 @@ int receive_body(int descriptor, std::string *body)
 
 int web_receive_reply(int descriptor, char **header_out, char **body_out)
 {
-    std::string text;
-    int result = receive_header(descriptor, &text);
+    ReplyPart header = {};
+    int result = receive_header(descriptor, &header);
     if (result != WebOk)
         return result;
-    *header_out = copy_string_with_room(text.c_str(), 0);
-    text.clear();
-    result = receive_body(descriptor, &text);
+    deliver(&header, header_out);
+    ReplyPart body = {};
+    result = receive_body(descriptor, &body);
     if (result != WebOk)
         return result;
-    *body_out = copy_string_with_room(text.c_str(), 0);
+    deliver(&body, body_out);
     return WebOk;
 }
 

@@ -72,33 +72,37 @@ TEST_F(WebTransactionUnderFaults, EachFailedAllocationThrowsAndLeaksNothing)
         std::int64_t fail_at = 1;
         while (fails_cleanly(arrivals, fail_at) && !HasFailure())
             ++fail_at;
-        // At least the two copies of the reply. More is not certain: valgrind replaces operator
-        // new.
+        // At least the blocks of the reply. More is not certain: valgrind replaces operator new.
         EXPECT_GT(fail_at, 1) << "allocations are not counted";
         EXPECT_FALSE(HasFailure()) << "with allocation " << fail_at << " failing";
     }
 }
 
-TEST_F(WebTransactionUnderFaults, AFailureToCopyTheReplyThrowsAndClosesTheSocket)
+// A block is reduced to exactly the string that the caller gets, so the failure of an allocation of
+// that size is the failure of this step.
+TEST_F(WebTransactionUnderFaults, AFailureToReduceABlockThrowsAndClosesTheSocket)
 {
     // Sizes that no other allocation has.
     const std::string header_text = std::string(4320, 'h') + "\n";
     const std::string body_text(5432, 'b');
+    const std::string past_nul = std::string(1, '\0') + "lost\n";
     const struct {
         const char *name;
+        std::string header; // as it is sent
         std::size_t failing_size;
         bool header_delivered;
         long body_receives;
     } rows[] = {
-        {"header", header_text.size() + 1, false, 0},
-        {"body", body_text.size() + 1, true, 7},
+        {"header", header_text, header_text.size() + 1, false, 0},
+        {"header up to its NUL", header_text + past_nul, header_text.size() + 1, false, 0},
+        {"body", header_text, body_text.size() + 1, true, 7},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         char *header = nullptr;
         char *body = nullptr;
         stage.calls.clear();
-        stage.arrivals = {{header_text + "\n" + body_text}};
+        stage.arrivals = {{row.header + "\n" + body_text}};
         start_counting_with_failing_size(row.failing_size);
         EXPECT_THROW(
             web_request(web_url, "GET", 0, nullptr, &header, &body, nullptr, 0, nullptr, nullptr),
@@ -111,6 +115,37 @@ TEST_F(WebTransactionUnderFaults, AFailureToCopyTheReplyThrowsAndClosesTheSocket
         EXPECT_EQ(count_of_calls("close"), 1);
         EXPECT_STREQ(web_last_error(), "");
     }
+}
+
+// Delivers a body of this size and returns the number of allocations that took.
+std::int64_t allocations_for_body(std::size_t size)
+{
+    const std::string expected(size, 'b');
+    stage.arrivals = {{"A\n\n"}, {expected}};
+    stage.calls.clear();
+    char *header = nullptr;
+    char *body = nullptr;
+    start_counting();
+    web_request(web_url, "GET", 0, nullptr, &header, &body, nullptr, 0, nullptr, nullptr);
+    memory_count.on = false;
+    EXPECT_TRUE(taken(header) == "A\n");
+    EXPECT_TRUE(taken(body) == expected);
+    return memory_count.allocations;
+}
+
+// A body is received in the block that the caller gets: 2048 bytes, then twice as many. Each
+// receive needs 1024 bytes of it.
+TEST_F(WebTransactionUnderFaults, ABodyIsReceivedInOneBlockThatDoubles)
+{
+    const struct {
+        std::size_t size;
+        std::int64_t growths;
+    } rows[] = {
+        {1, 0}, {1024, 0}, {1025, 1}, {3072, 1}, {3073, 2}, {1000000, 9}, {1048576 - 1024, 9},
+    };
+    const std::int64_t without_growth = allocations_for_body(0);
+    for (const auto &row : rows)
+        EXPECT_EQ(allocations_for_body(row.size) - without_growth, row.growths) << row.size;
 }
 
 TEST_F(WebTransactionUnderFaults, AFailureToStoreAnErrorThrowsAndKeepsTheLastOne)

@@ -1,7 +1,7 @@
 // Update checks under faults: every allocation of a call fails once, formatting fails, and
-// receiving fails within a header that continues. The link wraps this program's malloc, free, recv
-// and vsnprintf (--wrap), and operator new uses that malloc. The replacements act on the test's own
-// thread only; the peer has others.
+// receiving fails within a header that continues. The link wraps this program's malloc, realloc,
+// free, recv and vsnprintf (--wrap), and operator new uses that malloc. The replacements act on the
+// test's own thread only; the peer has others.
 #include "web/update-check.h"
 
 #include "tests/harness/allocation.h"
@@ -24,28 +24,44 @@ thread_local int allocations_until_failure = 0; // 1: the next one fails; 0: non
 thread_local int receives_until_failure = 0;    // the same for recv
 thread_local bool formatting_fails = false;
 
+bool allocation_fails()
+{
+    if (allocations_until_failure == 0 || --allocations_until_failure > 0)
+        return false;
+    errno = ENOMEM;
+    return true;
+}
+
 } // namespace
 
 extern "C" {
 
 void *__real_malloc(std::size_t size);
+void *__real_realloc(void *block, std::size_t size);
 void __real_free(void *block);
 int __real_vsnprintf(char *text, std::size_t size, const char *format, std::va_list arguments);
 ssize_t __real_recv(int descriptor, void *bytes, std::size_t size, int flags);
 void *__wrap_malloc(std::size_t size);
+void *__wrap_realloc(void *block, std::size_t size);
 void __wrap_free(void *block);
 int __wrap_vsnprintf(char *text, std::size_t size, const char *format, std::va_list arguments);
 ssize_t __wrap_recv(int descriptor, void *bytes, std::size_t size, int flags);
 
 void *__wrap_malloc(std::size_t size)
 {
-    if (allocations_until_failure > 0 && --allocations_until_failure == 0) {
-        errno = ENOMEM;
+    if (allocation_fails())
         return nullptr;
-    }
     void *const block = __real_malloc(size);
     live_blocks += block != nullptr ? 1 : 0;
     return block;
+}
+
+void *__wrap_realloc(void *block, std::size_t size)
+{
+    if (allocation_fails())
+        return nullptr;
+    live_blocks += block == nullptr ? 1 : 0;
+    return __real_realloc(block, size);
 }
 
 void __wrap_free(void *block)
