@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "support/ascii.h"
 #include "web/http-text.h"
 #include "web/last-error.h"
 #include "web/receiving.h"
@@ -26,9 +27,34 @@ struct ConnectedSocket {
     }
 };
 
-// Finds the first address of a name. Returns 0, or -1 with the resolver's reason in *reason.
+// Reads an address in its usual form: four decimal numbers from 0 to 255 without leading zeros.
+// Other forms, such as octal numbers, are left to the resolver.
+bool read_numeric_address(const char *text, in_addr *address)
+{
+    std::uint32_t bits = 0;
+    for (int part = 0; part < 4; ++part) {
+        if (part > 0 && *text++ != '.')
+            return false;
+        const bool has_leading_zero = text[0] == '0' && ascii_is_digit(text[1]);
+        if (!ascii_is_digit(text[0]) || has_leading_zero)
+            return false;
+        unsigned number = 0;
+        for (; ascii_is_digit(*text) && number <= 255; ++text)
+            number = number * 10 + static_cast<unsigned>(*text - '0');
+        if (number > 255)
+            return false;
+        bits = bits << 8 | number;
+    }
+    address->s_addr = htonl(bits);
+    return *text == '\0';
+}
+
+// Finds the first address of a name. Returns 0, or -1 with the resolver's reason in *reason. The
+// resolver reads its files even for a numeric address, so that is not looked up.
 int find_address(const char *name, in_addr *address, const char **reason)
 {
+    if (read_numeric_address(name, address))
+        return 0;
     const hostent *entry = gethostbyname(name);
     if (entry == nullptr) {
         *reason = hstrerror(h_errno);

@@ -85,6 +85,8 @@ int web_request(const char *url, const char *method, int field_count, const WebF
 
 // Does the socket work of web_request for a URL that is already parsed. The scheme must be exactly
 // "HTTP"; path goes into the request line; host names the server for the lookup and the Host line.
+// A host or proxy of four decimal numbers from 0 to 255 without leading zeros, as 127.0.0.1, is an
+// address and is not looked up.
 // The extra header is sent with a line ending after it unless it is empty; the body is sent with
 // its full length. Results and outputs are those of web_request, but the last error is not cleared.
 // Requires: scheme, host, path and method are terminated and not null; the rest as for web_request.

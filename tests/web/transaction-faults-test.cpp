@@ -157,6 +157,84 @@ TEST_F(WebTransactionUnderFaults, AHostIsLookedUpInUpperCaseAndAProxyAsGiven)
     }
 }
 
+TEST_F(WebTransactionUnderFaults, FourDecimalNumbersAreNotLookedUp)
+{
+    for (const char *address :
+         {"127.0.0.1", "0.0.0.0", "255.255.255.255", "1.2.3.4", "10.20.30.40", "192.168.100.249",
+          "100.101.109.110", "8.8.0.199", "200.209.250.99"}) {
+        const std::string connection = std::string("connect ") + address;
+        stage.host_error = HOST_NOT_FOUND;
+        stage.connect_error = ECONNREFUSED;
+        EXPECT_EQ(call_scripted({std::string("http://") + address + ":81/"}),
+                  failed("Can't connect to web server '" + std::string(address) +
+                         "': " + detail_of(ECONNREFUSED)));
+        EXPECT_EQ(stage.calls, CallList({"socket", connection + ":81", "close"}));
+
+        WebCall through_proxy = {web_url};
+        through_proxy.proxy_host = address;
+        through_proxy.proxy_port = 3128;
+        call_scripted(through_proxy);
+        EXPECT_EQ(stage.calls, CallList({"socket", connection + ":3128", "close"}));
+    }
+}
+
+TEST_F(WebTransactionUnderFaults, AnyOtherFormOfAnAddressIsLookedUp)
+{
+    for (const char *host : {"256.0.0.1",
+                             "0.256.0.1",
+                             "0.0.256.1",
+                             "1.2.3.256",
+                             "1.2.3.260",
+                             "1.2.3.300",
+                             "1.2.3.999",
+                             "1.2.3.1000",
+                             "1.2.3.4294967297",
+                             "1.2.3.18446744073709551617",
+                             "01.2.3.4",
+                             "1.02.3.4",
+                             "1.2.3.04",
+                             "1.2.3.00",
+                             "00.0.0.0",
+                             "000.0.0.0",
+                             "0x1.2.3.4",
+                             "1.2.3.0x4",
+                             "1",
+                             "1.2",
+                             "1.2.3",
+                             "1.2.3.",
+                             "1.2.3.4.",
+                             "1.2.3.4.5",
+                             ".1.2.3.4",
+                             "1..3.4",
+                             "1...4",
+                             "...",
+                             ".",
+                             " 1.2.3.4",
+                             "1.2.3.4 ",
+                             "1.2.3. 4",
+                             "1.2.3.4\n",
+                             "-1.2.3.4",
+                             "+1.2.3.4",
+                             "1.2.3.-4",
+                             "1.2.3.4a",
+                             "a1.2.3.4",
+                             "1.2.3.a",
+                             "a.2.3.4",
+                             "1,2,3,4",
+                             "1:2:3:4",
+                             "1.2.3/4",
+                             "2130706433",
+                             "1.2.3.4:80",
+                             "::1",
+                             "\xb1.2.3.4"}) {
+        WebCall call = {web_url};
+        call.proxy_host = host;
+        stage.host_error = HOST_NOT_FOUND;
+        EXPECT_EQ(call_scripted(call), failed("Can't find web server 'WEB': Unknown host")) << host;
+        EXPECT_EQ(stage.calls, CallList({"socket", std::string("lookup ") + host, "close"}));
+    }
+}
+
 TEST_F(WebTransactionUnderFaults, ErrorsNameAHostOfAnyLengthInFull)
 {
     const std::string host(100000, 'h');
