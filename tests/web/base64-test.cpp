@@ -3,6 +3,7 @@
 #include "web/base64.h"
 
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -119,6 +120,51 @@ TEST(Base64, WritesAnEmptyStringForNBelow1WithoutReading)
         char destination[] = "####";
         base64_encode(nullptr, n, destination);
         EXPECT_EQ(std::string(destination, 4), std::string("\0###", 4)) << "n " << n;
+    }
+}
+
+// The definition, six bits at a time: slow, and simple enough to be right.
+std::string encode_simply(const std::string &source)
+{
+    std::string text;
+    unsigned bits = 0;
+    int bit_count = 0;
+    for (const char c : source) {
+        bits = bits << 8 | static_cast<unsigned char>(c);
+        for (bit_count += 8; bit_count >= 6; bit_count -= 6)
+            text += alphabet[bits >> (bit_count - 6) & 63];
+    }
+    if (bit_count > 0)
+        text += alphabet[bits << (6 - bit_count) & 63];
+    text.append((4 - text.size() % 4) % 4, '=');
+    return text;
+}
+
+TEST(Base64, GivesWhatTheDefinitionGivesForEachLength)
+{
+    std::mt19937 random(20260722);
+    for (std::size_t length = 0; length < 600; ++length) {
+        std::string source;
+        while (source.size() < length)
+            source += static_cast<char>(random() & 0xff);
+        EXPECT_EQ(encode_exactly(source), with_terminator(encode_simply(source)))
+            << "bytes " << shown(source);
+    }
+}
+
+// At each place of the groups.
+TEST(Base64, GivesWhatTheDefinitionGivesForEachPairOfBytes)
+{
+    std::string source;
+    for (int first = 0; first < 256; ++first) {
+        for (int second = 0; second < 256; ++second) {
+            source += static_cast<char>(first);
+            source += static_cast<char>(second);
+        }
+    }
+    for (std::size_t start = 0; start < 6; ++start) {
+        const std::string part = source.substr(start);
+        EXPECT_TRUE(encode_exactly(part) == with_terminator(encode_simply(part))) << start;
     }
 }
 
