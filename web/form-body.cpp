@@ -2,16 +2,11 @@
 
 #include "support/ascii.h"
 
-#include <cstdio>
-
 namespace quintral {
 
 namespace {
 
 constexpr int field_limit = 1023;
-
-// Three bytes for each counted unit, the byte that a truncated value skips, and the terminator.
-constexpr int scratch_size = 3 * field_limit + 2;
 
 char *append_escaped_byte(char *out, char c)
 {
@@ -27,13 +22,33 @@ char *append_escaped_byte(char *out, char c)
     return out;
 }
 
-// The scratch is zeroed for every value, so that a byte skipped by truncation is a NUL and nothing
-// of an earlier field can be sent in its place.
+// Escapes up to a limit, without a terminator. Returns the end of the output; *skips_byte says
+// whether it is followed by the byte that a truncated value skips.
+char *escape_up_to(char *out, const char *source, int limit, bool *skips_byte)
+{
+    *skips_byte = false;
+    int count = 0;
+    for (; *source != '\0' && count < limit; ++source) {
+        const bool plain = ascii_is_letter_or_digit(*source);
+        if (!plain && count > limit - 3) {
+            *skips_byte = true;
+            break;
+        }
+        out = append_escaped_byte(out, *source);
+        // Deliberate: a space counts 1 although it takes three bytes. Existing programs depend on
+        // where their values are truncated.
+        count += plain || *source == ' ' ? 1 : 3;
+    }
+    return out;
+}
+
+// A skipped byte is left out: nothing of an earlier field can be sent in its place.
 void append_escaped(std::string &body, const char *value)
 {
-    char scratch[scratch_size] = {};
+    char escaped[3 * field_limit]; // three bytes for each counted unit
+    bool skips_byte = false;
     if (value != nullptr)
-        body += web_escape_bounded(scratch, value, field_limit);
+        body.append(escaped, escape_up_to(escaped, value, field_limit, &skips_byte));
 }
 
 } // namespace
@@ -48,10 +63,8 @@ void web_form_body(int field_count, const WebField *fields, std::string &header,
         new_body += '=';
         append_escaped(new_body, fields[i].value);
     }
-    char length[32];
-    std::snprintf(length, sizeof length, "%ld", static_cast<long>(new_body.size()));
     std::string new_header = "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: ";
-    new_header += length;
+    new_header += std::to_string(new_body.size());
 
     header.swap(new_header);
     body.swap(new_body);
@@ -68,19 +81,10 @@ char *web_escape(char *destination, const char *source)
 
 char *web_escape_bounded(char *destination, const char *source, int limit)
 {
-    char *out = destination;
-    int count = 0;
-    for (; *source != '\0' && count < limit; ++source) {
-        const bool plain = ascii_is_letter_or_digit(*source);
-        if (!plain && count > limit - 3) {
-            ++out; // deliberate: the byte keeps its old value
-            break;
-        }
-        out = append_escaped_byte(out, *source);
-        // Deliberate: a space counts 1 although it takes three bytes. Existing programs depend on
-        // where their values are truncated.
-        count += plain || *source == ' ' ? 1 : 3;
-    }
+    bool skips_byte = false;
+    char *out = escape_up_to(destination, source, limit, &skips_byte);
+    if (skips_byte)
+        ++out; // deliberate: the byte keeps its old value
     *out = '\0';
     return destination;
 }
