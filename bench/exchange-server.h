@@ -1,8 +1,8 @@
-#pragma once
-
 // The server of the exchange benchmark: a child process that listens on a free port of 127.0.0.1
 // and answers one request at a time. The path of a request is /HEADER/BODY, the sizes of the reply
 // in bytes.
+#ifndef QUINTRAL_BENCH_EXCHANGE_SERVER_H
+#define QUINTRAL_BENCH_EXCHANGE_SERVER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -25,3 +25,5 @@ ExchangeServer start_exchange_server();
 void stop_exchange_server(const ExchangeServer &server);
 
 } // namespace quintral
+
+#endif

@@ -1,7 +1,7 @@
-#pragma once
-
 // The sides of the exchange benchmark: one exchange with its server by the web client, by libcurl,
 // and by a loop of the client's own system calls with nothing around them.
+#ifndef QUINTRAL_BENCH_EXCHANGE_SIDES_H
+#define QUINTRAL_BENCH_EXCHANGE_SIDES_H
 
 #include <cstddef>
 #include <cstdint>
@@ -33,3 +33,5 @@ std::size_t received_body_size(const ExchangeReply &reply);
 void release_exchange_reply(ExchangeReply *reply);
 
 } // namespace quintral
+
+#endif

@@ -1,6 +1,7 @@
 #include "bench/cases.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include <curl/curl.h>
@@ -141,7 +142,7 @@ constexpr int form_fields = 8;
 std::string escaped_by_libcurl(const std::string &text)
 {
     char *escaped = curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size()));
-    const std::string copy = escaped;
+    std::string copy = escaped;
     curl_free(escaped);
     return copy;
 }
@@ -150,7 +151,8 @@ std::string escaped_simply(const std::string &text)
 {
     std::string escaped(3 * text.size() + 1, '\0');
     simple_escape(text, &escaped[0]);
-    return escaped.c_str();
+    escaped.resize(std::strlen(escaped.data()));
+    return escaped;
 }
 
 std::string joined_form(const std::string &value, std::string (*escape)(const std::string &))
@@ -188,7 +190,7 @@ void add_web_cases(BenchCases *cases)
         add_escape(cases, size);
     }
     // No value of the form is longer than the bounded escape takes.
-    for (std::size_t size : {64, 1024, 4096})
+    for (std::size_t size : {64U, 1024U, 4096U})
         add_form(cases, size);
 }
 

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -113,10 +114,10 @@ std::string base64_bit_by_bit(const std::string &bytes)
     return text;
 }
 
-std::string join(const std::vector<std::string> &pieces)
+std::string join(const std::vector<std::string_view> &pieces)
 {
     std::string joined;
-    for (const std::string &piece : pieces)
+    for (const std::string_view piece : pieces)
         joined += piece;
     return joined;
 }
@@ -124,9 +125,9 @@ std::string join(const std::vector<std::string> &pieces)
 // The header lines that are the same in every request.
 std::string fixed_lines()
 {
-    std::vector<std::string> pieces;
-    web_compose_request({"GET", "", "", "", 0, "", 0, nullptr, nullptr}, &pieces);
-    const std::string request = join(pieces);
+    WebRequestText text;
+    web_compose_request({"GET", "", "", "", 0, "", 0, nullptr, nullptr}, &text);
+    const std::string request = join(text.pieces);
     const std::size_t start = request.find("\r\n") + 2;
     return request.substr(start, request.rfind("Host: ") - start);
 }
@@ -153,8 +154,8 @@ void fuzz_request(Input *input)
                                 body.size(),
                                 (given & 1U) != 0 ? user_block.data : nullptr,
                                 (given & 2U) != 0 ? password_block.data : nullptr};
-    std::vector<std::string> pieces = {"left from before"};
-    web_compose_request(request, &pieces);
+    WebRequestText text = {{"left from before"}, "left from before"};
+    web_compose_request(request, &text);
 
     static const std::string fixed = fixed_lines();
     std::string expected = (method == "POST" ? "POST " : "GET ") + path + " HTTP/1.0\r\n" + fixed;
@@ -166,7 +167,7 @@ void fuzz_request(Input *input)
     expected += "\r\n";
     if (method == "POST")
         expected += body;
-    FUZZ_CHECK(join(pieces) == expected);
+    FUZZ_CHECK(join(text.pieces) == expected);
 }
 
 void fuzz_proxy_text(Input *input)

@@ -11,6 +11,7 @@ namespace quintral {
 namespace {
 
 constexpr std::int32_t default_port = 80;
+constexpr char referer_line[] = "Referer: " QUINTRAL_WEB_DOMAIN "\r\n";
 
 bool belongs_to_host(char c)
 {
@@ -69,25 +70,38 @@ void web_parse_url(const char *url, WebUrl *result)
                                                   : ascii_to_int(host_run.c_str() + port_mark + 1);
 }
 
-void web_compose_request(const WebRequest &request, std::vector<std::string> *pieces)
+void web_compose_request(const WebRequest &request, WebRequestText *text)
 {
     const bool is_post = std::strcmp(request.method, "POST") == 0;
-    pieces->clear();
-    pieces->emplace_back(is_post ? "POST " : "GET ");
-    pieces->emplace_back(request.path);
-    pieces->emplace_back(" HTTP/1.0\r\n");
-    pieces->emplace_back("Accept: image/gif, image/x-xbitmap, image/jpeg, image/pjpeg, */*\r\n");
-    pieces->emplace_back("Accept-Language: en-us\r\n");
-    pieces->emplace_back("User-Agent: Velmora_Auto1\r\n");
-    pieces->emplace_back("Referer: " QUINTRAL_WEB_DOMAIN "\r\n");
-    if (request.extra_header_length > 0)
-        pieces->push_back(std::string(request.extra_header, request.extra_header_length) + "\r\n");
-    pieces->push_back(std::string("Host: ") + request.host + "\r\n");
+    std::string &lines = text->lines;
+    lines.assign(request.extra_header, request.extra_header_length);
+    if (!lines.empty())
+        lines += "\r\n";
+    const std::size_t host_start = lines.size();
+    lines.append("Host: ").append(request.host).append("\r\n");
+    const std::size_t credentials_start = lines.size();
     if (request.user != nullptr && request.password != nullptr)
-        pieces->push_back(credentials_line(request.user, request.password));
-    pieces->emplace_back("\r\n");
+        lines += credentials_line(request.user, request.password);
+
+    const std::string_view composed = lines; // complete: it does not move any more
+    text->pieces = {
+        is_post ? "POST " : "GET ",
+        request.path,
+        " HTTP/1.0\r\n",
+        "Accept: image/gif, image/x-xbitmap, image/jpeg, image/pjpeg, */*\r\n",
+        "Accept-Language: en-us\r\n",
+        "User-Agent: Velmora_Auto1\r\n",
+        referer_line,
+    };
+    std::vector<std::string_view> &pieces = text->pieces;
+    if (host_start > 0)
+        pieces.push_back(composed.substr(0, host_start));
+    pieces.push_back(composed.substr(host_start, credentials_start - host_start));
+    if (credentials_start < composed.size())
+        pieces.push_back(composed.substr(credentials_start));
+    pieces.emplace_back("\r\n");
     if (is_post)
-        pieces->emplace_back(request.body, request.body_length);
+        pieces.emplace_back(request.body, request.body_length);
 }
 
 int web_scan_status_line(const char *text, WebStatusLine *line)

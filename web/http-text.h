@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quintral {
@@ -32,6 +33,13 @@ struct WebRequest {
     std::size_t body_length;
     const char *user;     // the credentials line is sent if user and password are both not null,
     const char *password; // even if they are empty
+};
+
+// A request as the pieces to send, in order. They point into the strings of the WebRequest and into
+// `lines`, so a record must not be copied or moved.
+struct WebRequestText {
+    std::vector<std::string_view> pieces;
+    std::string lines; // those that have to be composed
 };
 
 // A parsed status line.
@@ -63,14 +71,15 @@ void web_parse_url(const char *url, WebUrl *result);
 
 // Composes the request as the pieces to send, in order, one send each: the method, the path, the
 // version, five fixed header lines, the extra header, the Host line, the credentials line, the
-// empty line and the body. A piece that the request does not have is left out.
+// empty line and the body. A piece that the request does not have is left out. The path and the
+// body are not copied: the pieces are valid as long as the request's strings.
 //
 // The credentials are standard base64 of "user:password" in the origin server's line,
 // "Authorization: Basic ", even to a proxy: the maker's service and the studios' proxies depend on
 // it. A GET includes the extra header too, although it sends no body.
-// Replaces *pieces. Throws std::bad_alloc.
+// Replaces *text. Throws std::bad_alloc.
 // Requires: method, path and host are terminated; extra_header and body hold their lengths.
-void web_compose_request(const WebRequest &request, std::vector<std::string> *pieces);
+void web_compose_request(const WebRequest &request, WebRequestText *text);
 
 // Reads the text after "HTTP/" in a reply's header as scanf's "%d.%d %d %[^\r\n]" does. Returns how
 // many of the four items it found (0 to 4). Fields after the last item are 0 or empty.

@@ -1,7 +1,7 @@
 #include "web/transaction.h"
 
 #include <cstring>
-#include <vector>
+#include <string_view>
 
 #include <netdb.h>
 #include <netinet/in.h>
@@ -92,9 +92,9 @@ int connect_to(int descriptor, const char *peer, std::uint16_t port, const char 
 
 void send_request(int descriptor, const WebRequest &request)
 {
-    std::vector<std::string> pieces;
-    web_compose_request(request, &pieces);
-    for (const std::string &piece : pieces)
+    WebRequestText text;
+    web_compose_request(request, &text);
+    for (const std::string_view piece : text.pieces)
         web_socket_send(descriptor, piece.data(), piece.size());
 }
 

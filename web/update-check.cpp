@@ -282,13 +282,13 @@ void web_compose_update_request(const WebUpdateQuery *query, std::string &bytes)
     web_form_body(update_field_count, form.fields, header, body);
     const ProxySettings none = {};
     const ProxySettings &proxy = query->proxy != nullptr ? *query->proxy : none;
-    std::vector<std::string> pieces;
+    WebRequestText text;
     web_compose_request({"POST", url.c_str(), target.host.c_str(), header.data(), header.size(),
                          body.data(), body.size(), null_if_empty(proxy.user),
                          null_if_empty(proxy.password)},
-                        &pieces);
+                        &text);
     std::string request; // not bytes: the query may point into those
-    for (const std::string &piece : pieces)
+    for (const std::string_view piece : text.pieces)
         request += piece;
     bytes.swap(request);
 }

@@ -140,11 +140,11 @@ std::vector<std::string> pieces_of(const char *method, const std::string &extra_
                                    const std::string &body, const char *user = nullptr,
                                    const char *password = nullptr)
 {
-    std::vector<std::string> pieces = {"left over"};
+    WebRequestText text = {{"left over"}, "left over"};
     web_compose_request({method, "http://Web/p", "WEB", extra_header.data(), extra_header.size(),
                          body.data(), body.size(), user, password},
-                        &pieces);
-    return pieces;
+                        &text);
+    return {text.pieces.begin(), text.pieces.end()};
 }
 
 std::vector<std::string> with_fixed_lines(const std::string &method,
@@ -260,15 +260,28 @@ TEST_P(HttpText, PiecesOfAnyLengthAreNotCut)
     const std::string host(100000, 'H');
     const std::string extra(100000, 'e');
     const std::string body(100000, 'b');
-    std::vector<std::string> pieces;
+    WebRequestText text;
     web_compose_request({"POST", path.c_str(), host.c_str(), extra.data(), extra.size(),
                          body.data(), body.size(), nullptr, nullptr},
-                        &pieces);
+                        &text);
+    const std::vector<std::string_view> &pieces = text.pieces;
     ASSERT_EQ(pieces.size(), 11u);
     EXPECT_EQ(pieces[1], path);
     EXPECT_EQ(pieces[7], extra + "\r\n");
     EXPECT_EQ(pieces[8], "Host: " + host + "\r\n");
     EXPECT_EQ(pieces[10], body);
+}
+
+TEST_P(HttpText, ThePathAndTheBodyAreSentFromWhereTheyAre)
+{
+    const std::string path(100, 'p');
+    const std::string body(100, 'b');
+    WebRequestText text;
+    web_compose_request(
+        {"POST", path.c_str(), "WEB", "", 0, body.data(), body.size(), nullptr, nullptr}, &text);
+    ASSERT_EQ(text.pieces.size(), 10u);
+    EXPECT_EQ(text.pieces[1].data(), path.data());
+    EXPECT_EQ(text.pieces[9].data(), body.data());
 }
 
 // "items|major|minor|status|reason"
