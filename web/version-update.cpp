@@ -1,11 +1,11 @@
 #include "web/version-update.h"
 
-#include <cstdio>
+#include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "support/ascii.h"
 #include "support/c-utils.h"
 #include "web/transaction.h"
 #include "web/update-exchange.h"
@@ -33,6 +33,64 @@ void store(char *buffer, const char *value, unsigned capacity)
 {
     if (buffer != nullptr && value != nullptr)
         copy_string_bounded(buffer, value, capacity);
+}
+
+// A count of thousandths: number * 2^doublings.
+struct Thousandths {
+    std::uint64_t number;
+    int doublings;
+};
+
+// Rounds to the nearest count, a tie to the even one. From 2^24 on a float is a whole number, of 24
+// bits and a power of two. Below that the product is exact, because a thousand times 24 bits fits a
+// double.
+Thousandths count_thousandths(float version)
+{
+    if (version < 16777216.0F) {
+        const double exact = static_cast<double>(version) * 1000;
+        const auto number = static_cast<std::uint64_t>(exact);
+        const double rest = exact - static_cast<double>(number);
+        const bool up = rest > 0.5 || (rest == 0.5 && number % 2 == 1);
+        return {number + (up ? 1 : 0), 0};
+    }
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &version, sizeof bits);
+    const std::uint32_t mantissa = (bits & 0x7FFFFFU) | 0x800000U;
+    return {std::uint64_t{mantissa} * 1000, static_cast<int>(bits >> 23) - 150};
+}
+
+// Writes the decimal digits of a count, the last one first, and at least four. Returns how many.
+std::size_t write_digits(Thousandths count, char *digits)
+{
+    std::size_t length = 0;
+    for (; count.number > 0 || length < 4; count.number /= 10)
+        digits[length++] = static_cast<char>('0' + count.number % 10);
+    for (; count.doublings > 0; --count.doublings) {
+        int carry = 0;
+        for (std::size_t i = 0; i < length; ++i) {
+            const int twice = (digits[i] - '0') * 2 + carry;
+            digits[i] = static_cast<char>('0' + twice % 10);
+            carry = twice / 10;
+        }
+        if (carry > 0)
+            digits[length++] = '1';
+    }
+    return length;
+}
+
+// Writes a finite number that is not negative as "%.3f" does in the "C" locale, at most 44 bytes.
+// Not snprintf: it writes the host program's decimal point, and this is the only number that most
+// checks format.
+void write_decimal(float version, char *out)
+{
+    char digits[version_size];
+    std::size_t left = write_digits(count_thousandths(version), digits);
+    while (left > 0) {
+        if (left == 3)
+            *out++ = '.';
+        *out++ = digits[--left];
+    }
+    *out = '\0';
 }
 
 } // namespace
@@ -76,20 +134,16 @@ int web_read_update_body(char *body, const WebUpdateBuffers *buffers)
     return 0;
 }
 
-// The C library writes the host program's decimal point, of one byte or several, and then exactly
-// three digits. A result without a decimal point (inf, nan) is kept.
 char *web_format_version(float version, char *buffer, std::size_t size)
 {
     char text[version_size];
-    std::snprintf(text, sizeof text, "%.3f", static_cast<double>(version));
-    const std::size_t length = std::strlen(text);
-    std::size_t whole = text[0] == '-' ? 1 : 0;
-    while (ascii_is_digit(text[whole]))
-        ++whole;
-    if (ascii_is_digit(text[length - 1])) {
-        text[whole] = '.';
-        std::memmove(text + whole + 1, text + length - 3, 4);
-    }
+    char *end = text;
+    if (std::signbit(version))
+        *end++ = '-';
+    if (std::isfinite(version))
+        write_decimal(std::fabs(version), end);
+    else
+        std::strcpy(end, std::isnan(version) ? "nan" : "inf");
     return copy_string_bounded(buffer, text, size);
 }
 

@@ -1,7 +1,6 @@
 #include "web/update-check.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -87,15 +86,26 @@ bool is_product_version(const char *text)
            std::strlen(point) <= 4;
 }
 
-// The nearest float of a product version. It is read without its point, since strtod expects the
-// decimal point of the host program's locale. A double holds more than twice the digits of a float,
-// so that the division does not change the result.
+// The nearest float of a product version, if the version is one that a float represents; otherwise
+// some float that is not it. A double holds more than twice the digits of a float: up to 2^53
+// thousandths are counted exactly, and beyond, the digits of a float add up to so little less or
+// more that it is still the nearest. Not strtod, which costs many times as much here and expects
+// the decimal point of the host program's locale.
 float nearest_float(const char *text)
 {
-    const std::string whole = take_part(&text);
-    std::string fraction = take_part(&text);
-    fraction.resize(3, '0');
-    return static_cast<float>(std::strtod((whole + fraction).c_str(), nullptr) / 1000);
+    double thousandths = 0;
+    int places_left = 3;
+    for (bool in_fraction = false; *text != '\0'; ++text) {
+        if (*text == '.') {
+            in_fraction = true;
+            continue;
+        }
+        thousandths = thousandths * 10 + (*text - '0');
+        places_left -= in_fraction ? 1 : 0;
+    }
+    for (; places_left > 0; --places_left)
+        thousandths *= 10;
+    return static_cast<float>(thousandths / 1000);
 }
 
 } // namespace

@@ -5,9 +5,12 @@
 
 #include <cfloat>
 #include <clocale>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -236,6 +239,67 @@ TEST_P(WebFormatVersion, CutsTheStringToTheSize)
         EXPECT_EQ(all_bytes(buffer), stored_bytes(row.text, row.size))
             << "version " << static_cast<double>(row.version) << ", size " << row.size;
     }
+}
+
+// The simple form: what the C library writes, in the "C" locale.
+std::string formatted_by_printf(float version)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.3f", static_cast<double>(version));
+    return text;
+}
+
+float float_of_bits(std::uint32_t bits)
+{
+    float number = 0;
+    std::memcpy(&number, &bits, sizeof number);
+    return number;
+}
+
+// Returns how many of the numbers are formatted differently from the simple form, and reports the
+// first.
+int count_differences(const std::vector<float> &numbers)
+{
+    int differences = 0;
+    for (const float number : numbers) {
+        char text[64];
+        web_format_version(number, text, sizeof text);
+        if (formatted_by_printf(number) != text && differences++ == 0)
+            ADD_FAILURE() << "'" << text << "', not '" << formatted_by_printf(number) << "'";
+    }
+    return differences;
+}
+
+TEST(WebFormatVersionLikePrintf, AtBothEndsAndInTheMiddleOfEveryExponent)
+{
+    std::vector<float> numbers;
+    for (std::uint32_t exponent = 0; exponent < 512; ++exponent) { // the sign is the highest bit
+        for (const std::uint32_t mantissa :
+             {0U, 1U, 2U, 0x3FFFFFU, 0x400000U, 0x400001U, 0x7FFFFEU, 0x7FFFFFU})
+            numbers.push_back(float_of_bits(exponent << 23 | mantissa));
+    }
+    EXPECT_EQ(count_differences(numbers), 0);
+}
+
+// Only an odd number of sixteenths is halfway between two thousandths.
+TEST(WebFormatVersionLikePrintf, ForEveryTie)
+{
+    std::vector<float> numbers;
+    for (int sixteenths = 1; sixteenths < 1 << 24; sixteenths += sixteenths < 40000 ? 2 : 1022)
+        numbers.push_back(static_cast<float>(sixteenths) / 16);
+    EXPECT_EQ(count_differences(numbers), 0);
+}
+
+TEST(WebFormatVersionLikePrintf, ForRandomFloats)
+{
+    std::mt19937 random(20030410);
+    std::vector<float> numbers;
+    for (int i = 0; i < 200000; ++i) {
+        const auto bits = static_cast<std::uint32_t>(random());
+        numbers.push_back(float_of_bits(bits));
+        numbers.push_back(static_cast<float>(bits % 100000000) / 1000);
+    }
+    EXPECT_EQ(count_differences(numbers), 0);
 }
 
 TEST(WebFormatVersionLocale, TheTestLocaleHasADecimalComma)

@@ -4,6 +4,10 @@
 #include "tests/harness/each-locale.h"
 #include "tests/harness/text.h"
 
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -248,6 +252,59 @@ TEST_P(ProductVersion, NullIsRejectedAndTheNumberUnchanged)
     float version = -1.0F;
     EXPECT_EQ(web_read_product_version(nullptr, &version), -1);
     EXPECT_EQ(version, -1.0F);
+}
+
+// The simple form of the reader, by the C library: the version is read to the nearest float, and
+// accepted if that is written as the same number. Returns -1 if it is not.
+float read_by_strtod(const std::string &text)
+{
+    const auto number = static_cast<float>(std::strtod(text.c_str(), nullptr));
+    char written[64];
+    std::snprintf(written, sizeof written, "%.3f", static_cast<double>(number));
+    const bool same = order_of(written, text.c_str()) == 0;
+    return same ? number : -1.0F;
+}
+
+float read_version(const std::string &text)
+{
+    float version = -1.0F;
+    const int result = web_read_product_version(text.c_str(), &version);
+    EXPECT_EQ(result, version == -1.0F ? -1 : 0) << text;
+    return version;
+}
+
+TEST(ProductVersionLikeStrtod, ForRandomNumbersOfEveryLength)
+{
+    std::mt19937 random(19970101);
+    for (int i = 0; i < 60000; ++i) {
+        std::string text(1 + random() % (i % 3 == 0 ? 40 : 9), '0');
+        for (char &c : text)
+            c = static_cast<char>('0' + random() % 10);
+        const std::size_t places = random() % 4;
+        if (places > 0)
+            text += "." + std::to_string(1000 + random() % 1000).substr(1, places);
+        ASSERT_EQ(read_version(text), read_by_strtod(text)) << text;
+    }
+}
+
+// From 2^24 on every float is a whole number. It is accepted, its neighbours in the last digit
+// mostly are not.
+TEST(ProductVersionLikeStrtod, ForTheWholeFloatsOfEveryExponent)
+{
+    std::mt19937 random(20030410);
+    for (int exponent = 24; exponent < 128; ++exponent) {
+        for (int i = 0; i < 100; ++i) {
+            const auto mantissa = static_cast<float>(0x800000 + random() % 0x800000);
+            const float number = std::ldexp(mantissa, exponent - 23);
+            char text[64];
+            const int length =
+                std::snprintf(text, sizeof text, "%.0f", static_cast<double>(number));
+            ASSERT_EQ(read_version(text), number) << text;
+            char *last = text + length - 1;
+            *last = *last == '9' ? '8' : static_cast<char>(*last + 1);
+            ASSERT_EQ(read_version(text), read_by_strtod(text)) << text;
+        }
+    }
 }
 
 // The spacing of floats is below a thousandth up to 8192, so each such number can be sent.
