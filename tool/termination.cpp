@@ -22,21 +22,39 @@ namespace {
 
 constexpr unsigned grace = 1; // seconds
 
-// What one way to terminate writes. An object is short enough for one atomic write to a pipe: the
-// service has at most 261 bytes, the proxy 255 and a port, each at most six bytes long in JSON.
+// An object is short enough for one atomic write to a pipe: the service has at most 261 bytes, the
+// proxy 255 and a port, each at most six bytes long in JSON.
+constexpr std::size_t object_size = 4096;
+
+// The time limit's message: "The time limit of 86400 s has passed" is the longest.
+char time_limit_line[64];
+char time_limit_message[48];
+
+// What one way to terminate writes. The lines are those that format_message builds at level Error;
+// they are literals because formatting at every start would cost more than the rest of the start.
+// The objects are far from the rest: pages that only -json writes to stay untouched without it.
 struct Report {
-    char text[128];
-    char line[192];
-    char object[4096];
+    const char *text;
+    const char *line;
+    char *object;
 };
 
-Report interrupt_report;
-Report terminate_report;
-Report hangup_report;
-Report time_limit_report;
-Report memory_report;
-Report abort_report;
-Report fault_report;
+enum : std::size_t { Interrupt, Terminate, Hangup, TimeLimit, Memory, Abort, Fault, ReportCount };
+
+char objects[ReportCount][object_size];
+
+constexpr char cancelled_text[] = "User canceled web transaction";
+constexpr char cancelled_line[] = "Error: User canceled web transaction\a\n";
+
+const Report interrupt_report = {cancelled_text, cancelled_line, objects[Interrupt]};
+const Report terminate_report = {cancelled_text, cancelled_line, objects[Terminate]};
+const Report hangup_report = {cancelled_text, cancelled_line, objects[Hangup]};
+const Report time_limit_report = {time_limit_message, time_limit_line, objects[TimeLimit]};
+const Report memory_report = {"Out of memory", "Error: Out of memory\a\n", objects[Memory]};
+const Report abort_report = {"Aborted by an internal fault",
+                             "Error: Aborted by an internal fault\a\n", objects[Abort]};
+const Report fault_report = {"Ended by an internal fault", "Error: Ended by an internal fault\a\n",
+                             objects[Fault]};
 
 enum Phase : int { Starting, Exchange, AnswerHeld, Output, Finished };
 
@@ -50,20 +68,19 @@ volatile std::sig_atomic_t final_status = 0;
 
 sigset_t mask_before_block;
 
-void compose_line(Report *report, const char *text)
+void compose_time_limit(int max_time)
 {
-    copy_string_bounded(report->text, text, sizeof report->text);
-    const int length = format_message(Error, text, report->line, sizeof report->line - 1);
-    report->line[length] = '\n';
-    report->line[length + 1] = '\0';
+    const std::string text = "The time limit of " + std::to_string(max_time) + " s has passed";
+    copy_string_bounded(time_limit_message, text.c_str(), sizeof time_limit_message);
+    copy_string_bounded(time_limit_line, ("Error: " + text + "\a\n").c_str(),
+                        sizeof time_limit_line);
 }
 
-void compose_object(Report *report, const char *status, int exit_status, const char *reason,
+void compose_object(const Report &report, const char *status, int exit_status, const char *reason,
                     const RunTarget &target)
 {
-    const RunOutcome outcome = {status, exit_status, nullptr, report->text, reason, 0};
-    copy_string_bounded(report->object, outcome_json(outcome, target).c_str(),
-                        sizeof report->object);
+    const RunOutcome outcome = {status, exit_status, nullptr, report.text, reason, 0};
+    copy_string_bounded(report.object, outcome_json(outcome, target).c_str(), object_size);
 }
 
 // Async-signal-safe, and allocates nothing. Never blocks.
@@ -220,28 +237,21 @@ void unblock(int signal_number)
 
 void install_terminate_handler()
 {
-    compose_line(&memory_report, "Out of memory");
-    compose_line(&abort_report, "Aborted by an internal fault");
-    compose_line(&fault_report, "Ended by an internal fault");
     std::set_terminate(on_terminate);
 }
 
 void prepare_termination(bool json, const RunTarget &target, int max_time)
 {
-    const std::string limit = "The time limit of " + std::to_string(max_time) + " s has passed";
-    compose_line(&interrupt_report, "User canceled web transaction");
-    compose_line(&terminate_report, "User canceled web transaction");
-    compose_line(&hangup_report, "User canceled web transaction");
-    compose_line(&time_limit_report, limit.c_str());
+    compose_time_limit(max_time);
     if (!json)
         return;
-    compose_object(&interrupt_report, "cancelled", 128 + SIGINT, "cancelled", target);
-    compose_object(&terminate_report, "cancelled", 128 + SIGTERM, "cancelled", target);
-    compose_object(&hangup_report, "cancelled", 128 + SIGHUP, "cancelled", target);
-    compose_object(&time_limit_report, "timeout", 3, "timeout", target);
-    compose_object(&memory_report, "failed", 1, "internal", target);
-    compose_object(&abort_report, "failed", 1, "internal", target);
-    compose_object(&fault_report, "failed", 1, "internal", target);
+    compose_object(interrupt_report, "cancelled", 128 + SIGINT, "cancelled", target);
+    compose_object(terminate_report, "cancelled", 128 + SIGTERM, "cancelled", target);
+    compose_object(hangup_report, "cancelled", 128 + SIGHUP, "cancelled", target);
+    compose_object(time_limit_report, "timeout", 3, "timeout", target);
+    compose_object(memory_report, "failed", 1, "internal", target);
+    compose_object(abort_report, "failed", 1, "internal", target);
+    compose_object(fault_report, "failed", 1, "internal", target);
     object_is_due = 1;
 }
 

@@ -1,7 +1,7 @@
 // How the utility terminates when it does not reach the end of main: an interrupt (SIGINT, SIGTERM,
 // SIGHUP), the time limit, or an uncaught exception. Each has its line on standard error
-// and, with -json, its object on standard output. Both are composed at start, so that a signal
-// handler only writes them.
+// and, with -json, its object on standard output. Both are ready at start, so that a signal handler
+// only writes them.
 //
 //                  first interrupt      second interrupt     time limit           exception
 //
