@@ -1,7 +1,7 @@
-#pragma once
-
 // The measured calls. Each file NAME-cases.cpp adds those of one subject; benchmark-main.cpp times
 // them with Google Benchmark, count-main.cpp counts their instructions under callgrind.
+#ifndef QUINTRAL_BENCH_CASES_H
+#define QUINTRAL_BENCH_CASES_H
 
 #include <cstddef>
 #include <functional>
@@ -50,3 +50,5 @@ template <typename Value> void bench_keep(const Value &value)
 }
 
 } // namespace quintral
+
+#endif

@@ -45,8 +45,9 @@ KINDS = {
 
 # No rule applies to these.
 DATA = (
-    "fuzz/corpus/*",       # any bytes
-    "*package-lock.json",  # written by npm
+    "fuzz/corpus/*",           # any bytes
+    "*package-lock.json",      # written by npm
+    "docs/performance-*.svg",  # written by gnuplot
 )
 
 SYSTEM_MACROS = re.compile(
