@@ -1,281 +1,113 @@
-// The version-update query against independent servers: nginx with a PHP page at
-// /version-update.php, directly or through tinyproxy. They run on the loopback interface. All their
-// files are in a temporary folder, which is the working folder during each test.
+// The version-update query against independent servers, directly and through proxies. rows.h holds
+// what is expected of each pair. Every pair is tried by the library and by the utility, with and
+// without credentials.
 #include "web/version-update.h"
 
 #include "tests/harness/child-process.h"
 #include "tests/harness/loopback-peer.h"
 #include "tests/harness/temp-folder.h"
 #include "tests/harness/text.h"
+#include "tests/real-peers/peers.h"
+#include "tests/real-peers/rows.h"
 #include "web/transaction.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
+#include <iostream>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-namespace quintral {
+namespace quintral::tests {
 namespace {
 
-using tests::Child;
-using tests::ChildOptions;
-using tests::ChildResult;
-
-// Servers
-
-// The path of an installed program. If there is none, the test fails with the package to install,
-// and the result is empty. Servers are often in folders that are not in an ordinary user's PATH.
-std::string installed_program(const std::string &name, const std::string &package)
-{
-    const char *path = std::getenv("PATH");
-    std::string folders = std::string(path == nullptr ? "" : path) + ":/usr/sbin:/sbin:/usr/bin:";
-    for (std::size_t end = folders.find(':'); end != std::string::npos; end = folders.find(':')) {
-        std::string program = folders.substr(0, end) + "/" + name;
-        if (end > 0 && access(program.c_str(), X_OK) == 0)
-            return program;
-        folders.erase(0, end + 1);
-    }
-    ADD_FAILURE() << "This test needs " << name << ", which is not installed. On Debian: apt-get "
-                  << "install --no-install-recommends " << package;
-    return "";
-}
-
-bool wait_until(const std::function<bool()> &condition)
-{
-    for (int i = 0; i < 2000; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return condition();
-}
-
-bool has_ended(const Child &child)
-{
-    siginfo_t info{};
-    const int options = WEXITED | WNOHANG | WNOWAIT; // child_wait collects the status
-    return waitid(P_PID, static_cast<id_t>(child.process_id), &info, options) != 0 ||
-           info.si_pid != 0;
-}
-
-// A port that was free a moment ago.
-std::uint16_t free_port()
-{
-    const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(bind(descriptor, reinterpret_cast<sockaddr *>(&address), size), 0);
-    EXPECT_EQ(getsockname(descriptor, reinterpret_cast<sockaddr *>(&address), &size), 0);
-    close(descriptor);
-    return ntohs(address.sin_port);
-}
-
-// Runs a server under `timeout`, so that it ends even if this process is killed.
-Child start_server(const std::vector<std::string> &command)
-{
-    std::vector<std::string> bounded = {"timeout", "-k", "2", "100"};
-    bounded.insert(bounded.end(), command.begin(), command.end());
-    ChildOptions options;
-    options.limit_seconds = 110;
-    return tests::child_start(bounded, options);
-}
-
-void stop_server(Child *child)
-{
-    if (child->process_id < 0)
-        return;
-    tests::child_signal(*child, SIGTERM);
-    const ChildResult result = tests::child_wait(*child);
-    EXPECT_FALSE(result.timed_out) << result.output << result.error;
-    child->process_id = -1;
-}
-
-// Starts a server that writes its process id to `pid_file` once it listens. Tries several ports,
-// because another process may take one before the server starts.
-std::uint16_t start_on_free_port(const std::vector<std::string> &command, const char *pid_file,
-                                 const std::function<void(std::uint16_t)> &write_settings,
-                                 Child *child)
-{
-    std::string output;
-    for (int i = 0; i < 4; ++i) {
-        const std::uint16_t port = free_port();
-        write_settings(port);
-        *child = start_server(command);
-        if (child->process_id < 0)
-            return 0;
-        wait_until([&] { return !tests::file_content(pid_file).empty() || has_ended(*child); });
-        if (!has_ended(*child) && !tests::file_content(pid_file).empty())
-            return port;
-        tests::child_signal(*child, SIGTERM);
-        const ChildResult result = tests::child_wait(*child);
-        child->process_id = -1;
-        output = result.output + result.error;
-    }
-    ADD_FAILURE() << command[0] << " does not start: " << output;
-    return 0;
-}
-
-// A single process, so that its process id ends it. As root it stays root; the user of a worker
-// process could not enter the temporary folder.
-void write_nginx_settings(std::uint16_t port)
-{
-    std::ofstream("nginx.conf") << "daemon off;\n"
-                                   "master_process off;\n"
-                                   "pid nginx.pid;\n"
-                                   "error_log nginx-error.log;\n"
-                                   "events { worker_connections 64; }\n"
-                                   "http {\n"
-                                   "    access_log nginx-access.log;\n"
-                                   "    client_body_temp_path nginx-body;\n"
-                                   "    fastcgi_temp_path nginx-fastcgi;\n"
-                                   "    proxy_temp_path nginx-proxy;\n"
-                                   "    scgi_temp_path nginx-scgi;\n"
-                                   "    uwsgi_temp_path nginx-uwsgi;\n"
-                                   "    server {\n"
-                                   "        listen 127.0.0.1:"
-                                << port
-                                << ";\n"
-                                   "        location = /version-update.php {\n"
-                                   "            fastcgi_pass unix:php.socket;\n"
-                                   "            fastcgi_param SCRIPT_FILENAME version-update.php;\n"
-                                   "            fastcgi_param REQUEST_METHOD $request_method;\n"
-                                   "            fastcgi_param REQUEST_LINE $request;\n"
-                                   "            fastcgi_param CONTENT_TYPE $content_type;\n"
-                                   "            fastcgi_param CONTENT_LENGTH $content_length;\n"
-                                   "            fastcgi_param REDIRECT_STATUS 200;\n"
-                                   "        }\n"
-                                   "    }\n"
-                                   "}\n";
-}
-
-void write_tinyproxy_settings(std::uint16_t port, const std::string &more)
-{
-    std::ofstream("tinyproxy.conf") << "Port " << port
-                                    << "\n"
-                                       "Listen 127.0.0.1\n"
-                                       "Timeout 30\n"
-                                       "MaxClients 10\n"
-                                       "PidFile \"tinyproxy.pid\"\n"
-                                       "LogFile \"tinyproxy.log\"\n"
-                                       "ViaProxyName \"quintral-test\"\n"
-                                    << more;
-}
-
-bool php_answers()
-{
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, "php.socket");
-    const int result = connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address);
-    close(descriptor);
-    return result == 0;
-}
-
+// The peers run with the temporary folder as their working folder.
 class RealPeers : public testing::Test {
 protected:
     void SetUp() override
     {
-        const std::string php_program = installed_program("php-cgi", "php-cgi");
-        const std::string nginx_program = installed_program("nginx", "nginx-light");
-        tinyproxy_program = installed_program("tinyproxy", "tinyproxy-bin");
-        ASSERT_FALSE(HasFailure());
-        enter_folder();
-        ASSERT_FALSE(HasFailure());
-        php = start_server({php_program, "-n", "-b", "php.socket"});
-        nginx_port = start_on_free_port(
-            {nginx_program, "-e", "nginx-error.log", "-p", folder + "/", "-c", "nginx.conf"},
-            "nginx.pid", write_nginx_settings, &nginx);
-        ASSERT_NE(nginx_port, 0) << tests::file_content("nginx-error.log");
-        ASSERT_TRUE(wait_until(php_answers));
-        service = "127.0.0.1:" + std::to_string(nginx_port);
-        web_service_host = service.c_str();
+        chmod(folder.path().c_str(), 0755); // as root, apache changes to another user
+        earlier_folder = std::filesystem::current_path();
+        std::filesystem::current_path(folder.path());
+        std::filesystem::copy_file(QUINTRAL_UPDATE_PAGE, "version-update.php");
     }
 
     void TearDown() override
     {
-        if (HasFailure() && !folder.empty())
+        if (HasFailure())
             show_logs();
-        stop_server(&tinyproxy);
-        stop_server(&nginx);
-        stop_server(&php);
+        stop_peers(&peers);
         web_service_host = "";
-        if (folder.empty())
-            return;
         std::filesystem::current_path(earlier_folder);
-        std::filesystem::remove_all(folder);
     }
 
-    void enter_folder()
+    // Returns the port, 0 if the test has failed.
+    std::uint16_t start(const std::string &name, ProxyAccess access = ProxyAccess::Everybody)
     {
-        std::string name = testing::TempDir() + "real-peers-XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr) << name;
-        folder = std::filesystem::absolute(name);
-        earlier_folder = std::filesystem::current_path();
-        std::filesystem::current_path(folder);
-        std::filesystem::copy_file(QUINTRAL_UPDATE_PAGE, "version-update.php");
+        RunningPeer peer = start_peer(name, access, folder.path(), php_port);
+        const std::uint16_t port = peer.port;
+        if (port != 0)
+            peers.push_back(std::move(peer));
+        return port;
     }
 
-    void start_tinyproxy(const std::string &more_settings = "")
+    // The servers of the rows, and what runs the page for three of them.
+    void start_servers()
     {
-        proxy_port = start_on_free_port(
-            {tinyproxy_program, "-d", "-c", "tinyproxy.conf"}, "tinyproxy.pid",
-            [&](std::uint16_t port) { write_tinyproxy_settings(port, more_settings); }, &tinyproxy);
-        ASSERT_NE(proxy_port, 0) << tests::file_content("tinyproxy.log");
+        php_port = start("php-cgi");
+        for (const PeerRow &row : server_rows)
+            ASSERT_NE(start(row.name), 0);
     }
 
-    static void show_logs()
+    std::string address_of(const std::string &name) const
     {
-        for (const char *log : {"nginx-error.log", "nginx-access.log", "tinyproxy.log"})
-            std::printf("--- %s\n%s", log, tests::file_content(log).c_str());
+        for (const RunningPeer &peer : peers) {
+            if (peer.name == name)
+                return "127.0.0.1:" + std::to_string(peer.port);
+        }
+        return "";
     }
 
-    // What the page reports about a direct request, whose request line has the whole URL.
-    std::string received_directly(const std::string &credentials = "none") const
+    void show_logs() const
     {
-        return "POST http://" + service + "/version-update.php HTTP/1.0\r\nvia none\r\n" +
-               "credentials " + credentials + "\r\n";
+        for (const std::string &name : entries_below(folder.path())) {
+            if (name.size() > 4 && name.substr(name.size() - 4) == ".log")
+                std::cout << "--- " << name << "\n" << file_content(folder.path(name));
+        }
     }
 
-    // The same for a request through tinyproxy, which leaves only the path.
-    static std::string received_through_proxy(const std::string &credentials = "none")
-    {
-        return "POST /version-update.php HTTP/1.0\r\nvia 1.0 quintral-test\r\ncredentials " +
-               credentials + "\r\n";
-    }
+    void expect_pairs_of(const std::string &proxy);
 
-    std::string folder;
+    TempFolder folder;
     std::filesystem::path earlier_folder;
-    std::string tinyproxy_program;
-    Child php;
-    Child nginx;
-    Child tinyproxy;
-    std::uint16_t nginx_port = 0;
-    std::uint16_t proxy_port = 0;
-    std::string service;
+    std::vector<RunningPeer> peers;
+    std::uint16_t php_port = 0;
 };
 
-// The library
+// Asking
+
+const std::string credentials_line = "Basic dXNlcjE6cHcx"; // user1:pw1
+
+struct Request {
+    std::string service;
+    std::string proxy; // host:port, "" for a direct connection
+    bool credentials = false;
+    std::string product = "Quintral Shapes";
+    const char *version = "5.000";
+};
 
 struct Reply {
     int result = -2;
@@ -286,241 +118,344 @@ struct Reply {
     std::string message;
 };
 
-// Removes the version of the installed tinyproxy.
-std::string without_proxy_version(std::string text)
-{
-    const std::size_t begin = text.find(" (tinyproxy/");
-    if (begin != std::string::npos)
-        text.erase(begin, text.find(')', begin) + 1 - begin);
-    return text;
-}
-
-Reply ask(const std::string &product, float version, int proxy_port = 0, const char *user = nullptr,
-          const char *password = nullptr)
+Reply ask_by_library(const Request &request)
 {
     constexpr unsigned capacity = 65536;
     std::vector<std::array<char, capacity>> texts(4); // zero-filled
+    const std::size_t colon = request.proxy.find(':');
+    const std::string proxy_host = request.proxy.substr(0, colon);
+    const int proxy_port = request.proxy.empty() ? 0 : std::atoi(request.proxy.c_str() + colon + 1);
+    web_service_host = request.service.c_str();
     Reply reply;
     reply.result = web_version_update(
-        product.c_str(), "Quintral & Co", version, "5 \"beta\"+1", "Linux", "6.1-~_*",
-        "M=7%2e/\xC3\xA4", "x86_64", capacity, texts[0].data(), texts[1].data(), texts[2].data(),
-        texts[3].data(), proxy_port == 0 ? nullptr : "127.0.0.1", proxy_port, user, password);
+        request.product.c_str(), "Quintral & Co", std::strtof(request.version, nullptr),
+        "5 \"beta\"+1", "Linux", "6.1-~_*", "M=7%2e/\xC3\xA4", "x86_64", capacity, texts[0].data(),
+        texts[1].data(), texts[2].data(), texts[3].data(), proxy_host.c_str(), proxy_port,
+        request.credentials ? "user1" : nullptr, request.credentials ? "pw1" : nullptr);
+    web_service_host = "";
     reply.error = web_last_error();
-    reply.message = without_proxy_version(texts[0].data());
+    reply.message = texts[0].data();
     reply.version = texts[1].data();
     reply.url = texts[2].data();
     reply.button = texts[3].data();
     return reply;
 }
 
-// What the page reports about the fields of `ask` and `run_utility`.
-std::string fields(const std::string &product, const std::string &version)
+ChildResult ask_by_utility(const Request &request, const std::vector<std::string> &more = {})
 {
-    return "product=" + product + "\r\nproductline=Quintral & Co\r\nversion=" + version +
-           "\r\nversion_name=5 \"beta\"+1\r\nos=Linux\r\nos_version=6.1-~_*"
+    std::vector<std::string> command = {QUINTRAL_TOOL,
+                                        "-service",
+                                        request.service,
+                                        "-product",
+                                        request.product,
+                                        "-productline",
+                                        "Quintral & Co",
+                                        "-product-version",
+                                        request.version,
+                                        "-os",
+                                        "Linux",
+                                        "-version-name",
+                                        "5 \"beta\"+1",
+                                        "-os-version",
+                                        "6.1-~_*",
+                                        "-machine-id",
+                                        "M=7%2e/\xC3\xA4",
+                                        "-processor-arch",
+                                        "x86_64",
+                                        "-proxy",
+                                        request.proxy + ":1"};
+    if (!request.proxy.empty())
+        command.back() = request.proxy;
+    if (request.credentials)
+        command.insert(command.end(), {"-proxy-user", "user1", "-proxy-pass", "pw1"});
+    command.insert(command.end(), more.begin(), more.end());
+    return run_child(command);
+}
+
+// What the page reports of a request, from its second line on.
+std::string received(const std::string &seen, const Request &request)
+{
+    std::string line = seen;
+    const std::size_t service = line.find("SERVICE");
+    if (service != std::string::npos)
+        line.replace(service, 7, request.service);
+    return line + "\r\ncredentials " + (request.credentials ? credentials_line : "none") +
+           "\r\nproduct=" + request.product +
+           "\r\nproductline=Quintral & Co\r\nversion=" + request.version +
+           "\r\nversion_name=5 \"beta\"+1\r\nos=Linux\r\nos_version=6.1-~_*" +
            "\r\nmachine_id=M=7%2e/\xC3\xA4\r\nprocessor_arch=x86_64\r\n";
 }
 
-void expect_reply(const Reply &reply, const Reply &expected)
+// Pairs
+
+const char *const closed_error = "Invalid non-HTTP header string returned from web site";
+const char *const refused_error = "Bad HTTP status 400 from web site: Bad Request";
+
+// The error of an exchange that does not give an answer; "" if it must.
+std::string expected_error(const PairRow &row, const std::string &error)
 {
-    EXPECT_EQ(reply.result, expected.result);
-    EXPECT_EQ(reply.error, expected.error);
-    EXPECT_EQ(reply.version, expected.version);
-    EXPECT_EQ(reply.url, expected.url);
-    EXPECT_EQ(reply.button, expected.button);
-    EXPECT_EQ(reply.message, expected.message);
+    if (row.outcome == Outcome::Refused)
+        return refused_error;
+    const bool closed = row.outcome == Outcome::Unreliable && error == closed_error;
+    return closed ? error : "";
 }
-
-struct Row {
-    const char *product;
-    float version;
-    const char *sent_version;
-    const char *newest_version;
-    const char *url;
-    const char *button;
-    const char *message; // its first line
-};
-
-const char *const shapes = "http://www.quintral.example/shapes";
-
-const Row rows[] = {
-    {"Quintral Shapes", 5.0F, "5.000", "5.200", shapes, "Get it", "Quintral Shapes 5.200 is here."},
-    {"Quintral Shapes", 5.2F, "5.200", "5.200", "", "", "You have the newest version."},
-    {"Quintral Frames", 1.1F, "1.100", "12", "", "", "Quintral Frames 12 is here."},
-    {"a+b & c", 0.0F, "0.000", "", "", "", "Unknown product."},
-};
 
 // The library's buffers keep the carriage return before a line feed.
-std::string with_return(const std::string &value)
+void expect_library_reply(const PairRow &row, const Request &request)
 {
-    return value.empty() ? "" : value + "\r";
+    const Reply reply = ask_by_library(request);
+    const std::string error = expected_error(row, reply.error);
+    EXPECT_EQ(reply.error, error);
+    EXPECT_EQ(reply.result, error.empty() ? 0 : -1);
+    const std::string message = "Quintral Shapes 5.200 is here.\r\n" + received(row.seen, request);
+    EXPECT_EQ(reply.version, error.empty() ? "5.200\r" : "");
+    EXPECT_EQ(reply.url, error.empty() ? "http://www.quintral.example/shapes\r" : "");
+    EXPECT_EQ(reply.button, error.empty() ? "Get it\r" : "");
+    EXPECT_EQ(reply.message, error.empty() ? message : "");
 }
 
-void expect_row(const Row &row, const std::string &received, const Reply &reply)
+void expect_utility_output(const PairRow &row, const Request &request)
 {
-    SCOPED_TRACE(std::string(row.product) + " " + row.sent_version);
-    const std::string message =
-        std::string(row.message) + "\r\n" + received + fields(row.product, row.sent_version);
-    expect_reply(reply, {0, "", with_return(row.newest_version), with_return(row.url),
-                         with_return(row.button), message});
+    const ChildResult result = ask_by_utility(request);
+    const std::string first_line = result.error.substr(0, result.error.find("\a\n"));
+    const std::string typed = first_line.substr(0, 7) == "Error: " ? first_line.substr(7) : "";
+    const std::string error = expected_error(row, typed);
+    EXPECT_EQ(first_line, error.empty() ? "" : "Error: " + error);
+    EXPECT_EQ(result.exit_status, error.empty() ? 0 : 1);
+    const std::string lines = "Version: 5.200\n"
+                              "URL: http://www.quintral.example/shapes\n"
+                              "Button: Get it\n"
+                              "Quintral Shapes 5.200 is here.\n" +
+                              without_carriage_returns(received(row.seen, request));
+    EXPECT_EQ(result.output, error.empty() ? lines : "");
 }
 
-TEST_F(RealPeers, LibraryReadsTheAnswerOfNginxAndPhp)
+// A status other than 200, and a reply of 60000 bytes.
+void expect_other_replies(const PairRow &row, Request request)
 {
-    for (const Row &row : rows)
-        expect_row(row, received_directly(), ask(row.product, row.version));
+    request.product = "Gone";
+    const Reply gone = ask_by_library(request);
+    EXPECT_EQ(gone.result, -1);
+    const std::string error = expected_error(row, gone.error);
+    EXPECT_EQ(gone.error,
+              error.empty() ? "Bad HTTP status 410 from web site: Gone" : error.c_str());
+
+    request.product = "Long";
+    const Reply reply = ask_by_library(request);
+    const bool answered = expected_error(row, reply.error).empty();
+    EXPECT_EQ(reply.error, expected_error(row, reply.error));
+    EXPECT_EQ(reply.message, answered ? repeated(6000, "0123456789") + "\r\n" : "");
 }
 
-TEST_F(RealPeers, LibraryReadsTheAnswerThroughTinyproxy)
+void RealPeers::expect_pairs_of(const std::string &proxy)
 {
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    for (const Row &row : rows)
-        expect_row(row, received_through_proxy(), ask(row.product, row.version, proxy_port));
+    for (const PairRow &row : pair_rows) {
+        if (row.proxy != proxy)
+            continue;
+        SCOPED_TRACE(std::string(row.server) + " through '" + row.proxy + "'");
+        Request request = {address_of(row.server), address_of(row.proxy)};
+        for (const bool credentials : {false, true}) {
+            request.credentials = credentials;
+            expect_library_reply(row, request);
+            expect_utility_output(row, request);
+        }
+        expect_other_replies(row, request);
+    }
 }
 
-TEST_F(RealPeers, LibraryReadsALongAnswerInFull)
+TEST_F(RealPeers, AnswerDirectly)
 {
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    const std::string message = tests::repeated(6000, "0123456789");
-    const Reply expected = {0, "", "", "", "", message + "\r\n"};
-    expect_reply(ask("Long", 1.0F), expected);
-    expect_reply(ask("Long", 1.0F, proxy_port), expected);
+    start_servers();
+    expect_pairs_of("");
 }
 
-TEST_F(RealPeers, LibraryReportsAnErrorStatusOfTheServer)
+TEST_F(RealPeers, AnswerThroughSquid)
 {
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    const Reply gone = {-1, "Bad HTTP status 410 from web site: Gone", "", "", "", ""};
-    expect_reply(ask("Gone", 1.0F), gone);
-    expect_reply(ask("Gone", 1.0F, proxy_port), gone);
+    start_servers();
+    ASSERT_NE(start("squid"), 0);
+    expect_pairs_of("squid");
 }
 
-// After an error reply of its own, tinyproxy closes the connection without reading the form. That
-// usually resets the connection, so that only the reset is reported. If the form arrives after the
-// close, the reply ends cleanly and its status is reported.
-void expect_proxy_error(const Reply &reply, const std::string &status)
+TEST_F(RealPeers, AnswerThroughTinyproxy)
+{
+    start_servers();
+    ASSERT_NE(start("tinyproxy"), 0);
+    expect_pairs_of("tinyproxy");
+}
+
+TEST_F(RealPeers, AnswerThroughPrivoxy)
+{
+    start_servers();
+    ASSERT_NE(start("privoxy"), 0);
+    expect_pairs_of("privoxy");
+}
+
+TEST_F(RealPeers, AnswerThroughModProxy)
+{
+    start_servers();
+    ASSERT_NE(start("mod_proxy"), 0);
+    expect_pairs_of("mod_proxy");
+}
+
+// Errors of the proxies themselves
+
+// After an error reply of its own, a proxy may close the connection without reading the form. That
+// resets the connection, so that only the reset is reported. If the form arrives after the close,
+// the reply ends cleanly and its status is reported.
+void expect_proxy_error(const ProxyErrorRow &row, const std::string &status, const Request &request)
 {
     const std::string reset = "Error receiving data from web site: code " +
                               std::to_string(ECONNRESET) + ": " + std::strerror(ECONNRESET);
-    const std::string error = reply.error == reset ? reset : "Bad HTTP status " + status;
-    expect_reply(reply, {-1, error, "", "", "", ""});
+    const std::string refused =
+        "Bad HTTP status " + status.substr(0, 3) + " from web site: " + status.substr(4);
+    const Reply reply = ask_by_library(request);
+    EXPECT_EQ(reply.result, -1);
+    EXPECT_EQ(reply.error, row.may_reset && reply.error == reset ? reset : refused);
+    const ChildResult result = ask_by_utility(request);
+    EXPECT_EQ(result.exit_status, 1);
+    const std::string first_line = result.error.substr(0, result.error.find('\n'));
+    const bool was_reset = row.may_reset && first_line == "Error: " + reset + "\a";
+    EXPECT_EQ(first_line, "Error: " + (was_reset ? reset : refused) + "\a");
 }
 
-TEST_F(RealPeers, LibraryReportsAnErrorOfTinyproxyItself)
+TEST_F(RealPeers, ProxiesReportAServiceThatRefusesTheConnection)
 {
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    const std::string refused = "127.0.0.1:" + std::to_string(tests::refused_port());
-    web_service_host = refused.c_str();
-    for (int i = 0; i < 10; ++i)
-        expect_proxy_error(ask("Quintral Shapes", 1.0F, proxy_port),
-                           "500 from web site: Unable to connect");
-}
-
-// The credentials are sent in the header line for the server, so a proxy passes them on.
-TEST_F(RealPeers, CredentialsReachTheServerDirectlyAndThroughTinyproxy)
-{
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    const std::string credentials = "Basic dXNlcjE6cHcx"; // user1:pw1
-    const std::string first_line = "Unknown product.\r\n";
-    EXPECT_EQ(ask("Other", 1.0F, 0, "user1", "pw1").message,
-              first_line + received_directly(credentials) + fields("Other", "1.000"));
-    EXPECT_EQ(ask("Other", 1.0F, proxy_port, "user1", "pw1").message,
-              first_line + received_through_proxy(credentials) + fields("Other", "1.000"));
+    const std::string service = "127.0.0.1:" + std::to_string(refused_port());
+    for (const ProxyErrorRow &row : proxy_error_rows) {
+        SCOPED_TRACE(row.proxy);
+        ASSERT_NE(start(row.proxy), 0);
+        for (int i = 0; i < 5; ++i)
+            expect_proxy_error(row, row.unreachable, {service, address_of(row.proxy)});
+    }
 }
 
 // A proxy expects its own credentials in a different header line.
-TEST_F(RealPeers, CredentialsDoNotSatisfyTinyproxysOwnAuthentication)
+TEST_F(RealPeers, CredentialsDoNotSatisfyAProxysOwnPassword)
 {
-    start_tinyproxy("BasicAuth user1 pw1\n");
-    ASSERT_NE(proxy_port, 0);
-    expect_proxy_error(ask("Quintral Shapes", 1.0F, proxy_port, "user1", "pw1"),
-                       "407 from web site: Proxy Authentication Required");
-    EXPECT_EQ(tests::file_content("nginx-access.log"), "");
+    php_port = start("php-cgi");
+    ASSERT_NE(start("nginx"), 0);
+    for (const ProxyErrorRow &row : proxy_error_rows) {
+        if (*row.password_wanted == '\0')
+            continue;
+        SCOPED_TRACE(row.proxy);
+        ASSERT_NE(start(row.proxy, ProxyAccess::ClientsWithPassword), 0);
+        for (const bool credentials : {false, true})
+            expect_proxy_error(row, row.password_wanted,
+                               {address_of("nginx"), address_of(row.proxy), credentials});
+    }
+    EXPECT_EQ(file_content("nginx-access.log"), "");
 }
 
-// The utility
-
-ChildResult run_utility(const std::string &service, const std::vector<std::string> &more,
-                        const ChildOptions &options = {})
+// The advice of the page.
+TEST_F(RealPeers, ProxiesCanAllowTheServiceWithoutAPassword)
 {
-    std::vector<std::string> command = {
-        QUINTRAL_TOOL,     "-service",      service,   "-product",    "Quintral Shapes",
-        "-productline",    "Quintral & Co", "-os",     "Linux",       "-version-name",
-        "5 \"beta\"+1",    "-os-version",   "6.1-~_*", "-machine-id", "M=7%2e/\xC3\xA4",
-        "-processor-arch", "x86_64"};
-    command.insert(command.end(), more.begin(), more.end());
-    return tests::run_child(command, options);
+    php_port = start("php-cgi");
+    ASSERT_NE(start("nginx"), 0);
+    for (const PairRow &row : pair_rows) {
+        if (std::string(row.server) != "nginx" || *row.proxy == '\0')
+            continue;
+        SCOPED_TRACE(row.proxy);
+        ASSERT_NE(start(row.proxy, ProxyAccess::EverybodyForTheService), 0);
+        expect_library_reply(row, {address_of("nginx"), address_of(row.proxy)});
+    }
 }
 
-void expect_result(const ChildResult &result, int status, const std::string &output,
-                   const std::string &error)
+// The page's own rules
+
+TEST_F(RealPeers, ThePageAnswersForEachProductAndVersion)
 {
-    EXPECT_EQ(result.exit_status, status);
-    EXPECT_EQ(without_proxy_version(result.output), output);
-    EXPECT_EQ(result.error, error);
+    php_port = start("php-cgi");
+    ASSERT_NE(start("nginx"), 0);
+    const struct {
+        const char *product;
+        const char *version;
+        const char *newest_version;
+        const char *message; // its first line
+        int exit_status;     // with -exit-code
+    } rows[] = {
+        {"Quintral Shapes", "5.199", "5.200\r", "Quintral Shapes 5.200 is here.", 10},
+        {"Quintral Shapes", "5.200", "5.200\r", "You have the newest version.", 0},
+        {"Quintral Frames", "1.100", "12\r", "Quintral Frames 12 is here.", 10},
+        {"a+b & c", "0.000", "", "Unknown product.", 11},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.product);
+        const Request request = {address_of("nginx"), "", false, row.product, row.version};
+        const Reply reply = ask_by_library(request);
+        EXPECT_EQ(reply.result, 0) << reply.error;
+        EXPECT_EQ(reply.version, row.newest_version);
+        EXPECT_EQ(reply.message,
+                  std::string(row.message) + "\r\n" + received(pair_rows[0].seen, request));
+        EXPECT_EQ(ask_by_utility(request, {"-exit-code"}).exit_status, row.exit_status);
+    }
 }
 
-const std::string newer_lines = "Version: 5.200\n"
-                                "URL: http://www.quintral.example/shapes\n"
-                                "Button: Get it\n"
-                                "Quintral Shapes 5.200 is here.\n";
+// Why the two servers do not always work
 
-TEST_F(RealPeers, UtilityPrintsTheAnswerOfNginxAndPhp)
+// Sends the request for the page as the client does: with the port in the URL, or, for a service on
+// port 80, without.
+int exchange(const std::string &address, bool port_in_url, std::string *status_line)
 {
-    const std::string message =
-        tests::without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.000"));
-    const std::vector<std::string> arguments = {"-proxy", ":1", "-product-version", "5"};
-    expect_result(run_utility(service, arguments), 0, newer_lines + message, "");
+    const std::string port = address.substr(address.find(':') + 1);
+    const std::string url =
+        "http://" + (port_in_url ? address : "127.0.0.1") + "/version-update.php";
+    const std::string form = "product=Long";
+    const std::string header =
+        "Content-Type: application/x-www-form-urlencoded\r\nContent-Length: " +
+        std::to_string(form.size());
+    char *reply_header = nullptr;
+    char *body = nullptr;
+    const int result =
+        web_exchange("HTTP", "127.0.0.1", url.c_str(), static_cast<std::uint16_t>(std::stoi(port)),
+                     "POST", header, form, &reply_header, &body, nullptr, 0, nullptr, nullptr);
+    *status_line = reply_header == nullptr ? "" : reply_header;
+    status_line->erase(std::min(status_line->size(), status_line->find('\r')));
+    std::free(reply_header);
+    std::free(body);
+    return result;
 }
 
-TEST_F(RealPeers, UtilityPrintsTheAnswerThroughTinyproxy)
+TEST_F(RealPeers, LighttpdAnswersIfTheUrlHasNoPort)
 {
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    const std::string proxy = "127.0.0.1:" + std::to_string(proxy_port);
-    const std::string message = tests::without_carriage_returns(received_through_proxy() +
-                                                                fields("Quintral Shapes", "5.000"));
-    const std::vector<std::string> arguments = {"-proxy", proxy, "-product-version", "5"};
-    expect_result(run_utility(service, arguments), 0, newer_lines + message, "");
-
-    ChildOptions options;
-    options.environment = {{"http_proxy", "http://" + proxy + "/"}};
-    expect_result(run_utility(service, {"-product-version", "5"}, options), 0,
-                  newer_lines + message, "");
+    php_port = start("php-cgi");
+    ASSERT_NE(start("lighttpd"), 0);
+    std::string status_line;
+    EXPECT_EQ(exchange(address_of("lighttpd"), true, &status_line), 0);
+    EXPECT_EQ(status_line, "HTTP/1.0 400 Bad Request");
+    EXPECT_EQ(exchange(address_of("lighttpd"), false, &status_line), 0);
+    EXPECT_EQ(status_line, "HTTP/1.0 200 OK");
 }
 
-TEST_F(RealPeers, UtilityReportsANewerVersionByItsExitStatus)
+// Sends a request in two pieces, or in one if the first is all of it. Returns the first line of the
+// reply, "" if the connection is closed without one.
+std::string first_line_of_reply(std::uint16_t port, const std::string &first,
+                                const std::string &second)
 {
-    const std::string message =
-        tests::without_carriage_returns(received_directly() + fields("Quintral Shapes", "5.200"));
-    expect_result(run_utility(service, {"-proxy", ":1", "-exit-code", "-product-version", "5.2"}),
-                  0, "Version: 5.200\nYou have the newest version.\n" + message, "");
-    EXPECT_EQ(run_utility(service, {"-proxy", ":1", "-exit-code", "-product-version", "5.199"})
-                  .exit_status,
-              10);
+    const int descriptor = connected_socket(port);
+    EXPECT_EQ(send(descriptor, first.data(), first.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(first.size()));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    send(descriptor, second.data(), second.size(), MSG_NOSIGNAL); // may be too late
+    char line[64] = "";
+    const ssize_t count = recv(descriptor, line, sizeof line - 1, MSG_WAITALL);
+    close(descriptor);
+    const std::string reply(line, count < 0 ? 0 : static_cast<std::size_t>(count));
+    return reply.substr(0, reply.find('\r'));
 }
 
-TEST_F(RealPeers, UtilityReportsAnErrorStatusOfTheServer)
+// The client sends the URL and the rest of its line in separate calls, and this server loses the
+// part of the URL that it has received alone.
+TEST_F(RealPeers, PhpAnswersUnlessItReceivesTheUrlAlone)
 {
-    start_tinyproxy();
-    ASSERT_NE(proxy_port, 0);
-    const std::string proxy = "127.0.0.1:" + std::to_string(proxy_port);
-    const std::string error = "Error: Bad HTTP status 410 from web site: Gone\a\n";
-    const std::string note =
-        "Note: The request went through the proxy " + proxy + ", from -proxy\n";
-    const std::vector<std::string> gone = {"-product", "Gone", "-product-version", "5", "-proxy"};
-    std::vector<std::string> direct = gone;
-    direct.push_back(":1");
-    expect_result(run_utility(service, direct), 1, "", error);
-    std::vector<std::string> through_proxy = gone;
-    through_proxy.push_back(proxy);
-    expect_result(run_utility(service, through_proxy), 1, "", error + note);
+    const std::uint16_t port = start("php -S");
+    ASSERT_NE(port, 0);
+    const Request request = {address_of("php -S"), ""};
+    const std::string bytes = ask_by_utility(request, {"-show-request"}).output;
+    const std::size_t url_end = bytes.find(" HTTP/1.0\r\n");
+    ASSERT_NE(url_end, std::string::npos) << bytes;
+    EXPECT_EQ(first_line_of_reply(port, bytes, ""), "HTTP/1.0 200 OK");
+    EXPECT_EQ(first_line_of_reply(port, bytes.substr(0, url_end), bytes.substr(url_end)), "");
 }
 
 } // namespace
-} // namespace quintral
+} // namespace quintral::tests

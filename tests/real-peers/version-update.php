@@ -1,7 +1,7 @@
 <?php
 // A typical update page, for the tests with real servers. Lines end in CR LF, as many services
-// write them. The message reports the request line, the proxy, the credentials and every field as
-// PHP decoded it.
+// write them. The message reports the request, the proxy, the credentials and every field as PHP
+// decoded it.
 
 const NEWEST = [
     'Quintral Shapes' => ['5.200', 'http://www.quintral.example/shapes', 'Get it'],
@@ -35,8 +35,9 @@ function thousandths(string $version): int
 
 function received(): string
 {
-    $text = $_SERVER['REQUEST_LINE'] . "\r\n";
-    $text .= 'via ' . ($_SERVER['HTTP_VIA'] ?? 'none') . "\r\n";
+    $via = preg_replace('/ \(.*\)$/', '', $_SERVER['HTTP_VIA'] ?? 'none'); // without a version
+    $text = "$_SERVER[REQUEST_METHOD] $_SERVER[REQUEST_URI] $_SERVER[SERVER_PROTOCOL]";
+    $text .= ", via $via\r\n";
     $text .= 'credentials ' . ($_SERVER['HTTP_AUTHORIZATION'] ?? 'none');
     foreach ($_POST as $name => $value) {
         $text .= "\r\n$name=$value";
