@@ -1,12 +1,13 @@
-# Toolchain file that compiles the project's macOS sources with clang on a machine without macOS,
-# for scripts/check-macos.sh. Objects only: there is no linker and no framework here, so programs
-# are not linked and nothing is run.
+# Toolchain file that builds the project for macOS on a machine without macOS, for
+# scripts/check-macos.sh: clang compiles, and the programs are linked with stubs of the frameworks.
+# No linker at hand writes programs for 32-bit Intel; there they are empty files. Nothing is run.
 #
 # Set by the presets:
-#   QUINTRAL_MACOS_TARGET     clang's target, architecture and first system, as
-#                             i386-apple-macosx10.6
-#   QUINTRAL_MACOS_HEADERS    folder of the C library's headers of all architectures
-set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QUINTRAL_MACOS_TARGET QUINTRAL_MACOS_HEADERS)
+#   QUINTRAL_MACOS_TARGET       clang's target, architecture and first system, as
+#                               i386-apple-macosx10.6
+#   QUINTRAL_MACOS_TOOLCHAIN    folder of the C library's headers of all architectures and of the
+#                               linker
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES QUINTRAL_MACOS_TARGET QUINTRAL_MACOS_TOOLCHAIN)
 
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_CXX_COMPILER clang++)
@@ -18,7 +19,22 @@ set(CMAKE_OSX_SYSROOT "" CACHE STRING "There is none" FORCE)
 set(CMAKE_CXX_COMPILER_WORKS TRUE)
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_INSTALL_NAME_TOOL true) # looked for, never run
-set(CMAKE_CXX_LINK_EXECUTABLE "<CMAKE_COMMAND> -E touch <TARGET>")
+
+# The linker brings its own libc++ and the list of what the C library of macOS 11 exports. That is
+# the oldest system it knows. It compiles libc++ once for each architecture; its cache keeps that.
+if(QUINTRAL_MACOS_TARGET MATCHES "^i386")
+  set(CMAKE_CXX_LINK_EXECUTABLE "<CMAKE_COMMAND> -E touch <TARGET>")
+else()
+  string(REGEX MATCH "^[^-]*" architecture ${QUINTRAL_MACOS_TARGET})
+  string(REPLACE arm64 aarch64 architecture ${architecture})
+  set(cache ${CMAKE_CURRENT_LIST_DIR}/../build/macos-toolchain/cache)
+  cmake_path(NORMAL_PATH cache)
+  cmake_path(SET stubs NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../tests/macos-frameworks/link)
+  string(JOIN " " CMAKE_CXX_LINK_EXECUTABLE
+    "<CMAKE_COMMAND> -E env ZIG_GLOBAL_CACHE_DIR=${cache} ZIG_LOCAL_CACHE_DIR=${cache}"
+    "${QUINTRAL_MACOS_TOOLCHAIN}/zig c++ -target ${architecture}-macos.11.0"
+    "<OBJECTS> -o <TARGET> <LINK_LIBRARIES> -F ${stubs}")
+endif()
 
 # The C++ headers are those of clang's own libc++; its C headers stand between them and the
 # system's.
@@ -31,12 +47,13 @@ if(QUINTRAL_MACOS_TARGET MATCHES "^arm64")
 else()
   set(architecture_headers x86_64-macos.13-none) # of 32-bit Intel too
 endif()
+set(c_headers ${QUINTRAL_MACOS_TOOLCHAIN}/lib/libc/include)
 set(include_folders
   ${cxx_headers}
   ${clang_folder}/include
-  ${QUINTRAL_MACOS_HEADERS}/${architecture_headers}
-  ${QUINTRAL_MACOS_HEADERS}/any-macos.13-any
-  ${QUINTRAL_MACOS_HEADERS}/any-macos-any
+  ${c_headers}/${architecture_headers}
+  ${c_headers}/any-macos.13-any
+  ${c_headers}/any-macos-any
   ${CMAKE_CURRENT_LIST_DIR}/../tests/macos-frameworks)
 set(CMAKE_CXX_FLAGS_INIT "-nostdinc -nostdinc++ -Werror=unguarded-availability")
 foreach(folder ${include_folders})

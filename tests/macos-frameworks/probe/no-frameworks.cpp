@@ -1,0 +1,6 @@
+#include <CoreFoundation/CoreFoundation.h>
+
+int main()
+{
+    return CFBundleGetMainBundle() == nullptr;
+}
