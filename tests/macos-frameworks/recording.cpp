@@ -1,5 +1,7 @@
 #include "tests/macos-frameworks/recording.h"
 
+#include "tests/macos-frameworks/mac-roman.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -18,10 +20,11 @@ enum class Kind : CFTypeID { Number = 1, Text, Url, Bundle, Dictionary };
 // handle used too late is recognised.
 struct Object {
     Kind kind;
-    std::string text;     // the string of a URL, or the root of a bundle
-    std::string path;     // of a URL; empty if it has none
-    int number;           // of a number
-    bool is_readable;     // of a number
+    std::string text; // in UTF-8; of a URL its string
+    std::string path; // of a URL; empty if it has none
+    int number;       // of a number
+    bool is_readable; // of a number
+    const LoadedBundle *bundle;
     const Object *keeper; // the owner of a borrowed object; null for the system
     bool is_owned;        // by the caller that made it
     bool is_released;
@@ -110,21 +113,48 @@ bool is_ascii(const std::string &text)
                        [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-bool can_encode(const char *call, const std::string &text, CFStringEncoding encoding)
+// Writes the string's bytes in an encoding. False if it has a character that the encoding lacks.
+bool encode(const char *call, const std::string &text, CFStringEncoding encoding,
+            std::string *bytes)
 {
+    *bytes = text;
     if (encoding == kCFStringEncodingASCII)
         return is_ascii(text);
     require(encoding == recorded_system_encoding, call, "unexpected encoding");
-    return text.find('\xff') == std::string::npos;
+    return mac_roman_from_utf8(text, bytes);
+}
+
+std::string decode(const char *call, const std::string &bytes, CFStringEncoding encoding)
+{
+    require(encoding == recorded_system_encoding, call, "unexpected encoding");
+    return utf8_from_mac_roman(bytes);
+}
+
+// Escapes spaces and what is not ASCII. How the system treats other characters that URLs lack is
+// not recorded.
+std::string escape(const std::string &text)
+{
+    const char *digits = "0123456789ABCDEF";
+    std::string escaped;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte > ' ' && byte < 0x80)
+            escaped += c;
+        else
+            escaped += {'%', digits[byte / 16], digits[byte % 16]};
+    }
+    return escaped;
 }
 
 CFBundleRef give_bundle(const std::string &identifier)
 {
     for (const LoadedBundle &bundle : frameworks.bundles) {
-        if (bundle.identifier == identifier)
+        if (bundle.identifier == identifier) {
+            Object object = new_object(Kind::Bundle, "");
+            object.bundle = &bundle;
             // Unlike all other objects, a bundle is a pointer to non-const.
-            return static_cast<CFBundleRef>(
-                const_cast<void *>(give_borrowed(new_object(Kind::Bundle, bundle.root), nullptr)));
+            return static_cast<CFBundleRef>(const_cast<void *>(give_borrowed(object, nullptr)));
+        }
     }
     return nullptr;
 }
@@ -136,23 +166,43 @@ CFURLRef give_url(const std::string &path)
     return static_cast<CFURLRef>(give_owned(url));
 }
 
-// The URL of something in a bundle.
-CFURLRef copy_bundle_url(const char *call, CFBundleRef handle, bool is_absolute, const char *below)
+struct Place {
+    bool is_absolute;
+    const char *below; // the folder of the bundle
+};
+
+constexpr Place bundle_folder = {true, ""};
+
+// The URL of something in a bundle, or of the same beside a bare program.
+CFURLRef copy_bundle_url(const char *call, CFBundleRef handle, Place place, Place place_of_bare)
 {
     const bool failing = fails(call);
-    const Object *bundle = live_object(call, handle, Kind::Bundle);
-    if (bundle == nullptr || failing)
+    const Object *object = live_object(call, handle, Kind::Bundle);
+    if (object == nullptr || failing)
         return nullptr;
-    return give_url((is_absolute ? bundle->text : "") + below);
+    const Place chosen = object->bundle->is_bare ? place_of_bare : place;
+    return give_url((chosen.is_absolute ? object->bundle->root : "") + chosen.below);
 }
 
-bool has_resource(const std::string &root, const std::string &name)
+bool is_at_or_in(const std::string &path, const std::string &folder)
 {
-    for (const LoadedBundle &bundle : frameworks.bundles) {
-        if (bundle.root == root)
-            return std::count(bundle.resources.begin(), bundle.resources.end(), name) != 0;
+    return path == folder || path.compare(0, folder.size() + 1, folder + '/') == 0;
+}
+
+// The path of a resource in the resources folder; empty if it is not found.
+std::string find_resource(const LoadedBundle &bundle, const std::string &name)
+{
+    if (name == "../Info.plist" && !bundle.is_bare)
+        return name;
+    for (const std::string &file : bundle.resources) {
+        if (name.empty())
+            return file;
+        for (const std::string &path : {name, "en.lproj/" + name}) {
+            if (is_at_or_in(file, path))
+                return path;
+        }
     }
-    return false;
+    return "";
 }
 
 const void *give_proxy_entry(const ProxyEntry &entry, const Object *dictionary)
@@ -243,12 +293,13 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef alloc, const char *cStr,
 {
     require(alloc == kCFAllocatorDefault, __func__, "unexpected allocator");
     require(cStr != nullptr, __func__, "null");
-    if (fails(__func__) || cStr == nullptr || !can_encode(__func__, cStr, encoding))
+    if (fails(__func__) || cStr == nullptr)
         return nullptr;
-    return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, cStr)));
+    const std::string text = decode(__func__, cStr, encoding);
+    return static_cast<CFStringRef>(give_owned(new_object(Kind::Text, text)));
 }
 
-// A failure changes the first byte, so that a caller cannot assume an unchanged buffer.
+// After a failure the first byte is 0 and the rest may be anything, here '!'.
 Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSize,
                            CFStringEncoding encoding)
 {
@@ -257,12 +308,14 @@ Boolean CFStringGetCString(CFStringRef theString, char *buffer, CFIndex bufferSi
     require(bufferSize > 0, __func__, "no space");
     if (string == nullptr || bufferSize <= 0)
         return false;
-    if (failing || !can_encode(__func__, string->text, encoding) ||
-        string->text.size() >= static_cast<std::size_t>(bufferSize)) {
-        buffer[0] = '!';
+    const auto size = static_cast<std::size_t>(bufferSize);
+    std::string bytes;
+    if (!encode(__func__, string->text, encoding, &bytes) || failing || bytes.size() >= size) {
+        std::memset(buffer, '!', size);
+        buffer[0] = '\0';
         return false;
     }
-    std::memcpy(buffer, string->text.c_str(), string->text.size() + 1);
+    std::memcpy(buffer, bytes.c_str(), bytes.size() + 1);
     return true;
 }
 
@@ -295,7 +348,7 @@ const void *CFDictionaryGetValue(CFDictionaryRef theDict, const void *key)
                                              : nullptr;
 }
 
-// A string with a space is not a URL.
+// No URL contains a NUL. Every other byte is a character of the system encoding.
 CFURLRef CFURLCreateWithBytes(CFAllocatorRef allocator, const UInt8 *URLBytes, CFIndex length,
                               CFStringEncoding encoding, CFURLRef baseURL)
 {
@@ -304,10 +357,11 @@ CFURLRef CFURLCreateWithBytes(CFAllocatorRef allocator, const UInt8 *URLBytes, C
     require(length >= 0, __func__, "negative length");
     if (fails(__func__) || length < 0)
         return nullptr;
-    const std::string text(reinterpret_cast<const char *>(URLBytes),
-                           static_cast<std::size_t>(length));
-    if (!can_encode(__func__, text, encoding) || text.find(' ') != std::string::npos)
+    const std::string bytes(reinterpret_cast<const char *>(URLBytes),
+                            static_cast<std::size_t>(length));
+    if (bytes.find('\0') != std::string::npos)
         return nullptr;
+    const std::string text = escape(decode(__func__, bytes, encoding));
     return static_cast<CFURLRef>(give_owned(new_object(Kind::Url, text)));
 }
 
@@ -346,27 +400,27 @@ CFBundleRef CFBundleGetBundleWithIdentifier(CFStringRef bundleID)
 
 CFURLRef CFBundleCopyBundleURL(CFBundleRef bundle)
 {
-    return copy_bundle_url(__func__, bundle, true, "");
+    return copy_bundle_url(__func__, bundle, bundle_folder, bundle_folder);
 }
 
 CFURLRef CFBundleCopyExecutableURL(CFBundleRef bundle)
 {
-    return copy_bundle_url(__func__, bundle, true, "/Contents/MacOS/program");
+    return copy_bundle_url(__func__, bundle, {true, "/Contents/MacOS/program"}, {true, "/program"});
 }
 
 CFURLRef CFBundleCopySupportFilesDirectoryURL(CFBundleRef bundle)
 {
-    return copy_bundle_url(__func__, bundle, false, "Contents");
+    return copy_bundle_url(__func__, bundle, {false, "Contents"}, bundle_folder);
 }
 
 CFURLRef CFBundleCopyResourcesDirectoryURL(CFBundleRef bundle)
 {
-    return copy_bundle_url(__func__, bundle, false, "Contents/Resources");
+    return copy_bundle_url(__func__, bundle, {false, "Contents/Resources"}, bundle_folder);
 }
 
 CFURLRef CFBundleCopyBuiltInPlugInsURL(CFBundleRef bundle)
 {
-    return copy_bundle_url(__func__, bundle, false, "Contents/PlugIns");
+    return copy_bundle_url(__func__, bundle, {false, "Contents/PlugIns"}, {false, "PlugIns"});
 }
 
 CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
@@ -377,9 +431,13 @@ CFURLRef CFBundleCopyResourceURL(CFBundleRef bundle, CFStringRef resourceName,
     const Object *name = live_object(__func__, resourceName, Kind::Text);
     require(resourceType == nullptr, __func__, "unexpected type of resource");
     require(subDirName == nullptr, __func__, "unexpected sub-folder");
-    if (owner == nullptr || name == nullptr || failing || !has_resource(owner->text, name->text))
+    if (owner == nullptr || name == nullptr || failing)
         return nullptr;
-    return give_url(owner->text + "/Contents/Resources/" + name->text);
+    const std::string found = find_resource(*owner->bundle, name->text);
+    if (found.empty())
+        return nullptr;
+    return give_url(owner->bundle->root + (owner->bundle->is_bare ? "/" : "/Contents/Resources/") +
+                    found);
 }
 
 OSErr Gestalt(OSType selector, SInt32 *response)

@@ -26,13 +26,18 @@
 namespace quintral::tests {
 
 // A loaded bundle. As on the system, the paths of its folder, its executable
-// (Contents/MacOS/program) and its named resources (Contents/Resources/NAME) are absolute; those of
-// its support files (Contents), resources (Contents/Resources) and plug-ins (Contents/PlugIns) are
-// relative.
+// (Contents/MacOS/program) and its resources (in Contents/Resources) are absolute; those of its
+// support files (Contents), resources folder (Contents/Resources) and plug-ins (Contents/PlugIns)
+// are relative. A bare program, which has no bundle, lies beside its resources in the folder that
+// counts as its bundle; there only the path of the plug-ins (PlugIns) is relative.
+//
+// A resource is found by its path in the resources folder, if that is a file, a folder or even
+// ../Info.plist, or without its language folder en.lproj. The empty name finds some file.
 struct LoadedBundle {
     std::string identifier; // empty for the main bundle
     std::string root;
-    std::vector<std::string> resources; // names
+    std::vector<std::string> resources; // paths of files in the resources folder
+    bool is_bare = false;               // a program without a bundle
 };
 
 enum class ProxyEntryKind { Text, Number, UnreadableNumber };
@@ -43,8 +48,9 @@ struct ProxyEntry {
     int number; // an unreadable number is written too, but the call fails
 };
 
-// The system encoding: UTF-8 under a number that no system uses, so that a source must ask for it.
-// The byte 0xFF is invalid in it.
+// The system encoding: Mac Roman under a number that no system uses, so that a source must ask for
+// it. What tests set and read below is UTF-8; paths and URLs that an operation takes or returns are
+// Mac Roman, except for paths to open, which are not converted.
 constexpr CFStringEncoding recorded_system_encoding = 0x0badc0de;
 
 // What calls return if they are made to fail.
@@ -65,7 +71,7 @@ struct Frameworks {
 
     // Recorded for the test.
     std::vector<std::string> calls;  // the calls that can fail
-    std::vector<std::string> opened; // "file PATH", "URL TEXT"
+    std::vector<std::string> opened; // "file PATH", "URL TEXT", escaped
     std::vector<std::string> faults; // "CALL: what is wrong"
 };
 

@@ -13,6 +13,8 @@ namespace quintral::tests {
 std::string shown(std::string buffer)
 {
     std::replace(buffer.begin(), buffer.end(), '\0', '$');
+    const auto both_left = [](char a, char b) { return a == '!' && b == '!'; };
+    buffer.erase(std::unique(buffer.begin(), buffer.end(), both_left), buffer.end());
     return buffer.substr(0, buffer.find_last_not_of('#') + 1);
 }
 
@@ -70,7 +72,9 @@ void set_up_machine()
     frameworks_reset();
     frameworks.system_version = 0x1049;
     frameworks.bundles = {
-        {"", "/Applications/Caf\xc3\xa9.app", {"welcome.txt", "caf\xc3\xa9.txt"}},
+        {"",
+         "/Applications/Caf\u00e9.app",
+         {"welcome.txt", "caf\u00e9.txt", "pictures/sky.png", "en.lproj/hello.txt"}},
         {QUINTRAL_PLUGIN_IDENTIFIER, "/Library/First.plugin", {"tools.txt"}},
         {QUINTRAL_SECOND_PLUGIN_IDENTIFIER, "/Library/Second.plugin", {"brushes.txt"}},
     };
@@ -78,6 +82,12 @@ void set_up_machine()
     frameworks.proxies = {{"HTTPEnable", number_entry(1)},
                           {"HTTPProxy", text_entry("cache")},
                           {"HTTPPort", number_entry(3128)}};
+}
+
+void set_up_bare_program()
+{
+    set_up_machine();
+    frameworks.bundles[0] = {"", "/opt/bin", {"welcome.txt"}, true};
 }
 
 void unload(const std::string &identifier)

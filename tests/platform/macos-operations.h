@@ -1,6 +1,8 @@
 // The operations of the macOS sources over the recording frameworks. Each returns a string with the
 // result and the buffer, which is filled with '#' before the call. A NUL is shown as '$', and the
-// '#'s at the end are left out, so an unchanged buffer is shown as an empty string.
+// '#'s at the end are left out, so an unchanged buffer is shown as an empty string. The '!'s that a
+// failed call leaves are shown as one. Paths are in Mac Roman, in which an e with an acute accent
+// is the byte 0x8e.
 //
 //     set_up_machine();
 //     EXPECT_EQ(plugin_bundle_path(), "buffer /Library/First.plugin$");
@@ -20,6 +22,9 @@ constexpr std::size_t buffer_size = 80; // whatever capacity the operation is gi
 
 // A machine on which everything works: three bundles and a proxy.
 void set_up_machine();
+
+// Makes the main bundle that of the program /opt/bin/program, which is not in a bundle.
+void set_up_bare_program();
 
 // Removes a loaded bundle by its identifier, the main one by "".
 void unload(const std::string &identifier);

@@ -1,9 +1,11 @@
 // The recording frameworks themselves: their declarations and their record of misuse.
 #include "platform/platform.h"
+#include "tests/macos-frameworks/mac-roman.h"
 #include "tests/macos-frameworks/recording.h"
 #include "tests/platform/macos-operations.h"
 
 #include <cstring>
+#include <string>
 #include <type_traits>
 
 #include <gtest/gtest.h>
@@ -30,6 +32,18 @@ TEST(MacosDeclarations, MatchThoseOfTheSystem)
     EXPECT_EQ(static_cast<CFStringEncoding>(kCFStringEncodingASCII), 0x0600u);
     EXPECT_EQ(static_cast<CFIndex>(kCFNumberIntType), 9);
     EXPECT_EQ(static_cast<CFIndex>(kCFURLPOSIXPathStyle), 0);
+}
+
+TEST(MacRoman, HasACharacterForEveryByteAndOnlyThose)
+{
+    std::string bytes;
+    for (int byte = 0; byte < 256; ++byte)
+        bytes += static_cast<char>(byte);
+    std::string read_back;
+    EXPECT_TRUE(mac_roman_from_utf8(utf8_from_mac_roman(bytes), &read_back));
+    EXPECT_EQ(read_back, bytes);
+    EXPECT_EQ(utf8_from_mac_roman("a\x8e\xff"), "a\u00e9\u02c7");
+    EXPECT_FALSE(mac_roman_from_utf8("a\u65e5", &read_back));
 }
 
 // The recording

@@ -87,7 +87,7 @@ TEST(PlatformMacosOpen, ReturnsTheStatusOfTheLaunchServices)
         frameworks.open_status = status;
         EXPECT_EQ(make_and_open_ref("/a/b.txt"), "0 " + prefix + " file /a/b.txt");
         frameworks.opened.clear();
-        EXPECT_EQ(open_path("/caf\xc3\xa9"), prefix + " file /caf\xc3\xa9");
+        EXPECT_EQ(open_path("/caf\u00e9"), prefix + " file /caf\u00e9");
         frameworks.opened.clear();
         EXPECT_EQ(open_url("http://a/b", 10), prefix + " URL http://a/b");
         expect_all_released();
@@ -104,7 +104,7 @@ TEST(PlatformMacosOpenPath, OpensAnEmptyReferenceForAMissingPath)
     expect_all_released();
 }
 
-TEST(PlatformMacosOpenUrl, ReadsOnlyUpToTheCount)
+TEST(PlatformMacosOpenUrl, ReadsOnlyUpToTheCountAndEscapesWhatUrlsLack)
 {
     const struct {
         const char *bytes;
@@ -112,10 +112,12 @@ TEST(PlatformMacosOpenUrl, ReadsOnlyUpToTheCount)
         const char *answer;
     } rows[] = {
         {"http://a/bcd", 10, "0 URL http://a/b"},
-        {"http://caf\xc3\xa9/", 13, "0 URL http://caf\xc3\xa9/"},
-        {"http://a b", 10, "-30773 "},
+        {"http://a b", 10, "0 URL http://a%20b"},
         {"http://a b", 8, "0 URL http://a"},
-        {"http://a/\xff", 10, "-30773 "},
+        {"http://a/\xff", 10, "0 URL http://a/%CB%87"}, // a caron, in the system encoding
+        {"http://a/\u00e9", 11, "0 URL http://a/%E2%88%9A%C2%A9"}, // UTF-8 is two characters in it
+        {"http://a/\0b", 11, "-30773 "},
+        {"\0", 1, "-30773 "},
         {"http://a", std::numeric_limits<std::size_t>::max(), "-30773 "},
         {"http://a", std::numeric_limits<std::size_t>::max() / 2 + 1, "-30773 "},
     };
@@ -140,7 +142,7 @@ TEST(PlatformMacosOpenDocument, OpensAPathIfItBeginsWithASlashOtherwiseAUrl)
         {"a/b.txt", 0, "0 URL a/b.txt"},
         {"http://a/b", 0, "0 URL http://a/b"},
         {"", 0, "0 URL "},
-        {"a b", 0, "-1 "},
+        {"a b", 0, "0 URL a%20b"},
         {"/a/b.txt", -10814, "-1 file /a/b.txt"},
         {"/a/b.txt", 1, "-1 file /a/b.txt"},
         {"http://a/b", -10814, "-1 URL http://a/b"},
@@ -166,7 +168,7 @@ TEST(PlatformMacosOpenDocument, FailsForAMissingPath)
 
 TEST(PlatformMacosBundlePath, IsTheSystemsPathForEachLocation)
 {
-    const std::string app = "buffer /Applications/Caf\xc3\xa9.app";
+    const std::string app = "buffer /Applications/Caf\x8e.app";
     const std::string resources = app + "/Contents/Resources/";
     const struct {
         unsigned location;
@@ -179,9 +181,9 @@ TEST(PlatformMacosBundlePath, IsTheSystemsPathForEachLocation)
         {MainResources, nullptr, "buffer Contents/Resources$"},
         {MainPlugIns, nullptr, "buffer Contents/PlugIns$"},
         {MainNamedResource, "welcome.txt", resources + "welcome.txt$"},
-        {MainNamedResource, "caf\xc3\xa9.txt", resources + "caf\xc3\xa9.txt$"},
+        {MainNamedResource, "caf\x8e.txt", resources + "caf\x8e.txt$"},
+        {MainNamedResource, "caf\u00e9.txt", "null "}, // UTF-8 is another name
         {MainNamedResource, "missing.txt", "null "},
-        {MainNamedResource, "\xff", "null "},
         {SecondProductBundle, nullptr, "buffer /Library/Second.plugin$"},
         {ConfigFolder, nullptr, "buffer " QUINTRAL_CONFIG_FOLDER "$"},
         {ConfigFolder + 1, nullptr, app + "$"},
@@ -193,6 +195,53 @@ TEST(PlatformMacosBundlePath, IsTheSystemsPathForEachLocation)
         EXPECT_EQ(bundle_path(row.location, row.name), row.answer) << "location " << row.location;
         expect_all_released();
     }
+}
+
+TEST(PlatformMacosBundlePath, IsRelativeOnlyForThePlugInsOfABareProgram)
+{
+    const struct {
+        unsigned location;
+        const char *answer;
+    } rows[] = {
+        {MainBundle, "buffer /opt/bin$"},       {MainExecutable, "buffer /opt/bin/program$"},
+        {MainSupportFiles, "buffer /opt/bin$"}, {MainResources, "buffer /opt/bin$"},
+        {MainPlugIns, "buffer PlugIns$"},       {MainNamedResource, "buffer /opt/bin/welcome.txt$"},
+    };
+    for (const auto &row : rows) {
+        set_up_bare_program();
+        EXPECT_EQ(bundle_path(row.location, "welcome.txt"), row.answer) << row.location;
+        expect_all_released();
+    }
+}
+
+TEST(PlatformMacosBundlePath, IsThatOfAnythingThatTheSystemFindsByTheName)
+{
+    const struct {
+        const char *name;
+        const char *found;
+    } rows[] = {
+        {"pictures", "pictures"},
+        {"pictures/sky.png", "pictures/sky.png"},
+        {"hello.txt", "en.lproj/hello.txt"},
+        {"../Info.plist", "../Info.plist"},
+        {"", "welcome.txt"}, // some file
+    };
+    for (const auto &row : rows) {
+        set_up_machine();
+        EXPECT_EQ(bundle_path(MainNamedResource, row.name),
+                  std::string("buffer /Applications/Caf\x8e.app/Contents/Resources/") + row.found +
+                      '$');
+        expect_all_released();
+    }
+}
+
+TEST(PlatformMacosBundlePath, IsEmptyIfTheEncodingLacksACharacterOfIt)
+{
+    set_up_machine();
+    frameworks.bundles[0].root = "/Applications/\u65e5.app";
+    EXPECT_EQ(bundle_path(MainBundle, nullptr), "buffer $!");
+    EXPECT_EQ(bundle_path(MainSupportFiles, nullptr), "buffer Contents$");
+    expect_all_released();
 }
 
 TEST(PlatformMacosBundlePath, IsNullForEveryLocationWithoutAMainBundle)
@@ -214,13 +263,12 @@ TEST(PlatformMacosBundlePath, IsNullForASecondProductThatIsNotLoaded)
     expect_all_released();
 }
 
-// The recording leaves a '!' if a path does not fit.
 TEST(PlatformMacosBundlePath, ReturnsTheBufferEvenIfThePathDoesNotFit)
 {
     const struct {
         std::size_t capacity;
         const char *answer;
-    } rows[] = {{9, "buffer Contents$"}, {8, "buffer !"}, {1, "buffer !"}};
+    } rows[] = {{9, "buffer Contents$"}, {8, "buffer $!"}, {1, "buffer $"}};
     for (const auto &row : rows) {
         set_up_machine();
         EXPECT_EQ(bundle_path(MainSupportFiles, nullptr, row.capacity), row.answer);
@@ -248,7 +296,7 @@ TEST(PlatformMacosPluginBundlePath, ReturnsTheBufferEvenIfThePathDoesNotFit)
 {
     set_up_machine();
     EXPECT_EQ(plugin_bundle_path(22), "buffer /Library/First.plugin$");
-    EXPECT_EQ(plugin_bundle_path(21), "buffer !");
+    EXPECT_EQ(plugin_bundle_path(21), "buffer $!");
     expect_all_released();
 }
 
@@ -261,10 +309,10 @@ TEST(PlatformMacosPluginResourcePath, Returns0AndWritesOnlyAResourceOfTheBundle)
     } rows[] = {
         {"tools.txt", buffer_size, "0 /Library/First.plugin/Contents/Resources/tools.txt$"},
         {"tools.txt", 51, "0 /Library/First.plugin/Contents/Resources/tools.txt$"},
-        {"tools.txt", 50, "0 !"},
+        {"tools.txt", 50, "0 $!"},
         {"welcome.txt", buffer_size, "0 "},
         {"brushes.txt", buffer_size, "0 "},
-        {"\xff", buffer_size, "0 "},
+        {"", buffer_size, "0 /Library/First.plugin/Contents/Resources/tools.txt$"}, // some file
     };
     for (const auto &row : rows) {
         set_up_machine();

@@ -38,6 +38,7 @@ Entries without(const std::string &key)
 TEST(SystemProxyMacos, NeedsEachOfTheThreeEntries)
 {
     const char *const no_proxy = "false $ 0";
+    const char *const refused = "false $! 0";     // the copy of the host failed
     const char *const emptied = "false $ache$ 0"; // the host had been copied and was then emptied
     Entries other_protocols = {{"SOCKSEnable", number_entry(1)}};
     for (const auto &[key, entry] : complete_entries)
@@ -56,7 +57,7 @@ TEST(SystemProxyMacos, NeedsEachOfTheThreeEntries)
         {"disabled", with("HTTPEnable", number_entry(0)), no_proxy},
         {"host missing", without("HTTPProxy"), no_proxy},
         {"host a number", with("HTTPProxy", number_entry(1)), no_proxy},
-        {"host not ASCII", with("HTTPProxy", text_entry("caf\xc3\xa9")), no_proxy},
+        {"host not ASCII", with("HTTPProxy", text_entry("caf\u00e9")), refused},
         {"port missing", without("HTTPPort"), emptied},
         {"port a text", with("HTTPPort", text_entry("3128")), emptied},
         {"port unreadable", with("HTTPPort", unreadable_entry(3128)), emptied},
@@ -106,7 +107,7 @@ TEST(SystemProxyMacos, AcceptsAHostThatFitsWithItsTerminator)
         const char *answer;
     } rows[] = {
         {"cache", 6, "true cache$ 3128"},
-        {"cache", 5, "false $ 0"},
+        {"cache", 5, "false $! 0"},
         {"cache", 1, "false $ 0"},
         {"", 1, "true $ 3128"},
     };
