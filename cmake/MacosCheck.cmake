@@ -37,25 +37,29 @@ else()
 endif()
 
 # The C++ headers are those of clang's own libc++; its C headers stand between them and the
-# system's.
+# system's, which are those of macOS 11, the oldest here.
 execute_process(COMMAND clang++ -print-resource-dir
   OUTPUT_VARIABLE clang_folder OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 cmake_path(SET cxx_headers NORMALIZE ${clang_folder}/../../../include/c++/v1)
 
 if(QUINTRAL_MACOS_TARGET MATCHES "^arm64")
-  set(architecture_headers aarch64-macos.13-none)
+  set(architecture_headers aarch64-macos.11-none)
 else()
-  set(architecture_headers x86_64-macos.13-none) # of 32-bit Intel too
+  set(architecture_headers x86_64-macos.11-none) # of 32-bit Intel too
 endif()
 set(c_headers ${QUINTRAL_MACOS_TOOLCHAIN}/lib/libc/include)
 set(include_folders
   ${cxx_headers}
   ${clang_folder}/include
   ${c_headers}/${architecture_headers}
-  ${c_headers}/any-macos.13-any
+  ${c_headers}/any-macos.11-any
   ${c_headers}/any-macos-any
   ${CMAKE_CURRENT_LIST_DIR}/../tests/macos-frameworks)
 set(CMAKE_CXX_FLAGS_INIT "-nostdinc -nostdinc++ -Werror=unguarded-availability")
+if(first_system VERSION_LESS 10.7)
+  string(APPEND CMAKE_CXX_FLAGS_INIT
+    " -include ${CMAKE_CURRENT_LIST_DIR}/../tests/macos-frameworks/before-10.7.h")
+endif()
 foreach(folder ${include_folders})
   if(NOT IS_DIRECTORY ${folder})
     message(FATAL_ERROR "No folder ${folder}; scripts/check-macos.sh installs what is needed")

@@ -20,6 +20,12 @@ constexpr std::size_t largest_file = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t longest_line = 4096;                     // kept
 constexpr std::size_t largest_line = std::size_t{1024} * 1024; // accepted
 
+#if defined(O_CLOEXEC)
+constexpr int close_on_exec = O_CLOEXEC;
+#else
+constexpr int close_on_exec = 0; // on Mac OS X before 10.7, where no child is started here
+#endif
+
 struct OpenFile {
     int descriptor;
     bool is_standard_input;
@@ -34,7 +40,7 @@ OpenFile open_to_read(const char *path)
 {
     if (std::strcmp(path, "-") == 0)
         return {STDIN_FILENO, true};
-    return {open(path, O_RDONLY | O_CLOEXEC), false};
+    return {open(path, O_RDONLY | close_on_exec), false};
 }
 
 int cannot_read(const char *path, std::string *error)
