@@ -3,10 +3,14 @@
 // URLs as a double click or a click on a link would.
 //
 // Results are NUL-terminated strings in the caller's buffer; no platform objects are exposed, and
-// every object that a function creates is released before it returns. Strings are in the system's
-// default encoding on macOS and plain bytes on Linux. Nothing is reported through the diagnostics:
-// failures show only in the result and the buffer. No state is kept; a function may be called from
-// any thread that may call the platform's services.
+// every object that a function creates is released before it returns. Nothing is reported through
+// the diagnostics: failures show only in the result and the buffer. No state is kept; a function
+// may be called from any thread that may call the platform's services.
+//
+// Strings are plain bytes on Linux. On macOS the paths to open are UTF-8, while URLs, resource
+// names and the paths that a function returns are in the system encoding, which is Mac Roman on a
+// system for a western language. A path that is not expressible in it is returned as an empty
+// string, and a returned path that is not ASCII must be converted before it is opened.
 //
 //     char path[1024];
 //     if (platform_bundle_path(path, sizeof path, MainNamedResource, "welcome.txt") != nullptr)
@@ -44,11 +48,12 @@ char *platform_format_system_version(std::uint32_t system_version, char *buffer,
 // Opening in the desktop
 //
 // A status of 0 means that the desktop accepted the request, not that anything is visible yet. On
-// macOS any other status comes from Launch Services. On Linux the request is passed to xdg-open,
-// and the call waits at most one second: the status is the exit status of xdg-open, 0 if it is
-// still running, or -1 if it cannot be started or was killed by a signal. The launched program is
-// never a child of the caller and leaves no zombie; a process that adopts orphans (PID 1 in a
-// container, a subreaper) adopts this one too. The caller gets one SIGCHLD.
+// macOS the call waits for Launch Services, however long they take, and any other status is theirs.
+// On Linux the request is passed to xdg-open, and the call waits at most one second: the status is
+// the exit status of xdg-open, 0 if it is still running, or -1 if it cannot be started or was
+// killed by a signal. The launched program is never a child of the caller and leaves no zombie; a
+// process that adopts orphans (PID 1 in a container, a subreaper) adopts this one too. The caller
+// gets one SIGCHLD.
 
 // Status for input that is not a valid URL.
 constexpr std::int32_t PlatformNoAddress = -30773;
@@ -68,10 +73,11 @@ std::int32_t platform_open_ref(PlatformFileRef ref);
 std::int32_t platform_open_path(const char *path);
 
 // Opens a URL with the desktop's handler for its scheme. Returns the status, or PlatformNoAddress:
-// on macOS if the system cannot create a URL from the bytes; on Linux if they do not begin with a
-// scheme (a letter, then letters, digits, '+', '-' and '.', up to a ':') or contain a byte that RFC
-// 3986 does not allow, such as a space or a byte above 0x7E. Any scheme is accepted; validate URLs
-// from untrusted sources first. Throws std::bad_alloc when memory runs out.
+// on macOS if the system cannot create a URL from the bytes, such as when they contain a NUL (it
+// escapes spaces and characters that are not ASCII); on Linux if they do not begin with a scheme (a
+// letter, then letters, digits, '+', '-' and '.', up to a ':') or contain a byte that RFC 3986 does
+// not allow, such as a space or a byte above 0x7E. Any scheme is accepted; validate URLs from
+// untrusted sources first. Throws std::bad_alloc when memory runs out.
 // Requires: address is count bytes long; it need not be terminated.
 std::int32_t platform_open_url(const char *address, std::size_t count);
 
@@ -86,9 +92,10 @@ int platform_open_document(const char *text);
 // PREFIX/bin/NAME is the folder PREFIX/share/NAME.resources if that exists, otherwise the folder
 // that contains the program. The main bundle contains the resources and support files, and a folder
 // PlugIns, in which each plug-in bundle is a folder IDENTIFIER.bundle that contains the plug-in's
-// resources. Paths are absolute on Linux; on macOS they are what the system returns, which may be
-// relative. The two plug-in bundle identifiers and the fixed folder are build settings
-// (QUINTRAL_PLUGIN_IDENTIFIER, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, QUINTRAL_CONFIG_FOLDER).
+// resources. Paths are absolute on Linux. On macOS those of the support files, the resources folder
+// and the plug-ins are relative to the bundle's folder; for a program that is not in a bundle the
+// first two are absolute. The two plug-in bundle identifiers and the fixed folder are build
+// settings (QUINTRAL_PLUGIN_IDENTIFIER, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, QUINTRAL_CONFIG_FOLDER).
 
 // What platform_bundle_path can find.
 enum BundleLocation : unsigned {
@@ -107,11 +114,12 @@ enum BundleLocation : unsigned {
 //
 // Returns the buffer; or null, with the buffer unchanged, if the location does not exist or if
 // there is no main bundle, which every location requires. If the path does not fit, it is cut and
-// terminated on Linux, while on macOS the buffer's content is whatever the system leaves there; the
-// buffer is returned on both. On Linux a resource name that is null, empty, begins with '/' or has
-// a component ".." is never found.
+// terminated on Linux, while on macOS the buffer holds what the system leaves there, an empty
+// string; the buffer is returned on both. On Linux a resource name that is null, empty, begins with
+// '/' or has a component ".." is never found. On macOS a name also finds folders, files in them,
+// files of the user's language and even "../Info.plist"; check names from untrusted sources first.
 // Requires: buffer is at least capacity bytes long; capacity is at least 1; on macOS resource_name
-// is not null for MainNamedResource.
+// is neither null nor empty for MainNamedResource (an empty name finds some file).
 char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location,
                            const char *resource_name);
 
@@ -122,7 +130,7 @@ char *platform_plugin_bundle_path(char *buffer, std::size_t capacity);
 // Writes the path of a named resource of the Quintral plug-in bundle. Always returns 0; if the
 // resource is not found, the buffer is unchanged. To detect that, set the buffer's first byte to a
 // terminator before the call and check it afterwards, as existing programs do.
-// Requires: see platform_bundle_path; on macOS resource_name is not null.
+// Requires: see platform_bundle_path; on macOS resource_name is neither null nor empty.
 int platform_plugin_resource_path(const char *resource_name, char *buffer, std::size_t capacity);
 
 } // namespace quintral

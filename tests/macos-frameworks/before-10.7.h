@@ -1,6 +1,6 @@
-// Included before each source that is compiled for Mac OS X before 10.7. The headers of the C library
-// here are those of a later system; this removes the flags that 10.6 lacks, which no availability
-// attribute marks.
+// Included before each source that is compiled for Mac OS X before 10.7. The headers of the C
+// library here are those of a later system; this removes the flags that 10.6 lacks. No availability
+// attribute marks them.
 #ifndef QUINTRAL_TESTS_MACOS_FRAMEWORKS_BEFORE_10_7_H
 #define QUINTRAL_TESTS_MACOS_FRAMEWORKS_BEFORE_10_7_H
 
