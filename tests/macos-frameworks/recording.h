@@ -29,7 +29,8 @@ namespace quintral::tests {
 // (Contents/MacOS/program) and its resources (in Contents/Resources) are absolute; those of its
 // support files (Contents), resources folder (Contents/Resources) and plug-ins (Contents/PlugIns)
 // are relative. A bare program, which has no bundle, lies beside its resources in the folder that
-// counts as its bundle; there only the path of the plug-ins (PlugIns) is relative.
+// counts as its bundle, and these paths are absolute, except that of its plug-ins: it was never
+// tried and is PlugIns here.
 //
 // A resource is found by its path in the resources folder, if that is a file, a folder or even
 // ../Info.plist, or without its language folder en.lproj. The empty name finds some file.

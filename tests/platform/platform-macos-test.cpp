@@ -197,15 +197,17 @@ TEST(PlatformMacosBundlePath, IsTheSystemsPathForEachLocation)
     }
 }
 
-TEST(PlatformMacosBundlePath, IsRelativeOnlyForThePlugInsOfABareProgram)
+TEST(PlatformMacosBundlePath, IsAbsoluteForTheFilesOfABareProgram)
 {
     const struct {
         unsigned location;
         const char *answer;
     } rows[] = {
-        {MainBundle, "buffer /opt/bin$"},       {MainExecutable, "buffer /opt/bin/program$"},
-        {MainSupportFiles, "buffer /opt/bin$"}, {MainResources, "buffer /opt/bin$"},
-        {MainPlugIns, "buffer PlugIns$"},       {MainNamedResource, "buffer /opt/bin/welcome.txt$"},
+        {MainBundle, "buffer /opt/bin$"},
+        {MainExecutable, "buffer /opt/bin/program$"},
+        {MainSupportFiles, "buffer /opt/bin$"},
+        {MainResources, "buffer /opt/bin$"},
+        {MainNamedResource, "buffer /opt/bin/welcome.txt$"},
     };
     for (const auto &row : rows) {
         set_up_bare_program();
