@@ -254,7 +254,7 @@ TEST(LongOptionsRandom, ALengthIsNotKeptForOtherStringsOrPositions)
 
     // Without option_index 0, at the start of a word and past the end of another one.
     std::strcpy(word, "-f");
-    option_index = 1;
+    option_index = 0;
     EXPECT_EQ(parse_options(2, vector, "abcdef", nullptr, nullptr, 0), 'f');
     std::strcpy(word, "-abcdef");
     option_index = 1;
