@@ -15,6 +15,7 @@
 // machine. Run a real service behind a web server.
 #include "update-exchange.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -37,9 +38,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t connection_limit = 128;
+// Below the usual limit of 1024 descriptors.
+constexpr std::size_t connection_limit = 512;
 // From accept to close, whatever the client does in between.
 constexpr std::chrono::seconds connection_time(10);
+// For so long after accept, a connection is not closed in favour of another: enough for a request
+// over a slow line. A thousand clients that only hold connections delay a new one by two such times
+// at most, since 512 of them are replaced in each. Clients wait ten seconds for an answer.
+constexpr std::chrono::seconds grace_time(2);
 
 // ---- One connection ---------------------------------------------------------------------------
 
@@ -47,7 +53,8 @@ enum class Phase { Receiving, Sending, Draining };
 
 struct Connection {
     int descriptor;
-    Clock::time_point deadline;
+    Clock::time_point accepted;
+    Clock::time_point progress; // when it last moved bytes of the request or the answer
     Phase phase = Phase::Receiving;
     std::string input;
     std::size_t body_start = 0; // 0: the header has not been read
@@ -124,6 +131,7 @@ int receive(Connection *connection, const std::vector<Product> &products)
                                       : "The header has no end.");
         return 0;
     }
+    connection->progress = Clock::now();
     const std::size_t before = connection->input.size();
     connection->input.append(chunk, static_cast<std::size_t>(count));
     if (connection->body_start == 0)
@@ -143,6 +151,7 @@ int send_answer(Connection *connection)
                                output.size() - connection->sent, 0);
     if (count < 0)
         return after_failure();
+    connection->progress = Clock::now();
     connection->sent += static_cast<std::size_t>(count);
     if (connection->sent == output.size()) {
         shutdown(connection->descriptor, SHUT_WR);
@@ -160,57 +169,89 @@ int serve(Connection *connection, const std::vector<Product> &products)
 
 // ---- All connections --------------------------------------------------------------------------
 
-// In the order in which they were accepted, so the time of the first one ends first.
-using Connections = std::vector<Connection>;
+struct Clients {
+    // In the order in which they were accepted, so the time of the first one ends first.
+    std::vector<Connection> connections;
+    std::size_t room = connection_limit; // less if the system has no more descriptors
+};
 
-void close_connection(Connections *connections, std::size_t index, const char *why)
+void close_connection(Clients *clients, std::size_t index, const char *why)
 {
-    const Connection &connection = (*connections)[index];
+    const Connection &connection = clients->connections[index];
     if (why != nullptr && connection.phase != Phase::Draining)
         std::fprintf(stderr, "Closed: %s\n", why);
     close(connection.descriptor);
-    connections->erase(connections->begin() + static_cast<std::ptrdiff_t>(index));
+    clients->connections.erase(clients->connections.begin() + static_cast<std::ptrdiff_t>(index));
+    clients->room = connection_limit;
 }
 
-// At the limit, the oldest connection is closed for the new one, so idle clients can't keep others
-// out. Only a few clients are accepted per turn, so a burst of connections can't push out a client
-// before its request has been read.
-void accept_clients(int listener, Connections *connections)
+bool has_grace(const Connection &connection)
 {
-    for (int i = 0; i < 16; ++i) {
-        const int descriptor = accept(listener, nullptr, nullptr);
-        if (descriptor < 0 && (after_failure() == 0 || errno == ECONNABORTED))
-            return;
-        if (descriptor < 0) { // most likely out of descriptors: free one, and never spin
-            if (connections->empty())
-                poll(nullptr, 0, 100);
-            else
-                close_connection(connections, 0, "the system has no room for another client");
-            return;
-        }
-        if (connections->size() == connection_limit)
-            close_connection(connections, 0, "too many clients");
-        fcntl(descriptor, F_SETFL, O_NONBLOCK);
-        Connection connection{};
-        connection.descriptor = descriptor;
-        connection.deadline = Clock::now() + connection_time;
-        connections->push_back(connection);
+    return connection.accepted + grace_time > Clock::now();
+}
+
+// Whether new clients wait in the system's queue: there is no room, and no connection that may be
+// closed for them.
+bool is_full(const Clients &clients)
+{
+    const std::size_t count = clients.connections.size();
+    return count > 0 && count >= clients.room && has_grace(clients.connections.front());
+}
+
+// Closes the connection that has been without progress for the longest, of those that have had
+// their grace time.
+void close_stalest(Clients *clients, const char *why)
+{
+    const std::vector<Connection> &connections = clients->connections;
+    std::size_t stalest = 0;
+    for (std::size_t i = 1; i < connections.size() && !has_grace(connections[i]); ++i) {
+        if (connections[i].progress < connections[stalest].progress)
+            stalest = i;
     }
+    close_connection(clients, stalest, why);
 }
 
-void close_late(Connections *connections)
+// Accepts a client that is waiting. If there is no room for it, another connection is closed.
+// Requires: the clients are not full.
+void accept_client(int listener, Clients *clients)
 {
-    while (!connections->empty() && connections->front().deadline <= Clock::now())
-        close_connection(connections, 0, "the client took too long");
+    if (clients->connections.size() >= clients->room)
+        close_stalest(clients, clients->room < connection_limit
+                                   ? "the system has no room for another client"
+                                   : "too many clients");
+    const int descriptor = accept(listener, nullptr, nullptr);
+    if (descriptor < 0 && (after_failure() == 0 || errno == ECONNABORTED))
+        return;
+    if (descriptor < 0) { // most likely out of descriptors; never spin
+        clients->room = std::max<std::size_t>(clients->connections.size(), 1);
+        if (clients->connections.empty())
+            poll(nullptr, 0, 100);
+        return;
+    }
+    fcntl(descriptor, F_SETFL, O_NONBLOCK);
+    Connection connection{};
+    connection.descriptor = descriptor;
+    connection.accepted = Clock::now();
+    connection.progress = connection.accepted;
+    clients->connections.push_back(connection);
 }
 
-// Milliseconds until the first connection's time ends, rounded up; -1 without connections.
-int poll_time(const Connections &connections)
+void close_late(Clients *clients)
 {
-    if (connections.empty())
+    while (!clients->connections.empty() &&
+           clients->connections.front().accepted + connection_time <= Clock::now())
+        close_connection(clients, 0, "the client took too long");
+}
+
+// Milliseconds until new clients need not wait any more or the first connection's time ends,
+// rounded up; -1 without connections.
+int poll_time(const Clients &clients)
+{
+    if (clients.connections.empty())
         return -1;
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(connections.front().deadline - Clock::now());
+    const auto end =
+        clients.connections.front().accepted + (is_full(clients) ? grace_time : connection_time);
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
     return left.count() > 0 ? static_cast<int>(left.count()) : 0;
 }
 
@@ -223,32 +264,43 @@ extern "C" void stop_signal(int)
     errno = error;
 }
 
+// Waits until there is something to do. Returns what poll has found for the stop pipe, the listener
+// and each connection, or nothing if a signal has interrupted it.
+std::vector<pollfd> wait_for_events(int listener, const Clients &clients)
+{
+    const short accepting = is_full(clients) ? 0 : POLLIN;
+    std::vector<pollfd> waiting = {{stop_pipe[0], POLLIN, 0}, {listener, accepting, 0}};
+    for (const Connection &connection : clients.connections) {
+        const bool sending = connection.phase == Phase::Sending;
+        const short events = sending ? POLLOUT : POLLIN;
+        waiting.push_back({connection.descriptor, events, 0});
+    }
+    const auto count = static_cast<nfds_t>(waiting.size());
+    if (poll(waiting.data(), count, poll_time(clients)) < 0)
+        waiting.clear();
+    return waiting;
+}
+
 void run(int listener, const std::vector<Product> &products)
 {
-    Connections connections;
+    Clients clients;
     for (;;) {
-        std::vector<pollfd> waiting = {{stop_pipe[0], POLLIN, 0}, {listener, POLLIN, 0}};
-        for (const Connection &connection : connections) {
-            const bool sending = connection.phase == Phase::Sending;
-            const short events = sending ? POLLOUT : POLLIN;
-            waiting.push_back({connection.descriptor, events, 0});
-        }
-        const auto count = static_cast<nfds_t>(waiting.size());
-        if (poll(waiting.data(), count, poll_time(connections)) < 0)
-            continue; // interrupted by a signal
-        if (waiting[0].revents != 0)
+        const std::vector<pollfd> ready = wait_for_events(listener, clients);
+        if (ready.empty())
+            continue;
+        if (ready[0].revents != 0)
             break;
         // Backwards, because closing a connection moves the ones after it.
-        for (std::size_t i = connections.size(); i-- > 0;) {
-            if (waiting[i + 2].revents != 0 && serve(&connections[i], products) != 0)
-                close_connection(&connections, i, nullptr);
+        for (std::size_t i = clients.connections.size(); i-- > 0;) {
+            if (ready[i + 2].revents != 0 && serve(&clients.connections[i], products) != 0)
+                close_connection(&clients, i, nullptr);
         }
-        close_late(&connections);
-        if (waiting[1].revents != 0)
-            accept_clients(listener, &connections);
+        close_late(&clients);
+        if (ready[1].revents != 0)
+            accept_client(listener, &clients);
     }
-    while (!connections.empty())
-        close_connection(&connections, connections.size() - 1, "the service ends");
+    while (!clients.connections.empty())
+        close_connection(&clients, clients.connections.size() - 1, "the service ends");
 }
 
 // ---- Start ------------------------------------------------------------------------------------

@@ -86,17 +86,23 @@ public:
 
 // The client
 
+inline sockaddr_in loopback(std::uint16_t port)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    return address;
+}
+
 inline int connect_to(std::uint16_t port)
 {
     const int descriptor = socket(AF_INET, SOCK_STREAM, 0);
     const timeval limit = {30, 0};
     setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(port);
-    EXPECT_EQ(connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    const sockaddr_in address = loopback(port);
+    EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
     return descriptor;
 }
 
