@@ -3,7 +3,7 @@
 import fnmatch
 from collections import namedtuple
 
-from figures import OURS, exponent, pairs, case_name
+from figures import OURS, REFERENCE, case_name, exponent, pairs
 
 # A figure and the most that it may be. The name is the one in bench/exceptions.json.
 Verdict = namedtuple("Verdict", "name value limit")
@@ -15,10 +15,11 @@ CHECK_LIMITS = (
     ("peak_kib", "bare", 0.92),
     ("peak_kib", "curl", 0.14),
 )
-EXCHANGE_LIMIT = 1.05  # CPU time beside the bare loop of the same calls
+EXCHANGE_LIMIT = 1.05  # CPU time beside a loop of the same calls
 ROUTINE_LIMIT = 1.0    # instructions beside a peer
 CALLS_LIMIT = 1.0      # system calls of remove_tree beside a peer
 GROWTH_LIMIT = 1.1     # exponent of the cost
+LATE_GROWTH_LIMIT = 1.25  # exponent between the last two sizes, which a block that grows raises
 
 
 def check_figures(check):
@@ -37,7 +38,7 @@ def call_figures(calls):
 
 def exchange_figures(exchanges):
     for case, sides in exchanges.items():
-        ratio = sides[OURS]["cpu_us_median"] / sides["raw"]["cpu_us_median"]
+        ratio = sides[OURS]["cpu_us_median"] / sides[REFERENCE]["cpu_us_median"]
         yield Verdict(f"exchange/{case}", ratio, EXCHANGE_LIMIT)
 
 
@@ -48,9 +49,17 @@ def routine_figures(routines):
         yield Verdict(case_name(peer), ratio, ROUTINE_LIMIT)
 
 
+def growth_exponents(points):
+    """The exponents over all sizes and over the last two. A fixed part of the cost makes the first
+    one smaller; the second one shows growth that sets in late."""
+    return exponent(points), exponent(points[-2:])
+
+
 def growth_figures(curves):
     for name, points in curves.items():
-        yield Verdict(f"growth/{name}", exponent(points), GROWTH_LIMIT)
+        overall, last = growth_exponents(points)
+        yield Verdict(f"growth/{name}", overall, GROWTH_LIMIT)
+        yield Verdict(f"late-growth/{name}", last, LATE_GROWTH_LIMIT)
 
 
 def growth_curves(figures):
@@ -59,7 +68,7 @@ def growth_curves(figures):
     for case, sides in figures.get("exchanges", {}).items():
         kind, size = case.rsplit("/", 1)
         curves.setdefault(f"exchange/{kind}", []).append([int(size), sides[OURS]["cpu_us_median"]])
-    return {name: points for name, points in curves.items() if len(points) > 2}
+    return {name: sorted(points) for name, points in curves.items() if len(points) > 2}
 
 
 def verdicts(figures):

@@ -28,7 +28,12 @@ def compiler(build):
 
 
 def c_library():
-    return first_line(["ldd", "--version"])
+    return first_line(["ldd", "--version"]).removeprefix("ldd ")
+
+
+def peer_version(name):
+    """What the program says of itself, up to the list of its libraries."""
+    return first_line([name, "--version"]).split(" (")[0]
 
 
 def flags(command):
@@ -75,7 +80,7 @@ def describe(build, static_build):
         "link flags": link_flags(build),
         "link flags of the static build": link_flags(static_build),
         "C library": c_library(),
-        "curl": first_line(["curl", "-q", "--version"]),
-        "wget": first_line(["wget", "--version"]),
+        "curl": peer_version("curl"),
+        "wget": peer_version("wget"),
         "valgrind": first_line(["valgrind", "--version"]),
     }

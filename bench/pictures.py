@@ -4,7 +4,7 @@ transparent, so that they are readable on a dark page too."""
 import math
 import subprocess
 
-from figures import OURS, case_name, exponent, pairs
+from figures import case_name, exponent, pairs
 from limits import growth_curves
 
 SETTINGS = """
@@ -18,7 +18,7 @@ set title '{title}' textcolor rgb '#222222'
 
 COLOURS = ("#0b6fa4", "#d1600f", "#2f8a3c", "#8d4bb5", "#b3261e", "#5f6b73", "#a07c00", "#0f8f8a",
            "#c2408a", "#3f51b5", "#6d4c41", "#7a9a01")
-OUR_COLOUR, PEER_COLOUR = COLOURS[:2]
+BAR_COLOUR = COLOURS[0]
 
 
 def draw(path, title, height, commands):
@@ -42,6 +42,8 @@ def draw_bars(path, title, bars, axis):
     largest = max(max(row[3] for row in rows), 1)
     draw(path, title, 90 + 19 * len(bars), block("bars", rows) + f"""
 set logscale x
+set format x '%g'
+set xtics add (0.2, 0.5, 2, 5)
 set xrange [{smallest * 0.8:.6g}:{largest * 1.2:.6g}]
 set yrange [0.3:{len(bars) + 0.7}]
 set xlabel '{axis}' textcolor rgb '#222222'
@@ -51,7 +53,7 @@ unset grid
 set grid xtics linecolor rgb '#dddddd'
 set arrow from 1, graph 0 to 1, graph 1 nohead linecolor rgb '#444444' linewidth 2 front
 plot $bars using 2:5:(1):2:($5-0.3):($5+0.3):ytic(1) with boxxyerror \\
-  linecolor rgb '{OUR_COLOUR}', \\
+  linecolor rgb '{BAR_COLOUR}', \\
   $bars using 2:5:3:4 with xerrorbars pointtype 0 linecolor rgb '#222222'
 """)
 
@@ -80,22 +82,25 @@ def routine_bars(routines):
 
 
 def draw_growth(path, curves):
-    """Costs beside the cost of the smallest size, over the size beside the smallest."""
-    names = sorted(curves)
-    data, plots = "", []
+    """Costs per unit of size, beside that at the smallest size: linear growth is a level line. The
+    ones that grow most come first."""
+    names = sorted(curves, key=lambda name: (-exponent(curves[name]), name))
+    data, plots = "", ["1 with lines dashtype 2 linecolor rgb '#444444' title 'linear'"]
     for index, name in enumerate(names):
         first_size, first_cost = curves[name][0]
-        rows = [[size / first_size, cost / first_cost] for size, cost in curves[name]]
+        rows = [[size / first_size, cost / size * first_size / first_cost]
+                for size, cost in curves[name]]
         data += block(f"curve{index}", rows)
         colour = COLOURS[index % len(COLOURS)]
         plots.append(f"$curve{index} using 1:2 with linespoints linecolor rgb '{colour}' "
-                     f"pointtype {index % 7 + 4} title '{name} ({exponent(curves[name]):.2f})'")
-    plots.append("x with lines dashtype 2 linecolor rgb '#444444' title 'linear'")
-    draw(path, "Cost by size (exponent)", 560, data + f"""
+                     f"pointtype {index % 7 + 4} pointsize 0.7 "
+                     f"title '{name} ({exponent(curves[name]):.2f})'")
+    draw(path, "Cost per unit of size (exponent of the cost)", 130 + 19 * len(plots), data + f"""
 set logscale xy
+set format '%g'
 set xlabel 'size beside the smallest' textcolor rgb '#222222'
-set ylabel 'cost beside that of the smallest' textcolor rgb '#222222'
-set key outside right textcolor rgb '#222222' samplen 1
+set ylabel 'cost per unit beside that at the smallest' textcolor rgb '#222222'
+set key outside right Left reverse textcolor rgb '#222222' samplen 1
 plot {', '.join(plots)}
 """)
 

@@ -1,7 +1,7 @@
 """Writes docs/performance.md from the figures, and bench/notes.md, which is written by hand."""
 
-from figures import OURS, case_name, exponent, pairs
-from limits import CHECK_LIMITS, GROWTH_LIMIT, growth_curves
+from figures import REFERENCE, case_name, pairs
+from limits import CHECK_LIMITS, GROWTH_LIMIT, LATE_GROWTH_LIMIT, growth_curves, growth_exponents
 from pictures import draw_all
 
 FOLDER = "docs"
@@ -49,8 +49,8 @@ def check_section(check):
              beside(name, "cpu_us", "curl"), spread(check[name]["peak_kib"]),
              beside(name, "peak_kib", "bare"), beside(name, "peak_kib", "curl")]
             for name in check]
-    limits = "; ".join(f"{'CPU time' if figure == 'cpu_us' else 'peak memory'} beside {peer} "
-                       f"{limit}" for figure, peer, limit in CHECK_LIMITS)
+    limits = ",\n".join(f"{'CPU time' if figure == 'cpu_us' else 'peak memory'} beside {peer} "
+                        f"{limit}" for figure, peer, limit in CHECK_LIMITS)
     return [
         "## The whole check",
         "One update check, from the start of the program to its end, against the sample update "
@@ -59,7 +59,7 @@ def check_section(check):
         "nothing else\n(`bench/bare-check.c`).",
         table(["program", "CPU time, µs", "/ bare", "/ curl", "peak memory, KiB", "/ bare",
                "/ curl"], rows),
-        f"Limits: {limits}.",
+        f"The limits:\n{limits}.",
         picture("check", "CPU time and peak memory of whole checks beside the bare program"),
     ]
 
@@ -80,16 +80,17 @@ def exchange_section(exchanges):
     for case, sides in exchanges.items():
         for name, row in sides.items():
             figure = {key: row[f"cpu_us_{key}"] for key in ("median", "low", "high")}
-            ratio = row["cpu_us_median"] / sides["raw"]["cpu_us_median"]
+            ratio = row["cpu_us_median"] / sides[REFERENCE]["cpu_us_median"]
             peak = row.get("peak_ratio")
             rows.append([case, name, spread(figure), f"{ratio:.2f}",
                          "" if peak is None else f"{peak:.2f}"])
     return [
         "## Exchanges within one process",
         "One exchange against a server in another process. `body/N` has a reply of N bytes, "
-        "`header/N` a\nheader of N bytes. `raw` is a loop of the same system calls. The peak is "
-        "the memory above that\nat the start, beside the size of the reply.",
-        table(["case", "side", "CPU time, µs", "/ raw", "peak / reply"], rows),
+        "`header/N` a\nheader of N bytes. `reference` is a loop of the same system calls and "
+        "nothing else. The range is\nfrom the first to the last tenth. The peak is the memory "
+        "above that at the start, beside the size\nof the reply.",
+        table(["case", "side", "CPU time, µs", "/ reference", "peak / reply"], rows),
     ]
 
 
@@ -106,19 +107,33 @@ def ratios(routines):
     return found
 
 
+def cell(figure):
+    return f"{figure[0]:.2f} / {figure[1]:.2f}"
+
+
+def widest(by_size):
+    return f"{max(figure[2] for figure in by_size.values()):.0%}"
+
+
 def routine_tables(found):
-    """One table for all routines that are measured at the same sizes."""
+    """One table for all routines that are measured at the same sizes, and one for the routines
+    whose sizes no other has."""
     groups = {}
     for key, by_size in sorted(found.items()):
         groups.setdefault(tuple(sorted(by_size)), []).append(key)
+    others = []
     for sizes, keys in sorted(groups.items()):
-        rows = []
-        for key in keys:
-            by_size = found[key]
-            cells = [f"{by_size[size][0]:.2f} / {by_size[size][1]:.2f}" for size in sizes]
-            widest = max(by_size[size][2] for size in sizes)
-            rows.append([*key, *cells, f"{widest:.0%}"])
+        if len(keys) < 3 or len(sizes) < 2:
+            others += keys
+            continue
+        rows = [[*key, *(cell(found[key][size]) for size in sizes), widest(found[key])]
+                for key in keys]
         yield table(["routine", "peer", *sizes, "spread"], rows)
+    rows = [[*key, "; ".join(f"{size}: {cell(figure)}" for size, figure in
+                             sorted(found[key].items())), widest(found[key])]
+            for key in sorted(others)]
+    if rows:
+        yield table(["routine", "peer", "size: ratios", "spread"], rows)
 
 
 def routine_section(routines):
@@ -133,15 +148,19 @@ def routine_section(routines):
 
 
 def growth_section(curves):
-    rows = [[name, " ".join(str(size) for size, _ in points), f"{exponent(points):.2f}"]
-            for name, points in sorted(curves.items())]
+    rows = []
+    for name, points in sorted(curves.items()):
+        overall, last = growth_exponents(points)
+        rows.append([name, ", ".join(str(size) for size, _ in points), f"{overall:.2f}",
+                     f"{last:.2f}"])
     return [
         "## Growth",
         "The cost is fitted by `c * size^e`, by least squares of the logarithms: an exponent e of "
-        "1 is\nlinear, and a fixed part of the cost makes it less. The limit is "
-        f"{GROWTH_LIMIT}. The cost is CPU time for\nexchanges, system calls for `remove_tree`, "
-        "instructions for all others.",
-        table(["what", "sizes", "exponent"], rows),
+        "1 is\nlinear, and a fixed part of the cost makes it less. So the exponent between the "
+        f"last two sizes is\nshown too. The limits are {GROWTH_LIMIT} and {LATE_GROWTH_LIMIT}. "
+        "The cost is CPU time for exchanges, system\ncalls for `remove_tree`, instructions for "
+        "all others.",
+        table(["what", "sizes", "exponent", "last two"], rows),
         picture("growth", "Cost by size"),
     ]
 

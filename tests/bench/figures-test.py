@@ -90,10 +90,10 @@ class Limits(unittest.TestCase):
                                           ("curl", 640, 650))},
         "calls": {"check": {}, "remove_tree": {"ours": {"a": 3}, "rm -rf": {"a": 2, "b": 1}}},
         "exchanges": {f"body/{size}": {"ours": {"cpu_us_median": size},
-                                       "raw": {"cpu_us_median": size}}
+                                       "reference": {"cpu_us_median": size}}
                       for size in (100, 200, 400)},
         "routines": {"instructions": {"f/ours/8": 90, "f/fmt/8": 100, "f/reference/8": 1}},
-        "growth": {"search": [[1, 5], [2, 20], [4, 80]]},
+        "growth": {"search": [[1, 5], [2, 20], [4, 80]], "late": [[1, 1], [100, 10], [200, 40]]},
     }
 
     def verdicts(self):
@@ -109,7 +109,8 @@ class Limits(unittest.TestCase):
         names = ["check/cpu_us/bare", "check/cpu_us/curl", "check/peak_kib/bare",
                  "check/peak_kib/curl", "calls/remove_tree/rm -rf", "exchange/body/100",
                  "exchange/body/200", "exchange/body/400", "f/fmt/8", "growth/search",
-                 "growth/exchange/body"]
+                 "late-growth/search", "growth/late", "late-growth/late",
+                 "growth/exchange/body", "late-growth/exchange/body"]
         self.assertEqual(list(self.verdicts()), names)
 
     def test_values_are_ours_beside_the_peers(self):
@@ -121,18 +122,22 @@ class Limits(unittest.TestCase):
 
     def test_what_is_above_its_limit_is_printed(self):
         self.assertEqual(self.judge([]),
-                         (False, "growth/search: 2.000, at most 1.1\n10 passed, 1 failed\n"))
+                         (False, "growth/search: 2.000, at most 1.1\n"
+                                 "late-growth/search: 2.000, at most 1.25\n"
+                                 "late-growth/late: 2.000, at most 1.25\n"
+                                 "12 passed, 3 failed\n"))
 
     def test_an_exception_raises_the_limit(self):
-        self.assertEqual(self.judge([{"name": "growth/sea*", "limit": 2.01}]),
-                         (True, "11 passed, 0 failed\n"))
+        self.assertEqual(self.judge([{"name": "*growth/*[he]", "limit": 2.01}]),
+                         (True, "15 passed, 0 failed\n"))
 
     def test_the_limit_of_an_exception_holds(self):
-        self.assertEqual(self.judge([{"name": "growth/search", "limit": 1.9}]),
-                         (False, "growth/search: 2.000, at most 1.9\n10 passed, 1 failed\n"))
+        self.assertEqual(self.judge([{"name": "growth/search", "limit": 1.9},
+                                     {"name": "late-growth/*", "limit": 2.1}]),
+                         (False, "growth/search: 2.000, at most 1.9\n14 passed, 1 failed\n"))
 
     def test_an_exception_must_fit_something(self):
-        stale = [{"name": "growth/search", "limit": 3}, {"name": "gone", "limit": 3}]
+        stale = [{"name": "*growth/*", "limit": 3}, {"name": "gone", "limit": 3}]
         self.assertFalse(self.judge(stale)[0])
         self.assertTrue(self.judge(stale, complete=False)[0])
 
@@ -155,14 +160,22 @@ class Counts(unittest.TestCase):
 
 class Page(unittest.TestCase):
 
-    def test_routines_of_the_same_sizes_share_a_table(self):
+    def tables(self, names):
         time = {"median": 2, "low": 1.9, "high": 2.1}
-        names = ["f/ours/8", "f/fmt/8", "g/ours/8", "g/fmt/8", "h/ours/5", "h/fmt/5"]
         routines = {"instructions": {name: 10 for name in names},
                     "times": {name: time for name in names}}
-        tables = list(report.routine_tables(report.ratios(routines)))
-        self.assertEqual(len(tables), 2)
-        self.assertIn("| f | fmt | 1.00 / 1.00 | 10% |", tables[1])
+        return list(report.routine_tables(report.ratios(routines)))
+
+    def test_routines_of_the_same_sizes_share_a_table(self):
+        names = [f"{routine}/{side}/{size}" for routine in ("f", "g", "h")
+                 for side in ("ours", "fmt") for size in (8, 64)]
+        self.assertEqual(len(self.tables(names)), 1)
+        self.assertIn("| g | fmt | 1.00 / 1.00 | 1.00 / 1.00 | 10% |", self.tables(names)[0])
+
+    def test_routines_of_other_sizes_share_the_last_table(self):
+        found = self.tables(["f/ours/8", "f/fmt/8", "g/ours/5", "g/fmt/5"])
+        self.assertEqual(len(found), 1)
+        self.assertIn("| g | fmt | 5: 1.00 / 1.00 | 10% |", found[0])
 
 
 if __name__ == "__main__":
