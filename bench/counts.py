@@ -8,11 +8,13 @@ import json
 import tempfile
 
 from machine import versions
-from programs import (PINNED, QUESTION, instructions, marked_instructions, service, system_calls)
+from programs import (PINNED, QUESTION, instructions, marked_instructions, removal_calls, service,
+                      system_calls)
 
 FILE = "bench/counts.json"
 TOLERANCE = 0.05
 SIZE = 4096  # of the routines' input; one of the sizes of bench/own-main.cpp
+TREE_SIZE = 200  # files
 
 REPLY = b"HTTP/1.0 200 OK\r\n\r\nVersion: 5.2\nURL: http://www.quintral.example/\nMessage: New.\n"
 
@@ -37,6 +39,8 @@ def all_counts(build):
         check = [tool, "-service", f"127.0.0.1:{port}", *QUESTION]
         counts["instructions/quintral -service"] = instructions(check, environment=PINNED)[None]
         counts["system calls/quintral -service"] = sum(system_calls(check, PINNED).values())
+    removal = [f"{build}/bench/quintral_remove_tree_bench", "TREE", "ours"]
+    counts["system calls/remove_tree"] = sum(removal_calls(removal, TREE_SIZE).values())
     return dict(sorted(counts.items()))
 
 
