@@ -1,13 +1,14 @@
 #!/bin/sh
 # Compiles every source of a macOS build on Linux, for the oldest system of each architecture, and
 # links the programs for 64-bit systems. They are left in build/macos-x86_64 and build/macos-arm64.
+# Then compiles the tests that do not need Linux.
 # Usage: scripts/check-macos.sh
 set -eu
 CDPATH= cd -- "$(dirname "$0")/.."
 . scripts/set-up.sh
 
 clean_environment
-need cmake ninja-build clang libc++-dev python3
+need cmake ninja-build clang libc++-dev python3 googletest nlohmann-json3-dev
 command -v npm >/dev/null || need npm
 
 packages=build/macos-toolchain
@@ -20,6 +21,11 @@ if ! cmp -s "$lock" "$packages/installed-lock.json"; then
     fail "npm could not install the headers and the linker"
   cp "$lock" "$packages/installed-lock.json"
 fi
+
+# A copy of the parser's headers, because those of this machine's C library are beside them.
+mkdir -p "$packages/json/include" "$packages/json/share/cmake"
+cp -R /usr/include/nlohmann "$packages/json/include"
+cp -R /usr/share/cmake/nlohmann_json "$packages/json/share/cmake"
 
 # check_imports ARCHITECTURE: the C library alone, or the three frameworks too.
 check_imports() {
@@ -48,7 +54,7 @@ expect() {
 }
 
 # Fresh, because settings of the toolchain file only reach a new build folder.
-for preset in macos-i386 macos-x86_64 macos-arm64; do
+for preset in macos-i386 macos-x86_64 macos-arm64 macos-tests; do
   echo "== $preset: build"
   cmake --preset "$preset" --fresh >/dev/null || fail "cannot configure the preset $preset"
   cmake --build --preset "$preset" || fail "the preset $preset does not build"

@@ -8,7 +8,7 @@
 
 namespace quintral::tests {
 
-const char *const comma_locale = "de_DE.ISO-8859-1";
+const char *const comma_locale = QUINTRAL_TEST_COMMA_LOCALE;
 const char *const utf8_locale = "de_DE.UTF-8";
 
 void clean_environment()
