@@ -3,7 +3,7 @@
 option(QUINTRAL_BUILD_TOOL "Build the command-line utility" ${PROJECT_IS_TOP_LEVEL})
 option(QUINTRAL_BUILD_EXAMPLES "Build the example programs" ${PROJECT_IS_TOP_LEVEL})
 option(QUINTRAL_INSTALL "Create the install rules" ${PROJECT_IS_TOP_LEVEL})
-option(QUINTRAL_HARDEN "Harden what is built with optimisation (Linux)" ${PROJECT_IS_TOP_LEVEL})
+option(QUINTRAL_HARDEN "Harden the optimised utility (Linux)" ON)
 option(QUINTRAL_STATIC_RUNTIME
   "Link the C++ runtime into the optimised utility, unless BUILD_SHARED_LIBS is on (Linux)" ON)
 option(QUINTRAL_STATIC_TOOL "Link the C library into the utility too (Linux)" OFF)

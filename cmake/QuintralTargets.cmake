@@ -11,8 +11,6 @@ if(NOT QUINTRAL_FLOATS_ARE_ROUNDED)
   list(APPEND arithmetic_options -msse2 -mfpmath=sse)
 endif()
 
-include(cmake/QuintralRelease.cmake)
-
 # Language standard, arithmetic and warnings. Fused multiply-adds are off so that 32-bit and 64-bit
 # builds round the same way. Warnings are errors in the presets only
 # (CMAKE_COMPILE_WARNING_AS_ERROR), never in a project that embeds this one.
@@ -21,7 +19,6 @@ function(quintral_common_options target)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_compile_options(${target} PRIVATE
     ${arithmetic_options} -Wall -Wextra -Wshadow -Wconversion)
-  quintral_release_compile_options(${target})
 endfunction()
 
 # quintral_add_library(folder SOURCES ... HEADERS ... PRIVATE_HEADERS ... LINKS ...)
