@@ -1,7 +1,6 @@
 #include "support/clocks.h"
 
 #include <cerrno>
-#include <cmath>
 #include <limits>
 
 #include "support/time-source.h"
@@ -66,10 +65,11 @@ int sleep_seconds(float seconds)
 {
     // Converted to double before 0.5 is added: in single precision the sum would be rounded as
     // well.
-    const double milliseconds = std::trunc(static_cast<double>(1000 * seconds) + 0.5);
+    const double milliseconds = static_cast<double>(1000 * seconds) + 0.5;
     constexpr double too_many = 9223372036854775808.0; // 2^63
-    // NaN fails the comparison too.
-    if (!(milliseconds >= 0 && milliseconds < too_many)) {
+    // The conversion to an integer truncates, so anything above -1 is 0. NaN fails the comparison
+    // too.
+    if (!(milliseconds > -1 && milliseconds < too_many)) {
         errno = EINVAL;
         return -1;
     }
