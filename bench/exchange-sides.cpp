@@ -81,7 +81,7 @@ void grow(GrowingBlock *block, std::size_t added)
 {
     if (block->capacity - block->length >= added)
         return;
-    block->capacity = 2 * block->capacity + 2 * added;
+    block->capacity = block->capacity == 0 ? 2048 : 2 * block->capacity; // as the client does
     block->bytes = static_cast<char *>(std::realloc(block->bytes, block->capacity));
     if (block->bytes == nullptr)
         std::abort();

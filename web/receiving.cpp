@@ -141,21 +141,14 @@ void ensure_capacity(ReplyPart *part, std::size_t added)
     part->capacity = capacity;
 }
 
-// Returns how many of the bytes come before the first NUL: the parts of a reply are strings.
-std::size_t length_without_nul(const char *bytes, std::size_t count)
-{
-    const void *nul = count == 0 ? nullptr : std::memchr(bytes, '\0', count);
-    return nul != nullptr ? static_cast<std::size_t>(static_cast<const char *>(nul) - bytes)
-                          : count;
-}
-
-// Terminates the bytes and gives the block to the caller, reduced to what the string needs: a
-// caller may keep a reply for long. If that throws, *text is unchanged.
+// Terminates the bytes and gives the block to the caller. The block is deliberately not reduced to
+// the string: its unused pages take no memory, and an allocator that gets back a smaller block than
+// it had to provide does not keep enough of it for the next reply of that size.
 void deliver(ReplyPart *part, char **text)
 {
     ensure_capacity(part, 0);
     part->bytes[part->length] = '\0';
-    *text = static_cast<char *>(checked_realloc(part->bytes, part->capacity, part->length + 1));
+    *text = part->bytes;
     part->bytes = nullptr;
 }
 
@@ -223,6 +216,14 @@ int receive_header(int descriptor, ReplyPart *header)
     }
 }
 
+// Returns how many of the bytes come before the first NUL: a body is a string.
+std::size_t length_without_nul(const char *bytes, std::size_t count)
+{
+    const void *nul = std::memchr(bytes, '\0', count);
+    return nul != nullptr ? static_cast<std::size_t>(static_cast<const char *>(nul) - bytes)
+                          : count;
+}
+
 // Receives up to the server's close. A NUL drops the rest of its chunk.
 int receive_body(int descriptor, ReplyPart *body)
 {
@@ -253,7 +254,6 @@ int web_receive_reply(int descriptor, char **header_out, char **body_out)
     int result = receive_header(descriptor, &header);
     if (result != WebOk)
         return result;
-    header.length = length_without_nul(header.bytes, header.length);
     deliver(&header, header_out);
     ReplyPart body = {};
     result = receive_body(descriptor, &body);
