@@ -38,7 +38,8 @@ struct Reading {
     int argument_count;
     char **arguments;
     std::vector<LongOption> table;
-    char *doubtful; // the word after an error that may be a password, or null
+    std::vector<char *> given; // the elements in the order in which they were typed
+    char *doubtful;            // the word after an error that may be a password, or null
 };
 
 int next_option(const Reading &reading)
@@ -178,14 +179,23 @@ int apply(const OptionRow &row, ToolOptions *options, UsageError *error)
     return message == nullptr ? 0 : -1;
 }
 
+// Returns the element that was typed after this one, or null. In the vector it may be elsewhere:
+// the parser moves a word that it has consumed before the operands that it has skipped.
+char *typed_after(const Reading &reading, const char *element)
+{
+    const auto place = std::find(reading.given.begin(), reading.given.end(), element);
+    return place + 1 < reading.given.end() ? place[1] : nullptr;
+}
+
 // A word that is not an option: already consumed if it had one dash, still in its place if it had
 // two. The next element may be a password that it was to introduce.
 void take_unknown_word(Reading *reading, UsageError *error)
 {
     const int index = option_position == 1 ? option_index - 1 : option_index;
-    error->message = unknown_option(reading->arguments[index]);
-    if (!has_value(reading->arguments[index]) && index + 1 < reading->argument_count)
-        reading->doubtful = reading->arguments[index + 1];
+    const char *element = reading->arguments[index];
+    error->message = unknown_option(element);
+    if (!has_value(element))
+        reading->doubtful = typed_after(*reading, element);
 }
 
 // Reads options up to the first error. Returns 0 or -1.
@@ -231,8 +241,8 @@ bool may_introduce_secret(const char *element)
 void overwrite_values(const Reading &reading)
 {
     bool may_be_secret = false;
-    for (int i = 1; i < reading.argument_count; ++i) {
-        char *element = reading.arguments[i];
+    for (std::size_t i = 1; i < reading.given.size(); ++i) {
+        char *element = reading.given[i];
         const bool is_secret = may_be_secret;
         may_be_secret = !has_value(element) && may_introduce_secret(element);
         const bool is_option = *element == '-' || *element == '+';
@@ -273,7 +283,8 @@ const char *wrong_combination(const ToolOptions &o)
 
 int read_options(int argument_count, char **arguments, ToolOptions *options, UsageError *error)
 {
-    Reading reading = {argument_count, arguments, make_parser_table(), nullptr};
+    Reading reading = {argument_count, arguments, make_parser_table(),
+                       std::vector<char *>(arguments, arguments + argument_count), nullptr};
     *options = {};
     options->max_time = default_max_time;
     *error = {};
@@ -304,7 +315,7 @@ void show_usage_error(const UsageError &error)
     char *arguments[] = {program.data(), word.data(), nullptr};
     option_index = 0;
     option_errors = 1;
-    next_option({2, arguments, make_parser_table(), nullptr});
+    next_option({2, arguments, make_parser_table(), {}, nullptr});
 }
 
 } // namespace quintral

@@ -379,7 +379,8 @@ TEST(Options, AfterAnErrorOnlyNamesStayInTheArgumentVector)
         {"-proxy-", "secret"},
         {"-proxy-", "-secret"},
         {"secret", "--proxy-", "-secret"},
-        {"-proxypass", "secret"}, // unknown
+        {"-proxypass", "secret"},             // unknown
+        {"operand", "-proxypass", "-secret"}, // moved before the operand
         {"-proxypass=secret"},
         {"--proxypass=secret", "-proxy-pass", "-secret"},
         {"-json=secret"},
