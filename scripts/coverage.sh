@@ -12,7 +12,7 @@ clean_environment
 
 build=build/coverage
 find "$build" -name '*.gcda' -exec rm -f {} +
-ctest --preset coverage >"$build/tests.log" 2>&1 || {
+ctest --test-dir "$build" --output-on-failure -j 8 >"$build/tests.log" 2>&1 || {
   tail -n 30 "$build/tests.log"
   fail "tests of the preset coverage failed"
 }
