@@ -84,6 +84,7 @@ int run_utility(int argument_count, char **arguments)
 int main(int argument_count, char **arguments)
 {
     quintral::install_terminate_handler();
+    quintral::expect_object(argument_count, arguments);
     quintral::prepare_streams();
     quintral::set_message_handler(quintral::show_message);
     return quintral::run_utility(argument_count, arguments);

@@ -138,7 +138,10 @@ int finish_failed(const Run &run, int result, const WebUpdateReply &reply, Recor
     std::string error;
     if (write_record(run, outcome, reply, file, &error) != 0)
         show_failure(error.c_str());
-    return print_failure(run, outcome, is_terminated() ? nullptr : &reply);
+    if (!is_terminated())
+        return print_failure(run, outcome, &reply);
+    show_termination_line();
+    return print_output(run, outcome);
 }
 
 int finish_answered(const Run &run, WebUpdateReply *reply, RecordFile *file)

@@ -1,6 +1,7 @@
 #include "tool/termination.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <new>
@@ -50,6 +51,12 @@ const Report interrupt_report = {cancelled_text, cancelled_line, objects[Interru
 const Report terminate_report = {cancelled_text, cancelled_line, objects[Terminate]};
 const Report hangup_report = {cancelled_text, cancelled_line, objects[Hangup]};
 const Report time_limit_report = {time_limit_message, time_limit_line, objects[TimeLimit]};
+// For an exception before the command line has been read.
+constexpr char early_object[] =
+    "{\"status\":\"failed\",\"exit_status\":1,\"newer\":null,\"version\":null,\"url\":null,"
+    "\"button\":null,\"message\":null,\"error\":\"Out of memory\",\"reason\":\"internal\","
+    "\"http_status\":null,\"service\":null,\"proxy\":null}\n";
+
 const Report memory_report = {"Out of memory", "Error: Out of memory\a\n", objects[Memory]};
 const Report abort_report = {"Aborted by an internal fault",
                              "Error: Aborted by an internal fault\a\n", objects[Abort]};
@@ -92,7 +99,9 @@ void write_report(const Report &report, bool with_line)
         write_if_possible(STDERR_FILENO, report.line, std::strlen(report.line));
     if (object_is_due != 0) {
         object_is_due = 0;
-        write_if_possible(STDOUT_FILENO, report.object, std::strlen(report.object));
+        const bool is_early = *report.object == '\0' && &report == &memory_report;
+        const char *object = is_early ? early_object : report.object;
+        write_if_possible(STDOUT_FILENO, object, std::strlen(object));
     }
 }
 
@@ -152,8 +161,16 @@ void on_interrupt(int signal_number)
     }
 }
 
-void on_alarm(int)
+// A SIGALRM that another process sends is ignored: it says nothing about the time.
+bool is_own_alarm(const siginfo_t *info)
 {
+    return info->si_code != SI_USER && info->si_code != SI_QUEUE;
+}
+
+void on_alarm(int, siginfo_t *info, void *)
+{
+    if (!is_own_alarm(info))
+        return;
     switch (phase) {
     case Exchange:
         if (first_interrupt != 0)
@@ -175,11 +192,19 @@ void on_alarm(int)
     }
 }
 
+// True if there is no memory for an exception either, so that none is current.
+bool is_memory_exhausted()
+{
+    void *block = std::malloc(256);
+    std::free(block);
+    return block == nullptr;
+}
+
 // Rethrows the exception, since nothing else can identify it. This is the only place that catches.
 const Report &report_of_exception()
 {
     if (std::current_exception() == nullptr)
-        return fault_report;
+        return is_memory_exhausted() ? memory_report : fault_report;
     try {
         throw;
     } catch (const std::bad_alloc &) {
@@ -208,21 +233,30 @@ sigset_t terminating_signals()
 
 // Interrupted calls are restarted, so that no piece of the request is lost; the waits of the
 // exchange return anyway.
-void handle_signal(int signal_number, void (*handler)(int))
+struct sigaction handling_action(int flags)
 {
     struct sigaction action = {};
-    action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
+    action.sa_flags = SA_RESTART | flags;
     action.sa_mask = terminating_signals();
-    sigaction(signal_number, &action, nullptr);
+    return action;
+}
+
+void handle_alarm()
+{
+    struct sigaction action = handling_action(SA_SIGINFO);
+    action.sa_sigaction = on_alarm;
+    sigaction(SIGALRM, &action, nullptr);
 }
 
 void handle_unless_ignored(int signal_number)
 {
     struct sigaction action = {};
     sigaction(signal_number, nullptr, &action);
-    if (action.sa_handler != SIG_IGN)
-        handle_signal(signal_number, on_interrupt);
+    if (action.sa_handler == SIG_IGN)
+        return;
+    action = handling_action(0);
+    action.sa_handler = on_interrupt;
+    sigaction(signal_number, &action, nullptr);
 }
 
 void unblock(int signal_number)
@@ -240,11 +274,21 @@ void install_terminate_handler()
     std::set_terminate(on_terminate);
 }
 
+void expect_object(int argument_count, char **arguments)
+{
+    for (int i = 1; i < argument_count; ++i) {
+        if (std::strcmp(arguments[i], "-json") == 0 || std::strcmp(arguments[i], "--json") == 0)
+            object_is_due = 1;
+    }
+}
+
 void prepare_termination(bool json, const RunTarget &target, int max_time)
 {
     compose_time_limit(max_time);
-    if (!json)
+    if (!json) {
+        object_is_due = 0;
         return;
+    }
     compose_object(interrupt_report, "cancelled", 128 + SIGINT, "cancelled", target);
     compose_object(terminate_report, "cancelled", 128 + SIGTERM, "cancelled", target);
     compose_object(hangup_report, "cancelled", 128 + SIGHUP, "cancelled", target);
@@ -258,7 +302,7 @@ void prepare_termination(bool json, const RunTarget &target, int max_time)
 void begin_exchange(int max_time)
 {
     phase = Exchange;
-    handle_signal(SIGALRM, on_alarm);
+    handle_alarm();
     unblock(SIGALRM);
     alarm(static_cast<unsigned>(max_time));
     handle_unless_ignored(SIGINT);
@@ -269,7 +313,17 @@ void begin_exchange(int max_time)
 void end_exchange()
 {
     phase = Output;
-    line_is_due = first_interrupt == 0 && limit_has_passed == 0;
+}
+
+void show_termination_line()
+{
+    const Report &report =
+        first_interrupt != 0 ? report_of_signal(first_interrupt) : time_limit_report;
+    wait_for_reader(STDERR_FILENO);
+    block_termination();
+    write_if_possible(STDERR_FILENO, report.line, std::strlen(report.line));
+    line_is_due = 0;
+    unblock_termination();
 }
 
 void hold_answer()

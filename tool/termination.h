@@ -12,8 +12,8 @@
 //   Finished       end as stated        end as stated        end as stated        report, exit 1
 //
 // - Report: write the line and the object if they are due. The line of an interrupt or the time
-//   limit is not due in Output if either has cancelled the exchange: the normal path reports that.
-//   The object is due from prepare_termination with json to begin_output.
+//   limit is not due after show_termination_line. The object is due from prepare_termination with
+//   json to begin_output.
 // - End by it: end by the signal's default action.
 // - Cancel the exchange: set web_cancel_requested, so that the exchange returns by itself. If it
 //   has not returned a second later (a name lookup, a connect, data that keeps arriving), report
@@ -24,11 +24,12 @@
 // - End as stated: the output, which states the exit status, has been written.
 //
 //     install_terminate_handler();
+//     expect_object(argument_count, arguments);
 //     prepare_termination(json, target, max_time);
 //     begin_exchange(max_time);
 //     ... the exchange ...
 //     end_exchange();
-//     if (interrupt_received() != 0) ...
+//     if (interrupt_received() != 0) show_termination_line();
 //     hold_answer();
 //     ... opens the URL in the desktop ...
 //     release_answer();
@@ -46,6 +47,10 @@ namespace quintral {
 // after one readable line.
 void install_terminate_handler();
 
+// If a word of the command line is -json: an object is due from here on, before the options have been
+// read, in case memory runs out so early. It names no service.
+void expect_object(int argument_count, char **arguments);
+
 // Composes the lines, and the objects if json is true, of all ways to terminate.
 void prepare_termination(bool json, const RunTarget &target, int max_time);
 
@@ -56,6 +61,11 @@ void begin_exchange(int max_time);
 
 // Exchange to Output: the exchange has returned. The time limit keeps running for the output.
 void end_exchange();
+
+// Writes the line of the interrupt or the time limit that cancelled the exchange. Waits for a
+// reader; until the line has been written, a second interrupt still writes it.
+// Requires: interrupt_received or time_limit_passed says so.
+void show_termination_line();
 
 // Output to AnswerHeld, and back. While an answer is held, it will be printed whatever happens
 // during the second or so that the desktop takes to open a URL.

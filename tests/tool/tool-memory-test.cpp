@@ -71,5 +71,29 @@ TEST(ToolMemory, ExhaustedMemoryIsReportedByOneLineAndOneObject)
     EXPECT_GE(exhausted, 1);
 }
 
+// The same, page by page, where memory runs out before the command line has been read. The loader
+// itself ends with status 127 if it has too little.
+TEST(ToolMemory, ExhaustedAtTheStartIsReportedToo)
+{
+    if (memory_is_sanitized)
+        GTEST_SKIP() << "AddressSanitizer reserves more memory than any limit leaves";
+    const rlim_t page = 4096;
+    rlim_t bytes = least_memory(512 * 1024) - 512 * 1024;
+    const std::string line = error_line("Out of memory");
+    int exhausted = 0;
+    for (int pages = 0; pages < 160; ++pages, bytes += page) {
+        const ChildResult result =
+            run_tool({"-service", "127.0.0.1:1", "-proxy", ":1", "-json"}, with_memory(bytes));
+        if (result.exit_status == 127)
+            continue;
+        EXPECT_EQ(result.signal, 0) << bytes;
+        EXPECT_EQ(result.exit_status, 1) << bytes;
+        EXPECT_TRUE(is_json_line(result.output)) << bytes << ": " << result.output;
+        EXPECT_NE(result.error, error_line("Ended by an internal fault")) << bytes;
+        exhausted += result.error == line ? 1 : 0;
+    }
+    EXPECT_GE(exhausted, 1);
+}
+
 } // namespace
 } // namespace quintral::tests::tool

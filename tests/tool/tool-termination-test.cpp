@@ -94,7 +94,7 @@ const Cell cells[] = {
     {Phase::AnswerHeld, Event::TimeLimit, limit_passed, LineAndObject, 2500, "unchanged"},
     {Phase::AnswerHeld, Event::Exception, out_of_memory, LineAndObject},
     {Phase::Output, Event::FirstInterrupt, interrupted, LineAndObject},
-    {Phase::Output, Event::SecondInterrupt, terminated, Object}, // the first one cancelled
+    {Phase::Output, Event::SecondInterrupt, terminated, LineAndObject},
     {Phase::Output, Event::TimeLimit, limit_passed, LineAndObject, 1000},
     {Phase::Output, Event::Exception, out_of_memory, LineAndObject},
     {Phase::Finished, Event::FirstInterrupt, as_stated, Nothing},
@@ -322,12 +322,23 @@ void interrupt_deferred()
     release_answer();
 }
 
+void interrupt_reported()
+{
+    interrupt_cancelled();
+    show_termination_line();
+}
+
+void time_limit_reported()
+{
+    time_limit_cancelled();
+    show_termination_line();
+}
+
 struct OutputRow {
     const char *name;
     void (*enter_output)();
     void (*event)(); // ends the process, or waits for the alarm that does
     Report report;
-    bool has_line;
 };
 
 const auto interrupt = [] { std::raise(SIGINT); };
@@ -336,18 +347,21 @@ const auto hang_up = [] { std::raise(SIGHUP); };
 const auto run_out_of_memory = [] { throw std::bad_alloc(); };
 
 const OutputRow output_rows[] = {
-    {"FirstInterrupt", nothing_cancelled, interrupt, interrupted, true},
-    {"FirstInterruptBySigterm", nothing_cancelled, terminate, terminated, true},
-    {"FirstInterruptBySighup", nothing_cancelled, hang_up, hung_up, true},
-    {"TimeLimit", nothing_cancelled, hang, limit_passed, true},
-    {"Exception", nothing_cancelled, run_out_of_memory, out_of_memory, true},
-    {"InterruptThatCancelled", interrupt_cancelled, hang, interrupted, false},
-    {"SecondInterruptAfterOneThatCancelled", interrupt_cancelled, terminate, terminated, false},
-    {"ExceptionAfterAnInterrupt", interrupt_cancelled, run_out_of_memory, out_of_memory, true},
-    {"TimeLimitThatCancelled", time_limit_cancelled, hang, limit_passed, false},
-    {"ExceptionAfterTheTimeLimit", time_limit_cancelled, run_out_of_memory, out_of_memory, true},
-    {"DeferredInterrupt", interrupt_deferred, hang, interrupted, true},
-    {"SecondInterruptAfterADeferredOne", interrupt_deferred, terminate, terminated, true},
+    {"FirstInterrupt", nothing_cancelled, interrupt, interrupted},
+    {"FirstInterruptBySigterm", nothing_cancelled, terminate, terminated},
+    {"FirstInterruptBySighup", nothing_cancelled, hang_up, hung_up},
+    {"TimeLimit", nothing_cancelled, hang, limit_passed},
+    {"Exception", nothing_cancelled, run_out_of_memory, out_of_memory},
+    {"InterruptThatCancelled", interrupt_cancelled, hang, interrupted},
+    {"InterruptThatWasReported", interrupt_reported, hang, interrupted},
+    {"SecondInterruptAfterOneThatCancelled", interrupt_cancelled, terminate, terminated},
+    {"SecondInterruptAfterOneThatWasReported", interrupt_reported, terminate, terminated},
+    {"ExceptionAfterAnInterrupt", interrupt_cancelled, run_out_of_memory, out_of_memory},
+    {"TimeLimitThatCancelled", time_limit_cancelled, hang, limit_passed},
+    {"TimeLimitThatWasReported", time_limit_reported, hang, limit_passed},
+    {"ExceptionAfterTheTimeLimit", time_limit_cancelled, run_out_of_memory, out_of_memory},
+    {"DeferredInterrupt", interrupt_deferred, hang, interrupted},
+    {"SecondInterruptAfterADeferredOne", interrupt_deferred, terminate, terminated},
 };
 
 void PrintTo(const OutputRow &row, std::ostream *stream)
@@ -372,7 +386,7 @@ TEST_P(ReportInOutput, HasTheObjectUntilTheOutputBegins)
         row.event();
         return 0;
     };
-    expect_report(run_child_function(body), row.report, row.has_line ? LineAndObject : Object);
+    expect_report(run_child_function(body), row.report, LineAndObject);
 }
 
 TEST_P(ReportInOutput, HasNoObjectAfterTheOutputBegins)
@@ -384,7 +398,7 @@ TEST_P(ReportInOutput, HasNoObjectAfterTheOutputBegins)
         row.event();
         return 0;
     };
-    expect_report(run_child_function(body), row.report, row.has_line ? Line : Nothing);
+    expect_report(run_child_function(body), row.report, Line);
 }
 
 TEST(ToolTermination, ReleasingAnAnswerDoesNotShortenTheTimeLimit)

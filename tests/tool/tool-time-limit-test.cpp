@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/tool/hanging-server.h"
+#include "tests/tool/interrupts.h"
 #include "tests/tool/json-line.h"
 #include "tests/tool/tool-run.h"
 
@@ -159,6 +160,18 @@ TEST(ToolTimeLimit, AppliesToAStoppedTerminal)
     const ChildResult result = child_wait(child);
     EXPECT_EQ(result.exit_status, 3);
     EXPECT_EQ(result.output, timeout_json(limit_text(3), peer.address()));
+}
+
+TEST(ToolTimeLimit, IsNotASignalThatAnotherProcessSends)
+{
+    const LoopbackPeer peer({sending_late(reply_of("Message: Hello\n"), 500)});
+    Child child = start_tool({"-service", peer.address()});
+    ASSERT_TRUE(peer.wait_for_text(0, request_end(), patience));
+    child_signal(child, SIGALRM);
+    child_signal(child, SIGALRM);
+    const ChildResult result = child_wait(child);
+    EXPECT_EQ(result.exit_status, 0) << result.error;
+    EXPECT_EQ(result.output, "Hello\n");
 }
 
 } // namespace
