@@ -47,8 +47,8 @@ namespace quintral {
 // after one readable line.
 void install_terminate_handler();
 
-// If a word of the command line is -json: an object is due from here on, before the options have been
-// read, in case memory runs out so early. It names no service.
+// If a word of the command line is -json: an object is due from here on, before the options have
+// been read, in case memory runs out so early. It names no service.
 void expect_object(int argument_count, char **arguments);
 
 // Composes the lines, and the objects if json is true, of all ways to terminate.
