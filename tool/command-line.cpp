@@ -76,6 +76,13 @@ bool ends_with_equals_sign(const char *element)
     return length > 0 && element[length - 1] == '=';
 }
 
+// True if the next element may have been meant as the value.
+bool lacks_value(const char *element)
+{
+    const char *equals_sign = std::strchr(element, '=');
+    return equals_sign == nullptr || equals_sign[1] == '\0';
+}
+
 // The number of letters to insert, delete, replace or exchange with a neighbour to turn one word
 // into another (the optimal string alignment distance).
 std::size_t distance_between(const std::string &a, const std::string &b)
@@ -139,7 +146,7 @@ void take_parser_error(Reading *reading, int result, UsageError *error)
     }
     error->program = reading->arguments[0];
     error->word = without_value(element);
-    if (result == '?' && !has_value(element))
+    if (result == '?' && lacks_value(element))
         reading->doubtful = reading->arguments[option_index + 1];
 }
 
@@ -194,7 +201,7 @@ void take_unknown_word(Reading *reading, UsageError *error)
     const int index = option_position == 1 ? option_index - 1 : option_index;
     const char *element = reading->arguments[index];
     error->message = unknown_option(element);
-    if (!has_value(element))
+    if (lacks_value(element))
         reading->doubtful = typed_after(*reading, element);
 }
 
@@ -244,7 +251,7 @@ void overwrite_values(const Reading &reading)
     for (std::size_t i = 1; i < reading.given.size(); ++i) {
         char *element = reading.given[i];
         const bool is_secret = may_be_secret;
-        may_be_secret = !has_value(element) && may_introduce_secret(element);
+        may_be_secret = lacks_value(element) && may_introduce_secret(element);
         const bool is_option = *element == '-' || *element == '+';
         overwrite(is_option && !is_secret ? element + std::strcspn(element, "=") : element);
     }

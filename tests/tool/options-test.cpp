@@ -382,6 +382,9 @@ TEST(Options, AfterAnErrorOnlyNamesStayInTheArgumentVector)
         {"-proxypass", "secret"},             // unknown
         {"operand", "-proxypass", "-secret"}, // moved before the operand
         {"-proxypass=secret"},
+        {"-proxypass=", "-secret"},
+        {"-proxy-=", "-secret"},
+        {"-max-time=0", "-proxy-pass=", "-secret"},
         {"--proxypass=secret", "-proxy-pass", "-secret"},
         {"-json=secret"},
         {"-json=no", "-proxy-pass=secret"},
