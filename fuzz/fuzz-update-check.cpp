@@ -10,7 +10,9 @@
 #include "web/update-check.h"
 #include "web/version-update.h"
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -231,6 +233,53 @@ void fuzz_query(Input *input)
 
 // Versions
 
+std::string without_leading_zeros(const std::string &digits)
+{
+    return digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
+}
+
+// The order of two whole numbers of any length.
+int order_of_numbers(const std::string &first, const std::string &second)
+{
+    const std::string one = without_leading_zeros(first);
+    const std::string other = without_leading_zeros(second);
+    if (one.size() != other.size())
+        return one.size() < other.size() ? -1 : 1;
+    return one == other ? 0 : one < other ? -1 : 1;
+}
+
+// The parts of a version; empty if it is not one.
+std::vector<std::string> parts_of(const std::string &version)
+{
+    std::vector<std::string> parts(1);
+    for (char c : version) {
+        if (c == '.')
+            parts.emplace_back();
+        else
+            parts.back() += c;
+    }
+    for (const std::string &part : parts) {
+        if (part.empty() || part.find_first_not_of("0123456789") != std::string::npos)
+            return {};
+    }
+    return parts;
+}
+
+// The order of two versions: the second parts, the decimal places, are padded to one length.
+int order_of_versions(std::vector<std::string> first, std::vector<std::string> second)
+{
+    const std::size_t parts = std::max({first.size(), second.size(), std::size_t{2}});
+    first.resize(parts, "0");
+    second.resize(parts, "0");
+    const std::size_t places = std::max(first[1].size(), second[1].size());
+    first[1].resize(places, '0');
+    second[1].resize(places, '0');
+    int order = 0;
+    for (std::size_t i = 0; i < parts && order == 0; ++i)
+        order = order_of_numbers(first[i], second[i]);
+    return order;
+}
+
 void fuzz_versions(Input *input)
 {
     const std::string texts[] = {take_text(input), take_text(input)};
@@ -241,9 +290,12 @@ void fuzz_versions(Input *input)
     const int result = web_compare_versions(first.data, second.data, &order);
     FUZZ_CHECK(web_compare_versions(second.data, first.data, &reverse) == result);
     FUZZ_CHECK(result == 0 ? order == -reverse : order == 2 && reverse == 2);
-    FUZZ_CHECK(result != 0 || (order >= -1 && order <= 1));
+    const std::vector<std::string> first_parts = parts_of(texts[0]);
+    const std::vector<std::string> second_parts = parts_of(texts[1]);
+    FUZZ_CHECK(result == (first_parts.empty() || second_parts.empty() ? -1 : 0));
     if (result != 0)
         return;
+    FUZZ_CHECK(order == order_of_versions(first_parts, second_parts));
     FUZZ_CHECK(web_compare_versions(first.data, first.data, &order) == 0 && order == 0);
     FUZZ_CHECK(web_compare_versions(("0" + texts[0]).c_str(), first.data, &order) == 0 &&
                order == 0);
