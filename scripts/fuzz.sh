@@ -1,52 +1,157 @@
 #!/bin/sh
-# Runs each fuzzer in a build folder for a number of seconds. Stops at the first failure.
-# Usage: scripts/fuzz.sh BUILD_FOLDER SECONDS
+# Runs the fuzzers of a build folder, or minimises their committed inputs.
+# Usage: scripts/fuzz.sh BUILD_FOLDER SECONDS [THING...]       each fuzzer for that many seconds
+#        scripts/fuzz.sh BUILD_FOLDER --runs COUNT [THING...]  each for that many runs
+#        scripts/fuzz.sh BUILD_FOLDER --merge [THING...]       see below
 #
-# A fuzzer starts from the committed inputs. New inputs, its log and the input that made it fail are
-# kept in BUILD_FOLDER/fuzz/runs.
+# THING is a folder of fuzz/corpus; all of them if none is given. Two fuzzers run at a time. After a
+# failure no other is started. For each fuzzer one line says how many inputs were run, the coverage
+# as libFuzzer counts it (cov: edges, ft: features), and how many inputs were new.
+#
+# A fuzzer starts from the committed inputs, with the options in fuzz/settings. New inputs, its log
+# and the input that made it fail are kept in BUILD_FOLDER/fuzz/runs.
+#
+# --merge adds to the committed inputs those new ones that cover more edges. What it adds is named
+# by 12 hexadecimal digits, and it removes what has such a name and is not needed any more. Inputs
+# with any other name stay.
 set -eu
 CDPATH= cd -- "$(dirname -- "$0")/.."
 . scripts/set-up.sh
 
+jobs=2
+
+usage() {
+  fail "usage: $0 BUILD_FOLDER SECONDS|--runs COUNT|--merge [THING...] (numbers: 1 or more)"
+}
+
 build=${1:-}
-seconds=${2:-}
-case $seconds in
-  '' | *[!0-9]* | 0*) fail "usage: $0 BUILD_FOLDER SECONDS (1 or more)" ;;
+mode=${2:-}
+number=1
+case $mode in
+  --merge) limit='' ;;
+  --runs)
+    limit=-runs
+    number=${3:-}
+    ;;
+  *)
+    limit=-max_total_time
+    number=$mode
+    ;;
 esac
+case $number in
+  '' | 0* | *[!0-9]*) usage ;;
+esac
+[ "$mode" != --runs ] || shift
+shift 2
 [ -d "$build/fuzz" ] || fail "no fuzzers in '$build'"
 clean_environment
 
-# explain THING LOG: prints the failed check or the sanitizer's report, and how to reproduce it.
-explain() {
-  grep -n -E 'fuzz check failed|runtime error|ERROR: |SUMMARY: ' "$2" || tail -n 20 "$2"
-  input=$(sed -n 's/.*Test unit written to //p' "$2" | tail -n 1)
-  [ -z "$input" ] || echo "To reproduce the failure: $build/fuzz/fuzz-$1 $input"
-  echo "The full log: $2"
+# value_of NAME: the last value of a statistic in the log, 0 if there is none.
+value_of() {
+  sed -n "s/.*$1: *\([0-9][0-9]*\).*/\1/p" "$log" | tail -n 1 | grep . || echo 0
 }
 
-# run_fuzzer THING: runs fuzz-THING; sets log to the name of its log.
+# run_fuzzer THING ARGUMENT...: runs fuzz-THING with its output in the log.
 run_fuzzer() {
-  folder=$build/fuzz/runs/$1
-  log=$folder/log
-  mkdir -p "$folder/found" "$folder/failures"
-  "$build/fuzz/fuzz-$1" -max_total_time="$seconds" -max_len=4096 -timeout=10 -rss_limit_mb=2048 \
-    -print_final_stats=1 -artifact_prefix="$folder/failures/" "$folder/found" "fuzz/corpus/$1" \
+  program=$build/fuzz/fuzz-$1
+  settings=$(sed -n "s/^$1 //p" fuzz/settings)
+  shift
+  # shellcheck disable=SC2086 # the settings are a list of options
+  "$program" -max_len=4096 -timeout=10 -rss_limit_mb=2048 $settings -print_final_stats=1 "$@" \
     </dev/null >"$log" 2>&1
 }
 
-passed=0
-failed=0
-for corpus in fuzz/corpus/*/; do
-  thing=$(basename "$corpus")
-  echo "== fuzz: $thing, $seconds seconds"
-  if run_fuzzer "$thing"; then
-    sed -n 's/^stat::number_of_executed_units: */inputs run: /p' "$log"
-    passed=$((passed + 1))
-  else
-    explain "$thing" "$log"
-    failed=1
-    break
+# explain THING: prints the failed check or the sanitizer's report, and how to reproduce it.
+explain() {
+  grep -n -E 'fuzz check failed|runtime error|ERROR: |SUMMARY: ' "$log" || tail -n 20 "$log"
+  input=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
+  [ -z "$input" ] || echo "To reproduce the failure: $build/fuzz/fuzz-$1 $input"
+  echo "The full log: $log"
+}
+
+# fuzz_one THING: runs a fuzzer and prints its line.
+fuzz_one() {
+  if ! run_fuzzer "$1" "$limit=$number" -artifact_prefix="$folder/failures/" "$folder/found" \
+    "fuzz/corpus/$1"; then
+    echo "$1: FAILED
+$(explain "$1")"
+    return 1
   fi
+  runs=$(value_of stat::number_of_executed_units)
+  echo "$1: $runs runs, cov $(value_of cov), ft $(value_of ft)," \
+    "$(value_of stat::new_units_added) new inputs"
+  echo "$runs" >"$folder/passed"
+}
+
+was_merged() {
+  case $1 in
+    *[!0-9a-f]*) return 1 ;;
+    ????????????) return 0 ;;
+    *) return 1 ;;
+  esac
+}
+
+# merge_one THING: minimises its committed inputs and prints how many there are then.
+merge_one() {
+  corpus=fuzz/corpus/$1
+  earlier=$folder/earlier
+  added=$folder/added
+  rm -rf "$earlier" "$added"
+  mkdir "$earlier" "$added"
+  for input in "$corpus"/*; do
+    ! was_merged "${input##*/}" || mv "$input" "$earlier"
+  done
+  cp "$corpus"/* "$added"
+  kept=$(find "$added" -type f | wc -l)
+  if ! run_fuzzer "$1" -use_counters=0 -merge=1 "$added" "$earlier" "$folder/found"; then
+    find "$earlier" -type f -exec mv {} "$corpus" \;
+    echo "$1: FAILED
+$(explain "$1")"
+    return 1
+  fi
+  for input in "$added"/*; do
+    name=${input##*/}
+    [ -e "$corpus/$name" ] || cp "$input" "$corpus/$(printf %.12s "$name")"
+  done
+  find "$folder/found" -type f -delete
+  echo "$1: $((kept)) inputs kept, $(($(find "$added" -type f | wc -l) - kept)) others"
+  echo 0 >"$folder/passed"
+}
+
+# One fuzzer, for the call below. The status makes xargs stop.
+if [ $# = 1 ]; then
+  [ -d "fuzz/corpus/$1" ] || fail "no inputs in fuzz/corpus/$1"
+  folder=$build/fuzz/runs/$1
+  log=$folder/log
+  mkdir -p "$folder/found" "$folder/failures"
+  rm -f "$folder/passed"
+  case $mode in
+    --merge) merge_one "$1" || exit 255 ;;
+    *) fuzz_one "$1" || exit 255 ;;
+  esac
+  exit 0
+fi
+
+things=$*
+[ -n "$things" ] || things=$(ls fuzz/corpus)
+[ -n "$things" ] || fail "no inputs in fuzz/corpus"
+for thing in $things; do
+  rm -f "$build/fuzz/runs/$thing/passed"
 done
-echo "$passed passed, $failed failed"
-[ "$failed" = 0 ] && [ "$passed" -gt 0 ]
+arguments=$mode
+[ "$mode" != --runs ] || arguments="--runs $number"
+echo "== fuzz: $(echo "$things" | wc -w) fuzzers, $arguments"
+status=0
+# shellcheck disable=SC2086 # two arguments
+echo "$things" | xargs -n 1 -P "$jobs" scripts/fuzz.sh "$build" $arguments || status=1
+
+passed=0
+runs=0
+for thing in $things; do
+  result=$build/fuzz/runs/$thing/passed
+  [ -f "$result" ] || continue
+  passed=$((passed + 1))
+  runs=$((runs + $(cat "$result")))
+done
+echo "$passed of $(echo "$things" | wc -w) passed, $runs runs"
+[ "$status" = 0 ] && [ "$passed" -gt 0 ]
