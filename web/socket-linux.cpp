@@ -9,9 +9,9 @@ int web_socket_open()
     return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 }
 
-void web_socket_send(int descriptor, const char *bytes, std::size_t length)
+ssize_t web_socket_send(int descriptor, const char *bytes, std::size_t length)
 {
-    static_cast<void>(send(descriptor, bytes, length, MSG_NOSIGNAL));
+    return send(descriptor, bytes, length, MSG_NOSIGNAL);
 }
 
 } // namespace quintral

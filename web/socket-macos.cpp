@@ -23,9 +23,9 @@ int web_socket_open()
     return -1;
 }
 
-void web_socket_send(int descriptor, const char *bytes, std::size_t length)
+ssize_t web_socket_send(int descriptor, const char *bytes, std::size_t length)
 {
-    static_cast<void>(send(descriptor, bytes, length, 0));
+    return send(descriptor, bytes, length, 0);
 }
 
 } // namespace quintral

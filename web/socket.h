@@ -5,15 +5,16 @@
 
 #include <cstddef>
 
+#include <sys/types.h>
+
 namespace quintral {
 
 // Opens an IPv4 TCP socket that is closed on exec. A broken connection raises no SIGPIPE in
 // web_socket_send. Returns the descriptor, which the caller closes, or -1 with errno set.
 int web_socket_open();
 
-// Sends the bytes with one send call. The result is deliberately ignored: a broken connection shows
-// when the reply is received.
-void web_socket_send(int descriptor, const char *bytes, std::size_t length);
+// Makes one send call and returns its result: the number of bytes sent, or -1 with errno set.
+ssize_t web_socket_send(int descriptor, const char *bytes, std::size_t length);
 
 } // namespace quintral
 

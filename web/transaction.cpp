@@ -1,5 +1,6 @@
 #include "web/transaction.h"
 
+#include <cerrno>
 #include <cstring>
 #include <string_view>
 
@@ -90,12 +91,30 @@ int connect_to(int descriptor, const char *peer, std::uint16_t port, const char 
     return WebOk;
 }
 
+// Sends a piece of the request, usually with one call. A signal, such as a timer of the host
+// program, can end a call after some of the bytes; the rest then follows. A failure, also by a
+// signal before the first byte, is deliberately ignored: a broken connection shows when the reply
+// is received.
+void send_piece(int descriptor, std::string_view piece)
+{
+    bool has_started = false;
+    do {
+        const ssize_t count = web_socket_send(descriptor, piece.data(), piece.size());
+        const bool is_interrupted = count < 0 && errno == EINTR && has_started;
+        if (count <= 0 && !is_interrupted)
+            return;
+        if (count > 0)
+            piece.remove_prefix(static_cast<std::size_t>(count));
+        has_started = true;
+    } while (!piece.empty());
+}
+
 void send_request(int descriptor, const WebRequest &request)
 {
     WebRequestText text;
     web_compose_request(request, &text);
     for (const std::string_view piece : text.pieces)
-        web_socket_send(descriptor, piece.data(), piece.size());
+        send_piece(descriptor, piece);
 }
 
 } // namespace

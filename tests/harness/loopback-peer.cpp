@@ -245,7 +245,7 @@ std::size_t request_end(const std::string &received, std::size_t start)
     return received.size() - body_start < length ? std::string::npos : body_start + length;
 }
 
-bool read_request(Peer &peer, Connection &connection)
+bool read_request(Peer &peer, Connection &connection, int milliseconds)
 {
     for (;;) {
         // No lock: only this thread writes to `received`.
@@ -260,6 +260,8 @@ bool read_request(Peer &peer, Connection &connection)
                           << connection.received.substr(connection.request_start);
         if (event != Event::Received)
             return false;
+        if (milliseconds > 0)
+            poll(nullptr, 0, milliseconds);
     }
 }
 
@@ -297,7 +299,7 @@ bool play_step(Peer &peer, Connection &connection, const PeerStep &step)
     const auto pause_end = Clock::now() + std::chrono::milliseconds(step.milliseconds);
     switch (step.act) {
     case PeerAct::ReadRequest:
-        return read_request(peer, connection);
+        return read_request(peer, connection, step.milliseconds);
     case PeerAct::Send:
         return send_bytes(peer, connection, step.bytes);
     case PeerAct::Pause:

@@ -22,7 +22,8 @@
 namespace quintral::tests {
 
 enum class PeerAct {
-    ReadRequest, // read up to the empty line and, for a POST, the body of Content-Length bytes
+    ReadRequest, // read up to the empty line and, for a POST, the body of Content-Length bytes,
+                 // with a pause of `milliseconds` after each chunk of at most 16 KiB
     Send,        // send `bytes`
     Pause,       // wait for `milliseconds`, still recording
     Trickle,     // send `bytes` one by one, with a pause of `milliseconds` after each

@@ -84,6 +84,13 @@ int fail_with(int error)
     return -1;
 }
 
+// True if this call of the function is the one that fails.
+bool is_faulty(const char *function)
+{
+    Fault &fault = stage.fault;
+    return fault.number > 0 && fault.function == function && --fault.number == 0;
+}
+
 hostent *scripted_host()
 {
     static hostent host;
@@ -125,8 +132,10 @@ bool scripted_wait(std::int64_t timeout)
     return false;
 }
 
-int scripted_wait_result(std::int64_t timeout)
+int scripted_wait_result(const char *function, std::int64_t timeout)
 {
+    if (is_faulty(function))
+        return fail_with(stage.fault.error);
     if (stage.wait_failures > 0) {
         --stage.wait_failures;
         return fail_with(EINTR);
@@ -218,9 +227,10 @@ hostent *__wrap_gethostbyname(const char *name)
     const CountingPause pause;
     record(std::string("lookup ") + name);
     errno = ENOENT; // as a resolver leaves it after looking for its files
-    if (stage.host_error == 0)
+    const bool faulty = is_faulty("gethostbyname");
+    if (stage.host_error == 0 && !faulty)
         return scripted_host();
-    h_errno = stage.host_error;
+    h_errno = faulty ? stage.fault.error : stage.host_error;
     return nullptr;
 }
 
@@ -228,6 +238,8 @@ int __wrap_gettimeofday(timeval *now, void *zone)
 {
     if (!is_scripted())
         return real_gettimeofday(now, zone);
+    if (is_faulty("gettimeofday"))
+        return fail_with(stage.fault.error);
     now->tv_sec = static_cast<time_t>(stage.now / second);
     now->tv_usec = static_cast<suseconds_t>(stage.now % second);
     return 0;
@@ -246,6 +258,8 @@ int __wrap_socket(int domain, int type, int protocol)
     record("socket");
     if (stage.socket_error != 0)
         return fail_with(stage.socket_error);
+    if (is_faulty("socket"))
+        return fail_with(stage.fault.error);
     const int made = __real_socket(domain, type, protocol);
     if (stage.descriptor_at_least == 0)
         return made;
@@ -264,6 +278,8 @@ int __wrap_connect(int descriptor, const sockaddr *address, socklen_t size)
     char text[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text);
     record("connect " + std::string(text) + ":" + std::to_string(ntohs(peer.sin_port)));
+    if (is_faulty("connect"))
+        return fail_with(stage.fault.error);
     return stage.connect_error == 0 ? 0 : fail_with(stage.connect_error);
 }
 
@@ -274,8 +290,11 @@ ssize_t __wrap_send(int descriptor, const void *bytes, size_t length, int flags)
     const CountingPause pause;
     // MSG_NOSIGNAL only suppresses SIGPIPE.
     record((flags & ~MSG_NOSIGNAL) == 0 ? "send" : "send with flags");
-    stage.sent.emplace_back(static_cast<const char *>(bytes), length);
-    return stage.send_error == 0 ? static_cast<ssize_t>(length) : fail_with(stage.send_error);
+    if (is_faulty("send"))
+        return fail_with(stage.fault.error);
+    const size_t count = stage.send_count == nullptr ? length : stage.send_count(length);
+    stage.sent.emplace_back(static_cast<const char *>(bytes), count);
+    return stage.send_error == 0 ? static_cast<ssize_t>(count) : fail_with(stage.send_error);
 }
 
 ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags)
@@ -284,6 +303,8 @@ ssize_t __wrap_recv(int descriptor, void *bytes, size_t size, int flags)
         return __real_recv(descriptor, bytes, size, flags);
     const CountingPause pause;
     record("recv " + std::to_string(size));
+    if (is_faulty("recv"))
+        return fail_with(stage.fault.error);
     return scripted_receive(bytes, size);
 }
 
@@ -299,7 +320,7 @@ int __wrap_select(int range, fd_set *reads, fd_set *writes, fd_set *failures, ti
            std::to_string(timeout->tv_usec) + " us");
     if (in_set != 1 || writes != nullptr || failures != nullptr)
         record("unexpected descriptor sets");
-    const int result = scripted_wait_result(timeout->tv_sec * second + timeout->tv_usec);
+    const int result = scripted_wait_result("select", timeout->tv_sec * second + timeout->tv_usec);
     if (result == 0 || stage.wait_lies)
         FD_ZERO(reads);
     return result;
@@ -318,7 +339,7 @@ int __wrap_poll(pollfd *entries, nfds_t count, int milliseconds)
     record("poll " + std::to_string(milliseconds));
     if (count != 1 || entries->events != POLLIN)
         record("unexpected events");
-    const int result = scripted_wait_result(milliseconds * millisecond);
+    const int result = scripted_wait_result("poll", milliseconds * millisecond);
     entries->revents = result > 0 ? POLLIN : 0;
     return result;
 }
@@ -330,6 +351,8 @@ int __wrap_close(int descriptor)
     const CountingPause pause;
     record("close");
     const int result = __real_close(descriptor);
+    if (is_faulty("close"))
+        return fail_with(stage.fault.error);
     errno = ENODEV; // a client that reads errno too late reports this one
     return result;
 }

@@ -10,6 +10,7 @@
 
 #include "tests/web/transaction-calls.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <limits>
@@ -39,6 +40,13 @@ struct FoundHost {
     std::vector<std::string> addresses = {"127.0.0.1"};
 };
 
+// One call that fails: the `number`-th one, counted from 1, of the function with this name.
+struct Fault {
+    std::string function;
+    int number = 0; // 0 for none; counts down
+    int error = 0;  // errno, h_errno for gethostbyname
+};
+
 // What the client sees while it is scripted, and what it did.
 struct Stage {
     bool scripted = false;
@@ -53,6 +61,8 @@ struct Stage {
     int socket_error = 0;
     int connect_error = 0;
     int send_error = 0;
+    std::size_t (*send_count)(std::size_t length) = nullptr; // that a send takes; null for all
+    Fault fault;
     int wait_failures = 0;       // that many waits fail with EINTR
     bool wait_lies = false;      // select reports a descriptor and returns an empty set
     int descriptor_at_least = 0; // the socket's descriptor is at least this number
