@@ -227,5 +227,23 @@ TEST(XdgOpenDocument, IsAPathIfItBeginsWithASlashOtherwiseAUrl)
     }
 }
 
+// The descriptors of the call then have the numbers of the streams.
+TEST(XdgOpenDocument, MayBeOpenedByAHostWithoutStandardStreams)
+{
+    const FakeDesktop folder;
+    make_file(folder.path("file"));
+    for (const std::string &text : {folder.path("file"), std::string("exit:0")}) {
+        const FakeDesktop desktop;
+        const Open open = [&text] { return platform_open_document(text.c_str()); };
+        EXPECT_EQ(status_in_host(desktop, open,
+                                 [] {
+                                     for (const int stream : {0, 1, 2})
+                                         close(stream);
+                                 }),
+                  0);
+        EXPECT_EQ(record_argument(wait_for_record(desktop.path("record"))), text);
+    }
+}
+
 } // namespace
 } // namespace quintral

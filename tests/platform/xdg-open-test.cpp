@@ -146,12 +146,15 @@ TEST(XdgOpenStart, InheritsNoDescriptorWithoutCloseRange)
 
 TEST(XdgOpenStart, HasTheNullDeviceForClosedStreams)
 {
-    for (const int stream : {0, 1, 2})
-        expect_clean_start([stream] { close(stream); });
-    expect_clean_start([] {
-        for (const int stream : {0, 1, 2})
-            close(stream);
-    });
+    for (int closed = 1; closed < 8; ++closed) {
+        SCOPED_TRACE(closed); // a bit for each stream
+        expect_clean_start([closed] {
+            for (const int stream : {0, 1, 2}) {
+                if ((closed & 1 << stream) != 0)
+                    close(stream);
+            }
+        });
+    }
     expect_clean_start([] {
         for (int number = 0; number < 100; ++number)
             close(number);

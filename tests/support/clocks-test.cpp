@@ -332,6 +332,19 @@ TEST(ClocksOfTheSystem, FollowTheTimeOfDay)
     EXPECT_LE(passed, static_cast<std::uint32_t>((after - before) * 1000 + 2));
 }
 
+// Several sleeps, so that the fraction of the second differs.
+TEST(ClocksOfTheSystem, MillisecondsKeepPaceWithTheTimeOfDay)
+{
+    for (int i = 0; i < 5; ++i) {
+        const double before = system_now();
+        const std::uint32_t start = clock_milliseconds();
+        EXPECT_EQ(sleep_seconds(0.23F), 0);
+        const std::uint32_t passed = clock_milliseconds() - start;
+        EXPECT_NEAR(passed, (system_now() - before) * 1000, 50);
+        EXPECT_GE(passed, 229U);
+    }
+}
+
 TEST(ClocksOfTheSystem, SleepForTheTimeGiven)
 {
     const double before = system_now();

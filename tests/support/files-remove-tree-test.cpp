@@ -255,6 +255,27 @@ std::string chain_path(int depth)
     return path;
 }
 
+// The descriptors of the removal then have the numbers of the streams.
+TEST(RemoveTree, LeavesNoDescriptorOpenInAHostWithoutStandardStreams)
+{
+    const TempFolder folder;
+    const std::string tree = folder.path("tree");
+    make_directory(tree);
+    for (const char *name : {"tree/one", "tree/one/two", "tree/one/two/three"})
+        make_directory(folder.path(name));
+    make_file(folder.path("tree/one/two/file"));
+    const ChildResult result = run_child_function([&tree] {
+        for (const int stream : {0, 1, 2})
+            close(stream);
+        const std::size_t before = open_descriptors();
+        if (remove_tree(tree.c_str()) != 0)
+            return 1;
+        return open_descriptors() == before ? 0 : 2;
+    });
+    EXPECT_EQ(result.exit_status, 0);
+    EXPECT_EQ(entries_below(folder.path()), Names());
+}
+
 TEST(RemoveTree, ContinuesAfterADirectoryThatItMayNotEnter)
 {
     struct Row {
