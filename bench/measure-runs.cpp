@@ -3,8 +3,8 @@
 //
 //     quintral_measure_runs ROUNDS NAME COMMAND [ARGUMENT...] [-- NAME COMMAND [ARGUMENT...]]...
 //
-// Runs every command once to warm up, then ROUNDS times, interleaved: what disturbs the machine for
-// a while disturbs all commands alike. Prints one JSON object:
+// Runs every command once to warm up, then ROUNDS times, interleaved in random order: what disturbs
+// the machine for a while disturbs all commands alike. Prints one JSON object:
 //
 //     {"rounds": 200, "commands": [{"name": "ours", "cpu_us": {"median": ..., "low": ..., "high":
 //      ...}, "peak_kib": {...}, "cpu_ratio": ..., "peak_ratio": ...}, ...]}
@@ -24,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include <fcntl.h>
@@ -125,15 +126,22 @@ void print_figures(const std::vector<Command> &commands, int rounds)
     std::printf("\n]}\n");
 }
 
+// A command that follows a large program finds less of what it needs in the processor's caches, so
+// every round has an order of its own.
 int run_rounds(std::vector<Command> *commands, int rounds)
 {
+    std::vector<Command *> order;
+    for (Command &command : *commands)
+        order.push_back(&command);
+    std::minstd_rand random; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same orders in each run
     for (int round = 0; round <= rounds; ++round) {
-        for (Command &command : *commands) {
-            if (measure(&command) != 0)
+        std::shuffle(order.begin(), order.end(), random);
+        for (Command *command : order) {
+            if (measure(command) != 0)
                 return -1;
             if (round == 0) { // to warm up
-                command.cpu_us.clear();
-                command.peak_kib.clear();
+                command->cpu_us.clear();
+                command->peak_kib.clear();
             }
         }
     }
