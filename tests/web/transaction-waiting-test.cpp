@@ -167,6 +167,30 @@ TEST_F(WebTransactionUnderFaults, ASilenceShorterThanTheLimitIsAllowedAtAnyClock
     }
 }
 
+// Only a limit of the program ends such a reply, whose total time is not limited.
+TEST_F(WebTransactionUnderFaults, AByteEveryNineSecondsContinuesUpToTheReplyLimits)
+{
+    constexpr long limit = 1000;
+    const struct {
+        std::string start;
+        std::string expected;
+    } rows[] = {
+        {"", header_too_long(limit)},
+        {"A\n\n", body_too_long("A\n", limit)},
+    };
+    for (const auto &row : rows) {
+        web_set_reply_limits(limit, limit);
+        stage.now = usual_time;
+        stage.arrivals.clear();
+        if (!row.start.empty())
+            stage.arrivals.push_back({row.start});
+        for (long i = 0; i < limit + 10; ++i)
+            stage.arrivals.push_back({"x", 0, 9 * second});
+        EXPECT_EQ(call_scripted(), row.expected);
+        EXPECT_EQ(stage.now - usual_time, (limit + 1) * 9 * second);
+    }
+}
+
 TEST_F(WebTransactionUnderFaults, SettingTheClockMovesOnlyTheDeadline)
 {
     const struct {
