@@ -1,0 +1,73 @@
+// What the utility prints for peers that are not an update service. The library's own results are
+// in tests/web/hostile-peers-test.cpp, which has more rows.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/tool/tool-run.h"
+
+namespace quintral::tests::tool {
+namespace {
+
+const char not_http[] = "Invalid non-HTTP header string returned from web site";
+const char not_update[] = "The web site's answer is not an update reply";
+const char long_header[] = "Reply header from web site is longer than 262144 bytes";
+const char long_body[] = "Reply body from web site is longer than 8388608 bytes";
+
+void expect_error(const PeerScript &script, const std::string &error)
+{
+    expect_ended(ask(script, {"-quiet"}).result, 1, "", error_line(error), error);
+}
+
+TEST(ToolHostilePeer, ThatDoesNotSpeakHttpIsAnError)
+{
+    for (const std::string &start :
+         {std::string("220 mail ready"), std::string("\x1f\x8b\x08\x00\x00", 5),
+          std::string("\x00HTTP/1.0 200 OK", 16), std::string("\x1b[2J\xE2\x80\xAE")})
+        expect_error(sending(start + "\r\n\r\nMessage: m"), not_http);
+}
+
+TEST(ToolHostilePeer, WithABodyOfAnotherKindIsAnError)
+{
+    const std::string gzip = std::string("\x1f\x8b\x08\x00\x00\x00\x00\x00\x00\x03", 10);
+    for (const std::string &body :
+         {gzip + "\nMessage: m", std::string("3\r\nMes\r\n7\r\nsage: m\r\n0\r\n\r\n"),
+          std::string("{\"Message\": \"m\"}"), std::string(1000, '\0'), std::string("\n\n\n")})
+        expect_error(sending(reply_of(body)), not_update);
+}
+
+TEST(ToolHostilePeer, WithControlsInItsReasonIsAnErrorInEscapes)
+{
+    expect_error(sending("HTTP/1.1 100 \x1b]0;t\x07\xE2\x80\xAE\x9b%s%n\r\n\r\n"),
+                 "Bad HTTP status 100 from web site: \\x1B]0;t\\x07\\xE2\\x80\\xAE\\x9B%s%n");
+}
+
+TEST(ToolHostilePeer, WithALineOfAMebibyteInTheHeaderIsAnError)
+{
+    const std::string xs(1024 * 1024, 'x');
+    expect_error(sending("HTTP/1.0 200 " + xs + "\r\n\r\nMessage: m"), long_header);
+}
+
+TEST(ToolHostilePeer, WithoutAnEndIsAnError)
+{
+    expect_error({{PeerAct::ReadRequest}, {PeerAct::SendForever, std::string(10000, '\0')}},
+                 long_header);
+    expect_error({{PeerAct::ReadRequest},
+                  {PeerAct::Send, reply_of("")},
+                  {PeerAct::SendForever, std::string(10000, '\0')}},
+                 long_body);
+}
+
+TEST(ToolHostilePeer, ThatRepliesBeforeItReadsIsUnderstood)
+{
+    const PeerScript script = {{PeerAct::Send, reply_of("Message: m")}, {PeerAct::ReadRequest}};
+    expect_ended(ask(script, {"-quiet"}).result, 0, "m\n", "");
+}
+
+TEST(ToolHostilePeer, ThatResetsBeforeItReadsIsAnError)
+{
+    expect_error({{PeerAct::Reset}}, not_http);
+}
+
+} // namespace
+} // namespace quintral::tests::tool
