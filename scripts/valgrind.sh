@@ -9,8 +9,8 @@ clean_environment
 need valgrind
 
 # Left out, as patterns of program names:
-#   tool-*, outcome-schema, real-peers, check-for-update, sample-service-*: they start other programs
-#     and wait for them; valgrind would watch the test alone
+#   tool-*, outcome-schema, real-peers, check-for-update, sample-service-*: they start other
+#     programs and wait for them; valgrind would watch the test alone
 #   harness, transaction-waiting, transaction-time: nearly all of their time is waiting
 #   servers-and-proxies, readme, options-pages, json-line: they compare documents
 #   transforms-reference, dates-reference: millions of comparisons, which take minutes

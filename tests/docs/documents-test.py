@@ -97,6 +97,8 @@ BLOCKS = {
      "errors)"): ("programs", "builds and tests the project"),
     ("docs/building.md", "cmake -S . -B build/mac -DCMAKE_BUILD_TYPE=Release "
      "-DQUINTRAL_BUILD_TESTS=OFF"): ("programs", "needs a Mac"),
+    ("docs/performance.md", "bench/run                measures everything and writes this page"):
+        ("programs", "takes minutes on a quiet machine"),
     ("docs/quintral.md", '{"status":"answered","exit_status":0,"newer":true,"version":"5.2",'
      '"url":"http://…",'): ("json_keys", "shortened"),
     ("docs/diagnostics.md", "#include <quintral/support/error.h>"): not_run("part of a plug-in"),
