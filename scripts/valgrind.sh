@@ -1,7 +1,7 @@
 #!/bin/sh
 # Runs the test programs of the preset dev under valgrind, two at a time: it reports reads of
-# uninitialised memory, which the sanitizers do not, and leaks. A PROGRAM alone if it is given.
-# Usage: scripts/valgrind.sh [PROGRAM]
+# uninitialised memory, which the sanitizers do not, and leaks. Usage: scripts/valgrind.sh [NAME...]
+# A NAME is that of a test program without "-test", or a pattern; without one, all run.
 set -eu
 CDPATH='' cd -- "$(dirname -- "$0")/.."
 . scripts/set-up.sh
@@ -23,6 +23,20 @@ left_out() {
   return 1
 }
 
+# is_wanted NAME PATTERN...
+is_wanted() {
+  name=$1
+  shift
+  [ $# != 0 ] || return 0
+  for pattern in "$@"; do
+    # shellcheck disable=SC2254 # a pattern
+    case $name in
+      $pattern) return 0 ;;
+    esac
+  done
+  return 1
+}
+
 # run PROGRAM. Tests named Slow wait for the ten seconds of the time limit.
 run() {
   valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
@@ -33,10 +47,11 @@ run() {
   echo "valgrind: $1"
 }
 
-if [ $# = 1 ]; then
-  run "$1"
+if [ "${1:-}" = --program ]; then
+  run "$2"
   exit
 fi
 for program in build/dev/tests/*-test; do
-  left_out "$(basename "$program" -test)" || echo "$program"
-done | xargs -n 1 -P 2 scripts/valgrind.sh
+  name=$(basename "$program" -test)
+  ! left_out "$name" && is_wanted "$name" "$@" && echo "$program"
+done | xargs -n 1 -P 2 scripts/valgrind.sh --program
