@@ -1,8 +1,8 @@
 #!/bin/sh
 # Compiles every source of a macOS build on Linux, for the oldest system of each architecture, and
 # links the programs for 64-bit systems. They are left in build/macos-x86_64 and build/macos-arm64.
-# Then compiles the tests that do not need Linux.
-# Usage: scripts/check-macos.sh
+# Then compiles the tests that do not need Linux, unless --programs is given.
+# Usage: scripts/check-macos.sh [--programs]
 set -eu
 CDPATH= cd -- "$(dirname "$0")/.."
 . scripts/set-up.sh
@@ -54,7 +54,9 @@ expect() {
 }
 
 # Fresh, because settings of the toolchain file only reach a new build folder.
-for preset in macos-i386 macos-x86_64 macos-arm64 macos-tests; do
+presets="macos-i386 macos-x86_64 macos-arm64"
+[ "${1:-}" = --programs ] || presets="$presets macos-tests"
+for preset in $presets; do
   echo "== $preset: build"
   cmake --preset "$preset" --fresh >/dev/null || fail "cannot configure the preset $preset"
   cmake --build --preset "$preset" || fail "the preset $preset does not build"
