@@ -123,6 +123,10 @@ UNTIDIED = (
     "*-macos.cpp",                     # except those that tests compile too
     "tests/macos-frameworks/probe/*",  # for a system that lacks a call
     "tests/install/*",                 # against an installed copy
+    "bench/*",                         # against the peers
+    "tests/harness/coverage-dump.cpp", # in the preset coverage
+    "tests/support/dates-fortified-test.cpp", "tests/test-headers.cpp",  # by GCC
+    "tool/runtime-linux.cpp",          # in optimised builds
 )
 
 
