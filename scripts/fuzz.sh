@@ -118,18 +118,24 @@ $(explain "$1")"
   echo 0 >"$folder/passed"
 }
 
-# One fuzzer, for the call below. The status makes xargs stop.
+# One fuzzer, alone or for the call below. After a failure the others that run there finish, and no
+# other begins: STOP_FILE exists then.
 if [ $# = 1 ]; then
+  if [ -n "${STOP_FILE:-}" ] && [ -e "$STOP_FILE" ]; then
+    exit 1
+  fi
   [ -d "fuzz/corpus/$1" ] || fail "no inputs in fuzz/corpus/$1"
   folder=$build/fuzz/runs/$1
   log=$folder/log
   mkdir -p "$folder/found" "$folder/failures"
   rm -f "$folder/passed"
   case $mode in
-    --merge) merge_one "$1" || exit 255 ;;
-    *) fuzz_one "$1" || exit 255 ;;
+    --merge) one=merge_one ;;
+    *) one=fuzz_one ;;
   esac
-  exit 0
+  "$one" "$1" && exit 0
+  [ -z "${STOP_FILE:-}" ] || : >"$STOP_FILE"
+  exit 1
 fi
 
 things=$*
@@ -142,16 +148,23 @@ arguments=$mode
 [ "$mode" != --runs ] || arguments="--runs $number"
 echo "== fuzz: $(echo "$things" | wc -w) fuzzers, $arguments"
 status=0
+export STOP_FILE="$build/fuzz/runs/stop"
+rm -f "$STOP_FILE"
 # shellcheck disable=SC2086 # two arguments
 echo "$things" | xargs -n 1 -P "$jobs" scripts/fuzz.sh "$build" $arguments || status=1
 
 passed=0
+failed=0
 runs=0
 for thing in $things; do
   result=$build/fuzz/runs/$thing/passed
-  [ -f "$result" ] || continue
-  passed=$((passed + 1))
-  runs=$((runs + $(cat "$result")))
+  if [ -f "$result" ]; then
+    passed=$((passed + 1))
+    runs=$((runs + $(cat "$result")))
+  else
+    failed=$((failed + 1)) # or not begun after another had failed
+  fi
 done
-echo "$passed of $(echo "$things" | wc -w) passed, $runs runs"
+echo "$runs runs"
+echo "$passed passed, $failed failed"
 [ "$status" = 0 ] && [ "$passed" -gt 0 ]
