@@ -269,7 +269,9 @@ bool find_long_option(const Call &call, char *element, Option *option)
 {
     option_position = begins_with_two_dashes(element) ? 2 : 1;
     char *typed = element + option_position;
-    const std::size_t length = std::strcspn(typed, "=");
+    std::size_t length = 0;
+    while (typed[length] != '\0' && typed[length] != '=')
+        ++length;
     const LongOption *entry = nullptr;
     if (!find_entry(call, typed, length, &entry))
         return false;

@@ -126,7 +126,7 @@ bool copy_path(char *path, std::size_t capacity, const char *source)
 bool leads_up(const char *name)
 {
     for (;;) {
-        const std::size_t length = std::strcspn(name, "/");
+        const std::size_t length = ascii_length_before(name, "/");
         if (length == 2 && name[0] == '.' && name[1] == '.')
             return true;
         if (name[length] == '\0')

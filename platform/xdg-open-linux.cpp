@@ -76,7 +76,7 @@ void reset_signals()
 
 void set_blocked_signals(const sigset_t *signals)
 {
-    sigprocmask(SIG_SETMASK, signals, nullptr);
+    pthread_sigmask(SIG_SETMASK, signals, nullptr);
 }
 
 // Closes the descriptor that an entry of /proc/self/fd names, if it is at least `first` and not the
@@ -263,7 +263,7 @@ bool find_xdg_open(char *program, std::size_t capacity)
     if (folder == nullptr)
         folder = _PATH_DEFPATH;
     for (;;) {
-        const std::size_t length = std::strcspn(folder, ":");
+        const std::size_t length = ascii_length_before(folder, ":");
         if (find_in_folder(folder, length, program, capacity))
             return true;
         if (folder[length] == '\0')

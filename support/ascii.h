@@ -5,6 +5,7 @@
 #ifndef QUINTRAL_SUPPORT_ASCII_H
 #define QUINTRAL_SUPPORT_ASCII_H
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -68,6 +69,36 @@ constexpr const char *ascii_skip_prefix(const char *text, const char *prefix)
             return nullptr;
     }
     return text;
+}
+
+// True if the byte is in the terminated string `set`. The terminator is not.
+constexpr bool ascii_is_one_of(char c, const char *set)
+{
+    while (*set != '\0' && *set != c)
+        ++set;
+    return c != '\0' && *set == c;
+}
+
+// Returns the length of the text before its first byte that is in `stops`, or of all of it. Not
+// strcspn: that and strspn lie in a part of the C library that a check for an update would touch
+// for nothing else.
+// Requires: both are terminated.
+constexpr std::size_t ascii_length_before(const char *text, const char *stops)
+{
+    std::size_t length = 0;
+    while (text[length] != '\0' && !ascii_is_one_of(text[length], stops))
+        ++length;
+    return length;
+}
+
+// Returns the length of what the text begins with that has only bytes of `set`.
+// Requires: both are terminated.
+constexpr std::size_t ascii_length_of(const char *text, const char *set)
+{
+    std::size_t length = 0;
+    while (ascii_is_one_of(text[length], set))
+        ++length;
+    return length;
 }
 
 // Reads a whole string of digits as a number from 0 to highest. Leading zeros are allowed; a sign

@@ -36,10 +36,11 @@ static_assert(log_date_limit + date_end.size() + log_body_limit + sizeof "\n" ==
 // A longer pause ends a burst of messages, for a log attached to the hook.
 constexpr double burst_pause_seconds = 60.0;
 
-// What a message line has before and after its text.
+// What a message line has before and after its text. Arrays, as the table then needs no relocation
+// when a program starts.
 struct LineFrame {
-    std::string_view before;
-    std::string_view after;
+    char before[14];
+    char after[2];
 };
 
 // Indexed by the level.
@@ -112,9 +113,9 @@ int build_line(MessageLevel level, const char *text, int body_limit, char *out, 
 // rejects years from 10000 on.
 void format_date(std::time_t moment, char *out, std::size_t size)
 {
-    static const char *const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    static const char *const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    static const char days[][4] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static const char months[][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     std::tm parts = {};
     out[0] = '\0';
     if (localtime_r(&moment, &parts) == nullptr)

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "cmdline/long-options.h"
+#include "support/ascii.h"
 #include "tool/streams.h"
 
 namespace quintral {
@@ -62,7 +64,7 @@ void overwrite(char *text)
 // An element as a message may show it: a value after '=' could be a password.
 std::string without_value(const char *element)
 {
-    return std::string(element, std::strcspn(element, "="));
+    return std::string(element, ascii_length_before(element, "="));
 }
 
 bool has_value(const char *element)
@@ -191,7 +193,8 @@ int apply(const OptionRow &row, ToolOptions *options, UsageError *error)
 char *typed_after(const Reading &reading, const char *element)
 {
     const auto place = std::find(reading.given.begin(), reading.given.end(), element);
-    return place + 1 < reading.given.end() ? place[1] : nullptr;
+    const auto end = reading.given.end();
+    return place != end && place + 1 != end ? place[1] : nullptr;
 }
 
 // A word that is not an option: already consumed if it had one dash, still in its place if it had
@@ -231,14 +234,14 @@ int read_all(Reading *reading, ToolOptions *options, UsageError *error)
 // of another option does not count.
 bool may_introduce_secret(const char *element)
 {
-    const std::size_t dashes = std::strspn(element, "-+");
-    const std::string word(element + dashes, std::strcspn(element + dashes, "="));
+    const std::size_t dashes = ascii_length_of(element, "-+");
+    const std::string word(element + dashes, ascii_length_before(element + dashes, "="));
     bool may = false;
     for (std::size_t i = 0; i < option_count && !word.empty() && dashes > 0; ++i) {
         const OptionRow &row = option_rows[i];
         if (word == row.name)
             return row.secret;
-        may = may || (row.secret && std::strncmp(row.name, word.c_str(), word.size()) == 0);
+        may = may || (row.secret && std::string_view(row.name).substr(0, word.size()) == word);
     }
     return may;
 }
@@ -253,7 +256,7 @@ void overwrite_values(const Reading &reading)
         const bool is_secret = may_be_secret;
         may_be_secret = lacks_value(element) && may_introduce_secret(element);
         const bool is_option = *element == '-' || *element == '+';
-        overwrite(is_option && !is_secret ? element + std::strcspn(element, "=") : element);
+        overwrite(is_option && !is_secret ? element + ascii_length_before(element, "=") : element);
     }
     if (reading.doubtful != nullptr)
         overwrite(reading.doubtful);

@@ -1,6 +1,7 @@
 #include "tool/notes.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "support/ascii.h"
 #include "tool/safe-text.h"
@@ -32,7 +33,7 @@ std::string header_value(const char *header, const char *name)
         while (*value == ' ' || *value == '\t')
             ++value;
         values += values.empty() ? "" : ", ";
-        values.append(value, std::strcspn(value, "\r\n"));
+        values.append(value, ascii_length_before(value, "\r\n"));
     }
     return safe_line(values.c_str()).substr(0, limit);
 }
@@ -78,7 +79,7 @@ bool is_html(const WebUpdateReply &reply)
 {
     if (ascii_skip_prefix(header_value(reply.header, "content-type:").c_str(), "text/html"))
         return true;
-    const char *start = reply.body + std::strspn(reply.body, " \t\r\n");
+    const char *start = reply.body + ascii_length_of(reply.body, " \t\r\n");
     return *start == '<';
 }
 
@@ -92,7 +93,7 @@ void note_not_http(const WebUpdateReply &reply, const char *peer)
 {
     if (is_empty(reply.header) && is_empty(reply.body))
         note(std::string(peer) + " closed the connection without answering");
-    else if (is_empty(reply.header) || std::strncmp(reply.header, "HTTP/", 5) != 0)
+    else if (is_empty(reply.header) || std::string_view(reply.header).substr(0, 5) != "HTTP/")
         note("The reply is not HTTP: the service may expect HTTPS, which this client does not "
              "speak");
 }

@@ -49,7 +49,7 @@ bool is_web_address(const char *address)
     if (authority == nullptr)
         authority = ascii_skip_prefix(address, "https://");
     return authority != nullptr && is_visible_ascii(address) &&
-           names_a_host(std::string(authority, std::strcspn(authority, "/?#\\")));
+           names_a_host(std::string(authority, ascii_length_before(authority, "/?#\\")));
 }
 
 int open_web_address(const char *address, std::string *error)

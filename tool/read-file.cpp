@@ -73,7 +73,7 @@ void restore_echo()
 void restore_echo_and_end(int signal_number)
 {
     restore_echo();
-    std::signal(signal_number, SIG_DFL);
+    set_signal_action(signal_number, SIG_DFL);
     std::raise(signal_number);
 }
 
@@ -176,8 +176,11 @@ int read_secret_line(const char *path, char *buffer, std::size_t size, std::stri
         if (echo.is_terminal)
             write_if_possible(STDERR_FILENO, "\n", 1);
     }
-    if (result != 0)
-        return cannot_read(path, error);
+    if (result != 0) {
+        cannot_read(path, error); // first, as it reads errno
+        overwrite(&line);
+        return -1;
+    }
     if (!line.empty() && line.back() == '\r')
         line.pop_back();
     copy_string_bounded(buffer, line.c_str(), size);

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <initializer_list>
 #include <limits>
 
@@ -26,8 +25,8 @@ namespace {
 const char first_word[] = "Quintral record";
 const char first_line[] = "Quintral record 1\n";
 
-// Global because signal handlers remove the file. Longer paths are refused.
-char unfinished_path[4096] = "";
+// Global because signal handlers remove the file. The path is that of the caller's RecordFile.
+const char *unfinished_path = nullptr;
 volatile std::sig_atomic_t is_unfinished = 0;
 
 int system_error(const char *operation, const std::string &path, std::string *error)
@@ -149,7 +148,7 @@ bool read_number(const std::string &text, int *number)
     std::int64_t value = 0;
     const char *end = ascii_scan_wide_int(text.c_str(), &value);
     *number = nearest_int32(value);
-    return end != nullptr && *end == '\0' && *number == value;
+    return end != nullptr && std::to_string(*number) == text;
 }
 
 // Reads a line that is not a block's. Unknown keys are skipped, so that a later release can add
@@ -266,10 +265,6 @@ int create_record(const char *path, RecordFile *file, std::string *error)
     file->path = path;
     file->temporary_path = file->path + ".XXXXXX";
     file->descriptor = -1;
-    if (file->temporary_path.size() >= sizeof unfinished_path) {
-        errno = ENAMETOOLONG;
-        return system_error("create", file->path, error);
-    }
     if (!can_be_replaced(file->path)) {
         *error = "Can't create '" + file->path + "', it exists and is not a regular file";
         return -1;
@@ -279,7 +274,7 @@ int create_record(const char *path, RecordFile *file, std::string *error)
         return system_error("create", file->path, error);
     fcntl(file->descriptor, F_SETFD, FD_CLOEXEC);
     fchmod(file->descriptor, 0600); // whatever the umask
-    std::memcpy(unfinished_path, file->temporary_path.c_str(), file->temporary_path.size() + 1);
+    unfinished_path = file->temporary_path.c_str();
     is_unfinished = 1;
     return 0;
 }

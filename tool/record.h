@@ -72,8 +72,8 @@ struct RecordFile {
 };
 
 // Creates the temporary file, mode 0600. Returns 0, or -1 with the reason in *error. discard_record
-// removes it from here on. A path at which there is anything but a regular file is refused: the
-// final rename would replace a device or a link.
+// removes it from here on, so *file must stay where it is until then. A path at which there is
+// anything but a regular file is refused: the final rename would replace a device or a link.
 int create_record(const char *path, RecordFile *file, std::string *error);
 
 // Writes the record and renames the temporary file to its path. Returns 0, or -1 with the reason in

@@ -39,6 +39,13 @@ bool can_write_again(int descriptor, int error)
 
 } // namespace
 
+void set_signal_action(int signal_number, void (*action)(int))
+{
+    struct sigaction wanted = {};
+    wanted.sa_handler = action;
+    sigaction(signal_number, &wanted, nullptr);
+}
+
 void prepare_streams()
 {
     // In rising order, each closed descriptor is the lowest free one when it is opened.
@@ -47,8 +54,8 @@ void prepare_streams()
         if (fcntl(descriptor, F_GETFD) == -1)
             static_cast<void>(open("/dev/null", modes[descriptor]));
     }
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    set_signal_action(SIGPIPE, SIG_IGN);
+    set_signal_action(SIGXFSZ, SIG_IGN);
 }
 
 int write_all(int descriptor, const char *bytes, std::size_t length)

@@ -14,6 +14,9 @@ namespace quintral {
 // and a file at its size limit are reported as write errors, not as signals.
 void prepare_streams();
 
+// Sets what a signal does: SIG_DFL, SIG_IGN or a handler. Async-signal-safe.
+void set_signal_action(int signal_number, void (*action)(int));
+
 // Writes all bytes, waiting for a reader if necessary. Returns 0, or -1 with errno set if some
 // could not be written.
 int write_all(int descriptor, const char *bytes, std::size_t length);

@@ -23,45 +23,39 @@ namespace {
 
 constexpr unsigned grace = 1; // seconds
 
-// An object is short enough for one atomic write to a pipe: the service has at most 261 bytes, the
-// proxy 255 and a port, each at most six bytes long in JSON.
-constexpr std::size_t object_size = 4096;
-
-// The time limit's message: "The time limit of 86400 s has passed" is the longest.
-char time_limit_line[64];
-char time_limit_message[48];
-
 // What one way to terminate writes. The lines are those that format_message builds at level Error;
 // they are literals because formatting at every start would cost more than the rest of the start.
-// The objects are far from the rest: pages that only -json writes to stay untouched without it.
+// The object is null until it is composed, and never freed. It is short enough for one atomic write
+// to a pipe: the service has at most 261 bytes, the proxy 255 and a port, each at most six bytes
+// long in JSON.
 struct Report {
     const char *text;
     const char *line;
-    char *object;
+    const char *object;
 };
-
-enum : std::size_t { Interrupt, Terminate, Hangup, TimeLimit, Memory, Abort, Fault, ReportCount };
-
-char objects[ReportCount][object_size];
 
 constexpr char cancelled_text[] = "User canceled web transaction";
 constexpr char cancelled_line[] = "Error: User canceled web transaction\a\n";
 
-const Report interrupt_report = {cancelled_text, cancelled_line, objects[Interrupt]};
-const Report terminate_report = {cancelled_text, cancelled_line, objects[Terminate]};
-const Report hangup_report = {cancelled_text, cancelled_line, objects[Hangup]};
-const Report time_limit_report = {time_limit_message, time_limit_line, objects[TimeLimit]};
+// "The time limit of 86400 s has passed" is the longest message.
+char time_limit_message[48];
+char time_limit_line[64];
+
 // For an exception before the command line has been read.
 constexpr char early_object[] =
     "{\"status\":\"failed\",\"exit_status\":1,\"newer\":null,\"version\":null,\"url\":null,"
     "\"button\":null,\"message\":null,\"error\":\"Out of memory\",\"reason\":\"internal\","
     "\"http_status\":null,\"service\":null,\"proxy\":null}\n";
 
-const Report memory_report = {"Out of memory", "Error: Out of memory\a\n", objects[Memory]};
-const Report abort_report = {"Aborted by an internal fault",
-                             "Error: Aborted by an internal fault\a\n", objects[Abort]};
-const Report fault_report = {"Ended by an internal fault", "Error: Ended by an internal fault\a\n",
-                             objects[Fault]};
+Report interrupt_report = {cancelled_text, cancelled_line, nullptr};
+Report terminate_report = {cancelled_text, cancelled_line, nullptr};
+Report hangup_report = {cancelled_text, cancelled_line, nullptr};
+Report time_limit_report = {time_limit_message, time_limit_line, nullptr};
+Report memory_report = {"Out of memory", "Error: Out of memory\a\n", early_object};
+Report abort_report = {"Aborted by an internal fault", "Error: Aborted by an internal fault\a\n",
+                       nullptr};
+Report fault_report = {"Ended by an internal fault", "Error: Ended by an internal fault\a\n",
+                       nullptr};
 
 enum Phase : int { Starting, Exchange, AnswerHeld, Output, Finished };
 
@@ -83,11 +77,11 @@ void compose_time_limit(int max_time)
                         sizeof time_limit_line);
 }
 
-void compose_object(const Report &report, const char *status, int exit_status, const char *reason,
+void compose_object(Report *report, const char *status, int exit_status, const char *reason,
                     const RunTarget &target)
 {
-    const RunOutcome outcome = {status, exit_status, nullptr, report.text, reason, 0};
-    copy_string_bounded(report.object, outcome_json(outcome, target).c_str(), object_size);
+    const RunOutcome outcome = {status, exit_status, nullptr, report->text, reason, 0};
+    report->object = copy_string_with_room(outcome_json(outcome, target).c_str(), 0);
 }
 
 // Async-signal-safe, and allocates nothing. Never blocks.
@@ -97,12 +91,9 @@ void write_report(const Report &report, bool with_line)
     discard_record();
     if (with_line)
         write_if_possible(STDERR_FILENO, report.line, std::strlen(report.line));
-    if (object_is_due != 0) {
-        object_is_due = 0;
-        const bool is_early = *report.object == '\0' && &report == &memory_report;
-        const char *object = is_early ? early_object : report.object;
-        write_if_possible(STDOUT_FILENO, object, std::strlen(object));
-    }
+    if (object_is_due != 0 && report.object != nullptr)
+        write_if_possible(STDOUT_FILENO, report.object, std::strlen(report.object));
+    object_is_due = 0;
 }
 
 const Report &report_of_signal(int signal_number)
@@ -161,10 +152,11 @@ void on_interrupt(int signal_number)
     }
 }
 
-// A SIGALRM that another process sends is ignored: it says nothing about the time.
+// A SIGALRM that another process sends is ignored: it says nothing about the time. On Linux the
+// codes of what processes send are not positive, on macOS they are.
 bool is_own_alarm(const siginfo_t *info)
 {
-    return info->si_code != SI_USER && info->si_code != SI_QUEUE;
+    return info->si_code >= 0 && info->si_code != SI_USER && info->si_code != SI_QUEUE;
 }
 
 void on_alarm(int, siginfo_t *info, void *)
@@ -195,7 +187,7 @@ void on_alarm(int, siginfo_t *info, void *)
 // True if there is no memory for an exception either, so that none is current.
 bool is_memory_exhausted()
 {
-    void *block = std::malloc(256);
+    void *volatile block = std::malloc(256); // or the compiler may leave the allocation out
     std::free(block);
     return block == nullptr;
 }
@@ -264,7 +256,7 @@ void unblock(int signal_number)
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, signal_number);
-    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 }
 
 } // namespace
@@ -289,13 +281,13 @@ void prepare_termination(bool json, const RunTarget &target, int max_time)
         object_is_due = 0;
         return;
     }
-    compose_object(interrupt_report, "cancelled", 128 + SIGINT, "cancelled", target);
-    compose_object(terminate_report, "cancelled", 128 + SIGTERM, "cancelled", target);
-    compose_object(hangup_report, "cancelled", 128 + SIGHUP, "cancelled", target);
-    compose_object(time_limit_report, "timeout", 3, "timeout", target);
-    compose_object(memory_report, "failed", 1, "internal", target);
-    compose_object(abort_report, "failed", 1, "internal", target);
-    compose_object(fault_report, "failed", 1, "internal", target);
+    compose_object(&interrupt_report, "cancelled", 128 + SIGINT, "cancelled", target);
+    compose_object(&terminate_report, "cancelled", 128 + SIGTERM, "cancelled", target);
+    compose_object(&hangup_report, "cancelled", 128 + SIGHUP, "cancelled", target);
+    compose_object(&time_limit_report, "timeout", 3, "timeout", target);
+    compose_object(&memory_report, "failed", 1, "internal", target);
+    compose_object(&abort_report, "failed", 1, "internal", target);
+    compose_object(&fault_report, "failed", 1, "internal", target);
     object_is_due = 1;
 }
 
@@ -352,12 +344,12 @@ void set_final_status(int exit_status)
 void block_termination()
 {
     const sigset_t signals = terminating_signals();
-    sigprocmask(SIG_BLOCK, &signals, &mask_before_block);
+    pthread_sigmask(SIG_BLOCK, &signals, &mask_before_block);
 }
 
 void unblock_termination()
 {
-    sigprocmask(SIG_SETMASK, &mask_before_block, nullptr);
+    pthread_sigmask(SIG_SETMASK, &mask_before_block, nullptr);
 }
 
 int interrupt_received()
@@ -377,7 +369,7 @@ const char *time_limit_text()
 
 void end_by_signal(int signal_number)
 {
-    std::signal(signal_number, SIG_DFL);
+    set_signal_action(signal_number, SIG_DFL);
     unblock(signal_number);
     std::raise(signal_number);
     _exit(128 + signal_number);

@@ -13,7 +13,7 @@
 //
 // - Report: write the line and the object if they are due. The line of an interrupt or the time
 //   limit is not due after show_termination_line. The object is due from prepare_termination with
-//   json to begin_output.
+//   json to begin_output; that of exhausted memory from expect_object.
 // - End by it: end by the signal's default action.
 // - Cancel the exchange: set web_cancel_requested, so that the exchange returns by itself. If it
 //   has not returned a second later (a name lookup, a connect, data that keeps arriving), report
@@ -47,8 +47,8 @@ namespace quintral {
 // after one readable line.
 void install_terminate_handler();
 
-// If a word of the command line is -json: an object is due from here on, before the options have
-// been read, in case memory runs out so early. It names no service.
+// If a word of the command line is -json, even as another option's value: an object is due from
+// here on, before the options have been read, should memory run out so early. It names no service.
 void expect_object(int argument_count, char **arguments);
 
 // Composes the lines, and the objects if json is true, of all ways to terminate.
@@ -64,7 +64,7 @@ void end_exchange();
 
 // Writes the line of the interrupt or the time limit that cancelled the exchange. Waits for a
 // reader; until the line has been written, a second interrupt still writes it.
-// Requires: interrupt_received or time_limit_passed says so.
+// Requires: interrupt_received() is not 0, or time_limit_passed() is true.
 void show_termination_line();
 
 // Output to AnswerHeld, and back. While an answer is held, it will be printed whatever happens

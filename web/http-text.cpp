@@ -119,7 +119,7 @@ int web_scan_status_line(const char *text, WebStatusLine *line)
     if (text == nullptr)
         return 2;
     text = skip_white_space(text);
-    const std::size_t length = std::strcspn(text, "\r\n");
+    const std::size_t length = ascii_length_before(text, "\r\n");
     if (length == 0)
         return 3;
     constexpr std::size_t longest = sizeof line->reason - 1;

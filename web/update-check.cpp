@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "support/ascii.h"
 #include "support/c-utils.h"
 #include "web/http-text.h"
 #include "web/last-error.h"
@@ -78,7 +79,7 @@ void drop_last_carriage_return(char *text)
 
 void trim_spaces(char *text)
 {
-    const std::size_t start = std::strspn(text, " \t");
+    const std::size_t start = ascii_length_of(text, " \t");
     std::size_t length = std::strlen(text + start);
     std::memmove(text, text + start, length + 1);
     while (length > 0 && (text[length - 1] == ' ' || text[length - 1] == '\t'))
