@@ -7,7 +7,7 @@ int main(int argument_count, char **arguments)
 {
     const quintral::BenchCases cases = quintral::all_cases();
     for (const quintral::BenchCase &one : cases) {
-        const std::string name = one.routine + '/' + one.side + '/' + std::to_string(one.size);
+        const std::string name = case_name(one);
         benchmark::RegisterBenchmark(name.c_str(), [&one](benchmark::State &state) {
             for (auto _ : state)
                 one.run();

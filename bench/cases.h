@@ -20,6 +20,34 @@ struct BenchCase {
 
 using BenchCases = std::vector<BenchCase>;
 
+// "ROUTINE/SIDE/SIZE".
+inline std::string case_name(const BenchCase &one)
+{
+    return one.routine + '/' + one.side + '/' + std::to_string(one.size);
+}
+
+// Adds a case. A small input is taken 100 times, on all sides alike, so that what surrounds the
+// call does not count.
+template <typename Call>
+void add_repeated(BenchCases *cases, const std::string &routine, const char *side, std::size_t size,
+                  const Call &call)
+{
+    const int times = size <= 1024 ? 100 : 1;
+    cases->push_back({routine, side, size, [times, call] {
+                          for (int i = 0; i < times; ++i)
+                              call();
+                      }});
+}
+
+// Returns the piece, repeated and cut to the size.
+inline std::string repeat_to(const std::string &piece, std::size_t size)
+{
+    std::string text;
+    while (text.size() < size)
+        text += piece;
+    return text.substr(0, size);
+}
+
 void add_transforms_cases(BenchCases *cases);
 void add_memory_cases(BenchCases *cases);
 void add_dates_cases(BenchCases *cases);

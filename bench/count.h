@@ -19,7 +19,7 @@ namespace quintral {
 inline void count_cases(const BenchCases &cases, const std::string &text)
 {
     for (const BenchCase &one : cases) {
-        const std::string name = one.routine + '/' + one.side + '/' + std::to_string(one.size);
+        const std::string name = case_name(one);
         if (name.find(text) == std::string::npos)
             continue;
         one.run();

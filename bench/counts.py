@@ -58,7 +58,7 @@ def differences(recorded, counted):
         if before is None or now is None:
             yield f"{name}: {'not recorded' if before is None else 'no longer counted'}", True
         elif now > before * (1 + TOLERANCE):
-            yield f"{name}: {now}, {now / before - 1:+.1%} beside the recorded {before}", True
+            yield f"{name}: {now}, {now / before - 1:+.1%} from the recorded {before}", True
         elif now < before * (1 - TOLERANCE):
             yield f"{name}: {now}, {now / before - 1:+.1%}; bench/run --record-counts", False
 

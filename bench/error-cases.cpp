@@ -22,23 +22,6 @@ namespace {
 
 using Sink = std::shared_ptr<spdlog::sinks::sink>;
 
-// A case of a small size makes several calls, so that what surrounds them does not count.
-int repetitions(std::size_t size)
-{
-    return size <= 1024 ? 100 : 1;
-}
-
-template <typename Call>
-void add_case(BenchCases *cases, const char *routine, const char *side, std::size_t size,
-              const Call &call)
-{
-    const int count = repetitions(size);
-    cases->push_back({routine, side, size, [count, call] {
-                          for (int i = 0; i < count; ++i)
-                              call();
-                      }});
-}
-
 std::FILE *null_stream()
 {
     static std::FILE *const stream = std::fopen("/dev/null", "w");
@@ -49,16 +32,16 @@ void add_format_cases(BenchCases *cases, std::size_t size)
 {
     const std::string text(size, 'x');
     const auto out = std::make_shared<std::string>(size + 64, '\0');
-    add_case(cases, "format_message", "ours", size, [text, out] {
+    add_repeated(cases, "format_message", "ours", size, [text, out] {
         bench_keep(format_message(Warning, text.c_str(), out->data(), int(out->size())));
         bench_keep(out->data());
     });
-    add_case(cases, "format_message", "reference", size, [text, out] {
+    add_repeated(cases, "format_message", "reference", size, [text, out] {
         bench_keep(
             std::snprintf(out->data(), out->size(), "%s: %s%s", "Warning", text.c_str(), "\a"));
         bench_keep(out->data());
     });
-    add_case(cases, "format_message", "fmt", size, [text, out] {
+    add_repeated(cases, "format_message", "fmt", size, [text, out] {
         bench_keep(
             fmt::format_to_n(out->data(), out->size(), "{}: {}{}", "Warning", text.c_str(), "\a")
                 .size);
@@ -84,7 +67,7 @@ void add_report_cases(BenchCases *cases, const char *routine, MessageHandler han
                       const Sink &sink, std::size_t size)
 {
     const std::string text(size, 'x');
-    add_case(cases, routine, "ours", size, [text, handler] {
+    add_repeated(cases, routine, "ours", size, [text, handler] {
         const MessageHandler previous = set_message_handler(handler);
         report_message(Warning, "%s: %d of %d", text.c_str(), 12, 345);
         set_message_handler(previous);
@@ -92,8 +75,8 @@ void add_report_cases(BenchCases *cases, const char *routine, MessageHandler han
     const auto logger = std::make_shared<spdlog::logger>("bench", sink);
     logger->set_pattern("%l: %v\a");
     logger->flush_on(spdlog::level::trace);
-    add_case(cases, routine, "spdlog", size,
-             [text, logger] { logger->warn("{}: {} of {}", text.c_str(), 12, 345); });
+    add_repeated(cases, routine, "spdlog", size,
+                 [text, logger] { logger->warn("{}: {} of {}", text.c_str(), 12, 345); });
 }
 
 void print_to_null(const char *text, const char * /*tag*/)
@@ -105,16 +88,16 @@ void print_to_null(const char *text, const char * /*tag*/)
 void add_print_cases(BenchCases *cases, std::size_t size)
 {
     const std::string text(size, 'x');
-    add_case(cases, "print_text", "ours", size, [text] {
+    add_repeated(cases, "print_text", "ours", size, [text] {
         const PrintHandler previous = set_print_handler(print_to_null);
         print_text(text.c_str(), "tag");
         set_print_handler(previous);
     });
-    add_case(cases, "print_text", "fputs", size, [text] {
+    add_repeated(cases, "print_text", "fputs", size, [text] {
         std::fputs(text.c_str(), null_stream());
         std::fflush(null_stream());
     });
-    add_case(cases, "print_text", "fmt", size, [text] {
+    add_repeated(cases, "print_text", "fmt", size, [text] {
         fmt::print(null_stream(), "{}", text.c_str());
         std::fflush(null_stream());
     });
@@ -146,17 +129,17 @@ int print_log_line(const char *text)
 void add_log_cases(BenchCases *cases, std::size_t size)
 {
     const std::string text(size, 'x');
-    add_case(cases, "log_message/unread", "ours", size,
-             [text] { bench_keep(log_message(text.c_str())); });
-    add_case(cases, "log_message/unread", "reference", size,
-             [text] { bench_keep(print_log_line(text.c_str())); });
-    add_case(cases, "log_message/handler", "ours", size, [text] {
+    add_repeated(cases, "log_message/unread", "ours", size,
+                 [text] { bench_keep(log_message(text.c_str())); });
+    add_repeated(cases, "log_message/unread", "reference", size,
+                 [text] { bench_keep(print_log_line(text.c_str())); });
+    add_repeated(cases, "log_message/handler", "ours", size, [text] {
         set_log_handler(drop_line);
         bench_keep(log_message(text.c_str()));
         set_log_handler(nullptr);
     });
-    add_case(cases, "log_message/handler", "reference", size,
-             [text] { bench_keep(print_log_line(text.c_str())); });
+    add_repeated(cases, "log_message/handler", "reference", size,
+                 [text] { bench_keep(print_log_line(text.c_str())); });
 }
 
 } // namespace

@@ -57,7 +57,7 @@ bool run_libcurl(std::uint16_t port, std::size_t header_size, std::size_t body_s
 
 // The loop of system calls: those of the web client, in its order, with the same arguments.
 
-// Waits until data can be read. A wait may end in silence while the server is busy.
+// Waits until data can be read. A wait may time out while the server is busy.
 bool wait_for(int descriptor, timeval timeout)
 {
     int result = 0;

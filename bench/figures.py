@@ -8,7 +8,7 @@ from collections import namedtuple
 # One measured call of bench/cases.h. The routine may hold slashes, the others may not.
 Case = namedtuple("Case", "routine side size")
 
-# The sides that are no peers: the libraries, and the simple loops that the tests compare with.
+# The sides that are not peers: the libraries, and the simple loops that the tests compare with.
 OURS = "ours"
 REFERENCE = "reference"
 

@@ -99,7 +99,7 @@ def unused(found, exceptions):
 
 def report(found, exceptions, complete):
     """Prints what is above its limit and a closing line. Returns whether everything passed. Unless
-    everything was measured, an exception that fits nothing is no failure."""
+    everything was measured, an exception that fits nothing is not a failure."""
     judged = list(with_exceptions(found, exceptions))
     failed = [verdict for verdict in judged if verdict.value > verdict.limit]
     for verdict in failed:

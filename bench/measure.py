@@ -9,7 +9,7 @@ from programs import (QUESTION, marked_instructions, output_of, peer, removal_ca
 
 STATIC_BUILD = "build/bench-static"
 
-CHECK_ROUNDS = 400
+CHECK_ROUNDS = 1500
 REPETITIONS = 9     # of each timed case, in random order
 REPETITION_TIME = 0.02  # seconds
 TREE_SIZE = 1000    # files

@@ -17,17 +17,6 @@ namespace {
 
 constexpr std::size_t sizes[] = {8, 64, 1024, 16384, 1048576};
 
-template <typename Call>
-void add(BenchCases *cases, const std::string &routine, const char *side, std::size_t size,
-         const Call &call)
-{
-    const int times = size <= 16384 ? 100 : 1;
-    cases->push_back({routine, side, size, [=] {
-                          for (int i = 0; i < times; ++i)
-                              call();
-                      }});
-}
-
 // One string of the given size.
 void add_strings(BenchCases *cases)
 {
@@ -37,14 +26,14 @@ void add_strings(BenchCases *cases)
             bench_keep(*block);
             checked_free(block);
         };
-        add(cases, "alloc_printf/string", "ours", size,
-            [=] { release(alloc_printf("%s", text.c_str())); });
-        add(cases, "alloc_printf/string", "reference", size,
-            [=] { release(reference::alloc_printf("%s", text.c_str())); });
-        add(cases, "alloc_printf/string", "fmt", size,
-            [=] { bench_keep(*fmt::format("{}", text.c_str()).c_str()); });
-        add(cases, "alloc_printf/string", "fmt-sprintf", size,
-            [=] { bench_keep(*fmt::sprintf("%s", text.c_str()).c_str()); });
+        add_repeated(cases, "alloc_printf/string", "ours", size,
+                     [=] { release(alloc_printf("%s", text.c_str())); });
+        add_repeated(cases, "alloc_printf/string", "reference", size,
+                     [=] { release(reference::alloc_printf("%s", text.c_str())); });
+        add_repeated(cases, "alloc_printf/string", "fmt", size,
+                     [=] { bench_keep(*fmt::format("{}", text.c_str()).c_str()); });
+        add_repeated(cases, "alloc_printf/string", "fmt-sprintf", size,
+                     [=] { bench_keep(*fmt::sprintf("%s", text.c_str()).c_str()); });
     }
 }
 
@@ -53,18 +42,18 @@ void add_messages(BenchCases *cases)
 {
     for (const std::size_t size : {8, 64, 1024}) {
         const std::string text(size, 'x');
-        add(cases, "alloc_printf/message", "ours", size, [=] {
+        add_repeated(cases, "alloc_printf/message", "ours", size, [=] {
             char *block = alloc_printf("Bad HTTP status %d from %s: %s", 404, "site", text.c_str());
             bench_keep(*block);
             checked_free(block);
         });
-        add(cases, "alloc_printf/message", "reference", size, [=] {
+        add_repeated(cases, "alloc_printf/message", "reference", size, [=] {
             char *block = reference::alloc_printf("Bad HTTP status %d from %s: %s", 404, "site",
                                                   text.c_str());
             bench_keep(*block);
             checked_free(block);
         });
-        add(cases, "alloc_printf/message", "fmt", size, [=] {
+        add_repeated(cases, "alloc_printf/message", "fmt", size, [=] {
             bench_keep(
                 *fmt::format("Bad HTTP status {} from {}: {}", 404, "site", text.c_str()).c_str());
         });
@@ -84,16 +73,16 @@ void add_appends(BenchCases *cases)
                 string_buffer_free(&buffer);
             };
         };
-        add(cases, "string_buffer_printf", "ours", size, ours(string_buffer_printf));
-        add(cases, "string_buffer_printf", "reference", size,
-            ours(reference::string_buffer_printf));
-        add(cases, "string_buffer_printf", "fmt", size, [=] {
+        add_repeated(cases, "string_buffer_printf", "ours", size, ours(string_buffer_printf));
+        add_repeated(cases, "string_buffer_printf", "reference", size,
+                     ours(reference::string_buffer_printf));
+        add_repeated(cases, "string_buffer_printf", "fmt", size, [=] {
             fmt::memory_buffer buffer;
             for (int i = 0; buffer.size() < size; ++i)
                 fmt::format_to(std::back_inserter(buffer), "{}: {}\n", i, "circle");
             bench_keep(*buffer.data());
         });
-        add(cases, "string_buffer_printf", "fmt-sprintf", size, [=] {
+        add_repeated(cases, "string_buffer_printf", "fmt-sprintf", size, [=] {
             fmt::memory_buffer buffer;
             for (int i = 0; buffer.size() < size; ++i)
                 buffer.append(fmt::sprintf("%d: %s\n", i, "circle"));

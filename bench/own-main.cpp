@@ -30,17 +30,10 @@ void add(BenchCases *cases, const char *routine,
         cases->push_back({routine, "ours", size, make(size)});
 }
 
-std::string repeat(const std::string &part, std::size_t size)
-{
-    std::string text;
-    while (text.size() < size)
-        text += part;
-    return text.substr(0, size);
-}
-
 std::string prose(std::size_t size)
 {
-    return repeat("The new release draws faster and opens the files of all earlier ones. ", size);
+    return repeat_to("The new release draws faster and opens the files of all earlier ones. ",
+                     size);
 }
 
 // Text
@@ -100,7 +93,8 @@ void add_web(BenchCases *cases)
         };
     });
     add(cases, "web_find_update_values/body", [](std::size_t size) {
-        const std::string body = repeat("Other: value\n", size) + "\nVersion: 5.2\nMessage: text\n";
+        const std::string body =
+            repeat_to("Other: value\n", size) + "\nVersion: 5.2\nMessage: text\n";
         return [body] {
             std::string copy = body;
             UpdateValues values;

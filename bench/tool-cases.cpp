@@ -11,25 +11,13 @@ namespace quintral {
 
 namespace {
 
-std::string repeat_to(const std::string &piece, std::size_t size)
-{
-    std::string text;
-    while (text.size() + piece.size() <= size)
-        text += piece;
-    return text + std::string(size - text.size(), 'x');
-}
-
 using Escape = std::string (*)(const std::string &text);
 
-// A case of a small size makes several calls, so that what surrounds them does not count.
 void add_case(BenchCases *cases, const std::string &routine, const char *side,
               const std::string &text, Escape escape)
 {
-    const int count = text.size() <= 1024 ? 100 : 1;
-    cases->push_back({routine, side, text.size(), [count, text, escape] {
-                          for (int i = 0; i < count; ++i)
-                              bench_keep(escape(text).data());
-                      }});
+    add_repeated(cases, routine, side, text.size(),
+                 [text, escape] { bench_keep(escape(text).data()); });
 }
 
 void add_sides(BenchCases *cases, const std::string &kind, const std::string &text)

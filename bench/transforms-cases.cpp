@@ -17,12 +17,6 @@ namespace quintral {
 namespace {
 
 constexpr std::size_t sizes[] = {8, 64, 1024, 16384, 1048576};
-constexpr int repeats = 100; // of a short call, so that the frame around it does not count
-
-int repeats_for(std::size_t size)
-{
-    return size <= 1024 ? repeats : 1;
-}
 
 // Text as people write it, in which the patterns below do not occur.
 std::string prose(std::size_t size)
@@ -32,23 +26,7 @@ std::string prose(std::size_t size)
         "Choose About in the Help menu to see which release is installed. The service on the web "
         "answers with the number of the latest release, its address and a short message. Nothing "
         "is sent unless someone asks for it. ";
-    std::string text;
-    while (text.size() < size)
-        text += paragraph;
-    return text.substr(0, size);
-}
-
-// Adding a case: a call that takes no arguments, repeated as the size asks for.
-
-template <typename Call>
-void add(BenchCases *cases, const std::string &routine, const char *side, std::size_t size,
-         const Call &call)
-{
-    const int times = repeats_for(size);
-    cases->push_back({routine, side, size, [=] {
-                          for (int i = 0; i < times; ++i)
-                              call();
-                      }});
+    return repeat_to(paragraph, size);
 }
 
 // Searches
@@ -77,8 +55,8 @@ void add_search(BenchCases *cases, const std::string &routine, const std::string
         const Find find = row.find;
         if (find == reference::find_ignoring_case && pattern.size() > longest_compared)
             continue;
-        add(cases, routine, row.side, text.size(),
-            [=] { bench_keep(find(text.c_str(), pattern.c_str())); });
+        add_repeated(cases, routine, row.side, text.size(),
+                     [=] { bench_keep(find(text.c_str(), pattern.c_str())); });
     }
 }
 
@@ -112,7 +90,7 @@ void add_copy(BenchCases *cases, const std::string &routine, const char *side,
               Result (*copy)(const char *source, char *destination), const std::string &text)
 {
     const auto destination = std::make_shared<std::string>(text);
-    add(cases, routine, side, text.size(), [=] {
+    add_repeated(cases, routine, side, text.size(), [=] {
         copy(text.c_str(), destination->data());
         bench_keep(*destination->data());
     });
@@ -124,7 +102,7 @@ void add_copy_peer(BenchCases *cases, const std::string &routine, void (*change)
                    const std::string &text)
 {
     const auto changed = std::make_shared<std::string>(text);
-    add(cases, routine, "absl", text.size(), [=] {
+    add_repeated(cases, routine, "absl", text.size(), [=] {
         change(changed.get());
         bench_keep(*changed->data());
     });
@@ -166,7 +144,7 @@ void add_number(BenchCases *cases, const std::string &routine, const std::string
     };
     for (const auto &row : sides) {
         const Parse parse = row.parse;
-        add(cases, routine, row.side, text.size(), [=] {
+        add_repeated(cases, routine, row.side, text.size(), [=] {
             float number = 0;
             parse(text.c_str(), &number);
             bench_keep(number);

@@ -17,22 +17,6 @@ namespace {
 
 constexpr std::size_t sizes[] = {8, 64, 1024, 16384, 1048576};
 
-// Small inputs are repeated, on all sides alike, so that the overhead of a case does not count.
-int repeats_for(std::size_t size)
-{
-    return size <= 1024 ? 100 : 1;
-}
-
-void add_case(BenchCases *cases, const char *routine, const char *side, std::size_t size,
-              const std::function<void()> &call)
-{
-    const int repeats = repeats_for(size);
-    cases->push_back({routine, side, size, [call, repeats] {
-                          for (int i = 0; i < repeats; ++i)
-                              call();
-                      }});
-}
-
 // Base64
 
 std::string bytes_of_any_value(std::size_t size)
@@ -71,16 +55,16 @@ void add_base64(BenchCases *cases, std::size_t size)
     const int n = static_cast<int>(size);
     const std::shared_ptr<std::string> text =
         std::make_shared<std::string>(static_cast<std::size_t>(base64_encoded_length(n)), '\0');
-    add_case(cases, "base64_encode", "ours", size, [source, n, text] {
+    add_repeated(cases, "base64_encode", "ours", size, [source, n, text] {
         base64_encode(source.data(), n, &(*text)[0]);
         bench_keep(text->data());
     });
-    add_case(cases, "base64_encode", "openssl", size, [source, n, text] {
+    add_repeated(cases, "base64_encode", "openssl", size, [source, n, text] {
         EVP_EncodeBlock(reinterpret_cast<unsigned char *>(&(*text)[0]),
                         reinterpret_cast<const unsigned char *>(source.data()), n);
         bench_keep(text->data());
     });
-    add_case(cases, "base64_encode", "reference", size, [source, text] {
+    add_repeated(cases, "base64_encode", "reference", size, [source, text] {
         simple_base64(source, &(*text)[0]);
         bench_keep(text->data());
     });
@@ -116,18 +100,18 @@ void simple_escape(const std::string &source, char *out)
 void add_escape(BenchCases *cases, std::size_t size)
 {
     const std::string source = words(size);
-    add_case(cases, "web_escape/words", "ours", size, [source] {
+    add_repeated(cases, "web_escape/words", "ours", size, [source] {
         char *text = static_cast<char *>(std::malloc(3 * source.size() + 1));
         web_escape(text, source.c_str());
         bench_keep(text);
         std::free(text);
     });
-    add_case(cases, "web_escape/words", "libcurl", size, [source] {
+    add_repeated(cases, "web_escape/words", "libcurl", size, [source] {
         char *text = curl_easy_escape(nullptr, source.data(), static_cast<int>(source.size()));
         bench_keep(text);
         curl_free(text);
     });
-    add_case(cases, "web_escape/words", "reference", size, [source] {
+    add_repeated(cases, "web_escape/words", "reference", size, [source] {
         char *text = static_cast<char *>(std::malloc(3 * source.size() + 1));
         simple_escape(source, text);
         bench_keep(text);
@@ -166,7 +150,7 @@ std::string joined_form(const std::string &value, std::string (*escape)(const st
 void add_form(BenchCases *cases, std::size_t size)
 {
     const std::string value = words(size / form_fields);
-    add_case(cases, "web_form_body/words", "ours", size, [value] {
+    add_repeated(cases, "web_form_body/words", "ours", size, [value] {
         WebField fields[form_fields];
         for (WebField &field : fields)
             field = {"product", value.c_str()};
@@ -175,10 +159,10 @@ void add_form(BenchCases *cases, std::size_t size)
         web_form_body(form_fields, fields, header, body);
         bench_keep(body.data());
     });
-    add_case(cases, "web_form_body/words", "libcurl", size,
-             [value] { bench_keep(joined_form(value, escaped_by_libcurl).data()); });
-    add_case(cases, "web_form_body/words", "reference", size,
-             [value] { bench_keep(joined_form(value, escaped_simply).data()); });
+    add_repeated(cases, "web_form_body/words", "libcurl", size,
+                 [value] { bench_keep(joined_form(value, escaped_by_libcurl).data()); });
+    add_repeated(cases, "web_form_body/words", "reference", size,
+                 [value] { bench_keep(joined_form(value, escaped_simply).data()); });
 }
 
 } // namespace
