@@ -99,19 +99,23 @@ merge_one() {
   rm -rf "$earlier" "$added"
   mkdir "$earlier" "$added"
   for input in "$corpus"/*; do
-    ! was_merged "${input##*/}" || mv "$input" "$earlier"
+    folder_for_copy=$added
+    ! was_merged "${input##*/}" || folder_for_copy=$earlier
+    cp "$input" "$folder_for_copy" || return 1
   done
-  cp "$corpus"/* "$added"
   kept=$(find "$added" -type f | wc -l)
   if ! run_fuzzer "$1" -use_counters=0 -merge=1 "$added" "$earlier" "$folder/found"; then
-    find "$earlier" -type f -exec mv {} "$corpus" \;
     echo "$1: FAILED
 $(explain "$1")"
     return 1
   fi
   for input in "$added"/*; do
     name=${input##*/}
-    [ -e "$corpus/$name" ] || cp "$input" "$corpus/$(printf %.12s "$name")"
+    [ -e "$corpus/$name" ] || cp "$input" "$corpus/$(printf %.12s "$name")" || return 1
+  done
+  for input in "$earlier"/*; do
+    name=${input##*/}
+    [ ! -e "$input" ] || find "$added" -name "$name*" | grep -q . || rm "$corpus/$name"
   done
   find "$folder/found" -type f -delete
   echo "$1: $((kept)) inputs kept, $(($(find "$added" -type f | wc -l) - kept)) others"
@@ -145,8 +149,15 @@ for thing in $things; do
   rm -f "$build/fuzz/runs/$thing/passed"
 done
 arguments=$mode
-[ "$mode" != --runs ] || arguments="--runs $number"
-echo "== fuzz: $(echo "$things" | wc -w) fuzzers, $arguments"
+what="$mode seconds each"
+case $mode in
+  --merge) what='merging their inputs' ;;
+  --runs)
+    arguments="--runs $number"
+    what="$number runs each"
+    ;;
+esac
+echo "== fuzz: $(echo "$things" | wc -w) fuzzers, $what"
 status=0
 export STOP_FILE="$build/fuzz/runs/stop"
 rm -f "$STOP_FILE"
