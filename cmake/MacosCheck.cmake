@@ -1,6 +1,6 @@
 # Toolchain file that builds the project for macOS on a machine without macOS, for
 # scripts/check-macos.sh: clang compiles, and the programs are linked with stubs of the frameworks.
-# No linker at hand writes programs for 32-bit Intel; there they are empty files. Nothing is run.
+# The linker cannot write programs for 32-bit Intel; there they are empty files. Nothing is run.
 #
 # Set by the presets:
 #   QUINTRAL_MACOS_TARGET       clang's target, architecture and first system, as
@@ -36,7 +36,7 @@ else()
     "<OBJECTS> -o <TARGET> <LINK_LIBRARIES> -F ${stubs}")
 endif()
 
-# The C++ headers are those of clang's own libc++; its C headers stand between them and the
+# The C++ headers are those of clang's own libc++; its C headers come between them and the
 # system's, which are those of macOS 11, the oldest here.
 execute_process(COMMAND clang++ -print-resource-dir
   OUTPUT_VARIABLE clang_folder OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)

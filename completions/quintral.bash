@@ -43,9 +43,11 @@ _quintral_argument_of() {
   argument=
 }
 
-# Adds the files that begin with $1, with $2 before each.
+# Adds the files that begin with $1, with $2 before each. They are marked as file names where bash
+# can do that for one completion (4.0 and later).
 _quintral_add_files() {
   local file
+  compopt -o filenames 2>/dev/null
   while IFS= read -r file; do
     COMPREPLY+=("$2$file")
   done < <(compgen -f -- "$1")
@@ -82,4 +84,8 @@ _quintral() {
   fi
 }
 
-complete -o filenames -F _quintral quintral
+if type compopt >/dev/null 2>&1; then
+  complete -F _quintral quintral
+else
+  complete -o filenames -F _quintral quintral
+fi

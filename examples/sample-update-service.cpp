@@ -42,9 +42,9 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t connection_limit = 512;
 // From accept to close, whatever the client does in between.
 constexpr std::chrono::seconds connection_time(10);
-// For so long after accept, a connection is not closed in favour of another: enough for a request
-// over a slow line. A thousand clients that only hold connections delay a new one by two such times
-// at most, since 512 of them are replaced in each. Clients wait ten seconds for an answer.
+// For this long after accept, a connection is not closed in favour of another: enough for a request
+// over a slow line. A thousand clients that only hold connections delay a new one by at most twice
+// that, since 512 of them are replaced each time. Clients wait ten seconds for an answer.
 constexpr std::chrono::seconds grace_time(2);
 
 // ---- One connection ---------------------------------------------------------------------------
@@ -172,7 +172,7 @@ int serve(Connection *connection, const std::vector<Product> &products)
 struct Clients {
     // In the order in which they were accepted, so the time of the first one ends first.
     std::vector<Connection> connections;
-    std::size_t room = connection_limit; // less if the system has no more descriptors
+    std::size_t capacity = connection_limit; // less if the system has no more descriptors
 };
 
 void close_connection(Clients *clients, std::size_t index, const char *why)
@@ -182,7 +182,7 @@ void close_connection(Clients *clients, std::size_t index, const char *why)
         std::fprintf(stderr, "Closed: %s\n", why);
     close(connection.descriptor);
     clients->connections.erase(clients->connections.begin() + static_cast<std::ptrdiff_t>(index));
-    clients->room = connection_limit;
+    clients->capacity = connection_limit;
 }
 
 bool has_grace(const Connection &connection)
@@ -190,12 +190,12 @@ bool has_grace(const Connection &connection)
     return connection.accepted + grace_time > Clock::now();
 }
 
-// Whether new clients wait in the system's queue: there is no room, and no connection that may be
+// Whether new clients wait in the system's queue: no more can be held, and no connection that may be
 // closed for them.
 bool is_full(const Clients &clients)
 {
     const std::size_t count = clients.connections.size();
-    return count > 0 && count >= clients.room && has_grace(clients.connections.front());
+    return count > 0 && count >= clients.capacity && has_grace(clients.connections.front());
 }
 
 // Closes the connection that has been without progress for the longest, of those that have had
@@ -211,19 +211,19 @@ void close_stalest(Clients *clients, const char *why)
     close_connection(clients, stalest, why);
 }
 
-// Accepts a client that is waiting. If there is no room for it, another connection is closed.
+// Accepts a client that is waiting. If no more can be held, another connection is closed.
 // Requires: the clients are not full.
 void accept_client(int listener, Clients *clients)
 {
-    if (clients->connections.size() >= clients->room)
-        close_stalest(clients, clients->room < connection_limit
+    if (clients->connections.size() >= clients->capacity)
+        close_stalest(clients, clients->capacity < connection_limit
                                    ? "the system has no room for another client"
                                    : "too many clients");
     const int descriptor = accept(listener, nullptr, nullptr);
     if (descriptor < 0 && (after_failure() == 0 || errno == ECONNABORTED))
         return;
     if (descriptor < 0) { // most likely out of descriptors; never spin
-        clients->room = std::max<std::size_t>(clients->connections.size(), 1);
+        clients->capacity = std::max<std::size_t>(clients->connections.size(), 1);
         if (clients->connections.empty())
             poll(nullptr, 0, 100);
         return;
