@@ -190,7 +190,7 @@ bool has_grace(const Connection &connection)
     return connection.accepted + grace_time > Clock::now();
 }
 
-// Whether new clients wait in the system's queue: no more can be held, and no connection that may be
+// Whether new clients wait in the system's queue: no more can be held, and no connection may be
 // closed for them.
 bool is_full(const Clients &clients)
 {
