@@ -92,29 +92,36 @@ int connect_to(int descriptor, const char *peer, std::uint16_t port, const char 
 }
 
 // Sends a piece of the request, usually with one call. A signal, such as a timer of the host
-// program, can end a call after some of the bytes; the rest then follows. A failure, also by a
-// signal before the first byte, is deliberately ignored: a broken connection shows when the reply
-// is received.
-void send_piece(int descriptor, std::string_view piece)
+// program, can end a call after some of the bytes; the rest then follows, unless the exchange is to
+// be cancelled. Returns whether the whole piece was sent. If it was not, the reason is deliberately
+// ignored: a broken connection shows when the reply is received. After a signal before the first
+// byte the whole piece is missing.
+bool send_piece(int descriptor, std::string_view piece)
 {
     bool has_started = false;
     do {
         const ssize_t count = web_socket_send(descriptor, piece.data(), piece.size());
         const bool is_interrupted = count < 0 && errno == EINTR && has_started;
         if (count <= 0 && !is_interrupted)
-            return;
+            break;
         if (count > 0)
             piece.remove_prefix(static_cast<std::size_t>(count));
         has_started = true;
-    } while (!piece.empty());
+    } while (!piece.empty() && web_cancel_requested == 0);
+    return piece.empty();
 }
 
+// The flag does not keep back pieces that the server takes at once. After an incomplete piece the
+// others would wait for the server too, each until the next signal, so nothing more is sent: the
+// wait for the reply then ends the exchange.
 void send_request(int descriptor, const WebRequest &request)
 {
     WebRequestText text;
     web_compose_request(request, &text);
-    for (const std::string_view piece : text.pieces)
-        send_piece(descriptor, piece);
+    for (const std::string_view piece : text.pieces) {
+        if (!send_piece(descriptor, piece) && web_cancel_requested != 0)
+            return;
+    }
 }
 
 } // namespace

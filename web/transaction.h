@@ -14,9 +14,13 @@
 //
 // A transaction blocks the calling thread until the server has closed the connection. While it
 // waits for data it calls the idle hook and checks web_cancel_requested. It times out after ten
-// seconds without data. The total time is not limited: a name lookup, a connect, sending to a peer
-// that does not read, and a server that sends a byte now and then can take any time. During the
-// first three the hook is not called and the flag is not checked.
+// seconds without data; up to twenty if a signal interrupts the wait for the body. The total time
+// is not limited: a name lookup, a connect, sending to a peer that does not read, and a server that
+// sends a byte now and then can take any time. During the first three the hook is not called.
+// During the first two the flag is not checked; sending ends at the next signal once it is set.
+//
+// A send that a signal cuts short is continued. A failing send is not reported: it shows when the
+// reply is received.
 //
 // All state is global and not locked: one transaction at a time, on one thread.
 //
@@ -44,14 +48,15 @@ using WebIdleHook = void (*)(void *user_data);
 enum : int {
     WebOk = 0,       // the whole reply was received
     WebFailed = -1,  // see web_last_error
-    WebTimedOut = 1, // no data for ten seconds
+    WebTimedOut = 1, // no data for ten seconds (see above)
     WebCancelled = 2 // web_cancel_requested was seen
 };
 
 // Set to non-zero, from the idle hook or a signal handler, to cancel the running transaction. The
 // transaction checks it after each wait without data, and resets it when it cancels. The flag is
-// not checked while data keeps arriving. If it is set while no transaction runs, it cancels the
-// next one.
+// not checked while data keeps arriving. It ends a send to a peer that does not read only together
+// with a signal; the rest of the request is then not sent. If it is set while no transaction runs,
+// it cancels the next one.
 //
 // While reading the body, a wait without data lasts the whole ten seconds unless a signal
 // interrupts it. A flag set by the hook is then too late: the transaction times out, the flag stays

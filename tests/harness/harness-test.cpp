@@ -223,6 +223,16 @@ TEST(LoopbackPeer, HoldEndsWithThePeer)
     EXPECT_LT(milliseconds_since(start), 5000);
 }
 
+TEST(LoopbackPeer, IgnoreReadsNothingUntilItsTimeIsOver)
+{
+    const auto start = Clock::now();
+    LoopbackPeer peer({{{PeerAct::Ignore, "", 300}, {PeerAct::Hold}}});
+    Client client(peer.port());
+    client.send_text("unread");
+    EXPECT_TRUE(peer.wait_for_text(0, "unread", 5000));
+    EXPECT_GE(milliseconds_since(start), 295);
+}
+
 TEST(LoopbackPeer, ConnectionsPlayTheirScriptsInParallelAndThenTheLastOne)
 {
     LoopbackPeer peer({{{PeerAct::Hold}}, {{PeerAct::Send, "second"}}, {{PeerAct::Send, "last"}}});

@@ -286,6 +286,13 @@ bool close_cleanly(Peer &peer, Connection &connection)
     return false;
 }
 
+// True for the end of the time, false if the peer stops.
+bool ignore_client(const Peer &peer, int milliseconds)
+{
+    pollfd polled = {peer.wake_pipe[0], POLLIN, 0};
+    return poll(&polled, 1, milliseconds) == 0;
+}
+
 bool arm_reset(const Connection &connection)
 {
     const linger at_once = {1, 0};
@@ -316,6 +323,8 @@ bool play_step(Peer &peer, Connection &connection, const PeerStep &step)
         return arm_reset(connection);
     case PeerAct::Hold:
         return record_until(peer, connection, Clock::now() + step_limit);
+    case PeerAct::Ignore:
+        return ignore_client(peer, step.milliseconds);
     }
     return false;
 }

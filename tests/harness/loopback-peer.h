@@ -30,7 +30,8 @@ enum class PeerAct {
     SendForever, // send `bytes` repeatedly until the client closes or the peer is destroyed
     Close,       // read what has arrived, then close cleanly; also done after the last step
     Reset,       // close with a reset (SO_LINGER 0)
-    Hold,        // do nothing until the client closes or the peer is destroyed
+    Hold,        // do nothing until the client closes or the peer is destroyed, still recording
+    Ignore,      // read nothing for `milliseconds`, so that a client with much to send has to wait
 };
 
 struct PeerStep {

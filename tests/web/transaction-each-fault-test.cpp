@@ -127,6 +127,49 @@ TEST_F(WebTransactionUnderFaults, AfterAPartASignalLosesNothingAndAFailureTheRes
     }
 }
 
+std::size_t sends_until_cancel;
+
+// Takes the pieces whole. At the last send before the cancel a signal leaves half of the piece.
+std::size_t half_of_the_last(std::size_t length)
+{
+    if (--sends_until_cancel > 0)
+        return length;
+    web_cancel_requested = 1;
+    return length / 2;
+}
+
+TEST_F(WebTransactionUnderFaults, AFlagSetWhileAPieceIsSentKeepsBackTheRestOfTheRequest)
+{
+    const struct {
+        std::size_t sends;
+        std::string sent;
+    } rows[] = {
+        {1, "PO"},
+        {2, "POST http://"},
+        {12, sample_request.substr(0, sample_request.size() - 2)},
+    };
+    stage.send_count = half_of_the_last;
+    for (const auto &row : rows) {
+        sends_until_cancel = row.sends;
+        EXPECT_EQ(call_with_a_fault({}), cancelled()) << row.sends;
+        EXPECT_EQ(all_sent(), row.sent);
+        EXPECT_EQ(stage.sent.size(), row.sends);
+        EXPECT_EQ(web_cancel_requested, 0);
+    }
+}
+
+// The flag does not end sends that the peer takes at once. A signal that comes before the first
+// byte of a piece leaves out that piece and, with the flag set, those after it.
+TEST_F(WebTransactionUnderFaults, AFlagSetBeforeTheRequestEndsSendingOnlyAtASignal)
+{
+    web_cancel_requested = 1;
+    EXPECT_EQ(call_with_a_fault({}), cancelled());
+    EXPECT_EQ(all_sent(), sample_request);
+    web_cancel_requested = 1;
+    EXPECT_EQ(call_with_a_fault({"send", 2, EINTR}), cancelled());
+    EXPECT_EQ(all_sent(), "POST ");
+}
+
 TEST_F(WebTransactionUnderFaults, ASendThatTakesNothingEndsItsPiece)
 {
     stage.send_count = [](std::size_t) { return std::size_t{0}; };

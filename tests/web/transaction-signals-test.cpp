@@ -1,6 +1,7 @@
 // Transactions in a host program with an interval timer, over real sockets. The timer's signals
-// interrupt calls, but they lose no byte of a request and move no deadline. Each wait for the time
-// limit is a separate test, so that ctest -j runs them in parallel.
+// interrupt calls, but they lose no byte of a request and move no deadline, unless their handler
+// cancels the transaction. Each wait for the time limit is a separate test, so that ctest -j runs
+// them in parallel.
 #include "tests/harness/loopback-peer.h"
 #include "tests/web/transaction-calls.h"
 #include "web/transaction.h"
@@ -27,11 +28,11 @@ void count_signal(int /*signal*/)
 // A SIGALRM every `microseconds`, for the life of the record. Calls are not restarted after it.
 class IntervalTimer {
 public:
-    explicit IntervalTimer(suseconds_t microseconds)
+    explicit IntervalTimer(suseconds_t microseconds, void (*handler)(int) = count_signal)
     {
         signal_count = 0;
         struct sigaction action = {};
-        action.sa_handler = count_signal;
+        action.sa_handler = handler;
         EXPECT_EQ(sigaction(SIGALRM, &action, &before_), 0);
         const itimerval interval = {{0, microseconds}, {0, microseconds}};
         EXPECT_EQ(setitimer(ITIMER_REAL, &interval, nullptr), 0);
@@ -75,6 +76,18 @@ TEST_F(WebTransaction, SignalsLoseNoByteOfALargeBody)
     const std::size_t start = received.find("\r\n\r\n") + 4;
     EXPECT_EQ(received.size() - start, body.size());
     EXPECT_TRUE(received.compare(start, std::string::npos, body) == 0);
+}
+
+// The peer reads nothing for twice as long as the test allows, so a client that sends the whole
+// body fails the test.
+TEST_F(WebTransaction, AFlagSetByASignalEndsASendToAPeerThatDoesNotRead)
+{
+    LoopbackPeer peer({{{PeerAct::Ignore, "", 8000}}});
+    const std::string body = numbered_body();
+    const auto start = Clock::now();
+    const IntervalTimer timer(50000, cancel_on_signal);
+    EXPECT_EQ(call_exchange(peer, "POST", "", body), cancelled());
+    EXPECT_LT(milliseconds_since(start), 4000);
 }
 
 constexpr long long time_limit = 10000; // milliseconds
