@@ -154,7 +154,9 @@ void fuzz_request(Input *input)
                                 body.size(),
                                 (given & 1U) != 0 ? user_block.data : nullptr,
                                 (given & 2U) != 0 ? password_block.data : nullptr};
-    WebRequestText text = {{"left from before"}, "left from before"};
+    WebRequestText text;
+    text.pieces = {"left from before"};
+    text.lines = "left from before";
     web_compose_request(request, &text);
 
     static const std::string fixed = fixed_lines();

@@ -36,10 +36,14 @@ struct WebRequest {
 };
 
 // A request as the pieces to send, in order. They point into the strings of the WebRequest and into
-// `lines`, so a record must not be copied or moved.
+// `lines`, so a record cannot be copied or moved.
 struct WebRequestText {
     std::vector<std::string_view> pieces;
     std::string lines; // those that have to be composed
+
+    WebRequestText() = default;
+    WebRequestText(const WebRequestText &) = delete;
+    WebRequestText &operator=(const WebRequestText &) = delete;
 };
 
 // A parsed status line.
@@ -72,12 +76,12 @@ void web_parse_url(const char *url, WebUrl *result);
 // Composes the request as the pieces to send, in order, one send each: the method, the path, the
 // version, five fixed header lines, the extra header, the Host line, the credentials line, the
 // empty line and the body. A piece that the request does not have is left out. The path and the
-// body are not copied: the pieces are valid as long as the request's strings.
+// body are not copied: the pieces are valid as long as *text and the request's strings.
 //
 // The credentials are standard base64 of "user:password" in the origin server's line,
 // "Authorization: Basic ", even to a proxy: the maker's service and the studios' proxies depend on
 // it. A GET includes the extra header too, although it sends no body.
-// Replaces *text. Throws std::bad_alloc.
+// Replaces *text. Throws std::bad_alloc; the pieces must not be used then.
 // Requires: method, path and host are terminated; extra_header and body hold their lengths.
 void web_compose_request(const WebRequest &request, WebRequestText *text);
 

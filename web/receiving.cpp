@@ -97,8 +97,8 @@ int cancelled()
 
 // Waits until data can be read, at most for the time limit, in waits of the given length. After
 // each wait it checks the cancel flag and calls the idle hook. Returns WebOk, WebTimedOut or
-// WebCancelled. The clock is read before the first wait and after a silent one only: a header has a
-// wait for each of its bytes.
+// WebCancelled. The clock is not read after a wait that found data: a header takes one wait per
+// byte. A wait as long as the time limit can start again once, after a signal has ended it.
 int wait_for_data(int descriptor, int milliseconds)
 {
     const std::uint32_t deadline = clock_milliseconds() + time_limit;
@@ -116,16 +116,21 @@ int wait_for_data(int descriptor, int milliseconds)
 
 // The block of a reply
 
-// A part of the reply, in the block that the caller gets. The block grows to twice its size: large
-// blocks are then moved by remapping their pages, and pages that nothing has been written to take
-// no memory, so the peak is that of the reply itself.
+// A part of the reply, in the block that the caller gets. The block doubles. The C library moves a
+// large one by remapping its pages, and pages that were never written take no memory, so the peak
+// of a large reply is about its own size.
 struct ReplyPart {
-    char *bytes;          // null before the first byte
-    std::size_t capacity; // size of the block
-    std::size_t length;   // of the bytes received and kept
+    char *bytes = nullptr;    // null before the first byte
+    std::size_t capacity = 0; // size of the block
+    std::size_t length = 0;   // of the bytes received and kept
+
+    ReplyPart() = default;
+    ReplyPart(const ReplyPart &) = delete;
+    ReplyPart &operator=(const ReplyPart &) = delete;
+
     ~ReplyPart()
     {
-        checked_free(bytes); // unless the caller has it: the idle hook may throw
+        checked_free(bytes); // null once delivered; frees the block if the idle hook throws
     }
 };
 
@@ -141,9 +146,9 @@ void ensure_capacity(ReplyPart *part, std::size_t added)
     part->capacity = capacity;
 }
 
-// Terminates the bytes and gives the block to the caller. The block is deliberately not reduced to
-// the string: its unused pages take no memory, and an allocator that gets back a smaller block than
-// it had to provide does not keep enough of it for the next reply of that size.
+// Terminates the bytes and gives the block to the caller. Deliberately not shrunk: the unused pages
+// of a large block take no memory, and an allocator that gets back a smaller block than it had to
+// provide does not keep enough of it for the next reply of that size.
 void deliver(ReplyPart *part, char **text)
 {
     ensure_capacity(part, 0);
@@ -250,12 +255,12 @@ int receive_body(int descriptor, ReplyPart *body)
 
 int web_receive_reply(int descriptor, char **header_out, char **body_out)
 {
-    ReplyPart header = {};
+    ReplyPart header;
     int result = receive_header(descriptor, &header);
     if (result != WebOk)
         return result;
     deliver(&header, header_out);
-    ReplyPart body = {};
+    ReplyPart body;
     result = receive_body(descriptor, &body);
     if (result != WebOk)
         return result;

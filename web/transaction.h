@@ -19,8 +19,8 @@
 // sends a byte now and then can take any time. During the first three the hook is not called.
 // During the first two the flag is not checked; sending ends at the next signal once it is set.
 //
-// A send that a signal cuts short is continued. A failing send is not reported: it shows when the
-// reply is received.
+// A send that a signal cuts short is continued. A failing send is not reported, nor is one that a
+// signal interrupts before its first byte: it shows when the reply is received.
 //
 // All state is global and not locked: one transaction at a time, on one thread.
 //
@@ -73,9 +73,10 @@ extern volatile std::sig_atomic_t web_cancel_requested;
 //
 // On WebOk *header_out and *body_out hold the reply, for the caller to release with std::free: the
 // header with its line endings up to the carriage return of the empty line, truncated at its first
-// NUL; the body without the bytes from a NUL to the end of the chunk it was received in. On any
-// other result *body_out is unchanged; *header_out holds the header if the header phase was over,
-// either complete or as far as it was received before a receive error, and is unchanged otherwise.
+// NUL; the body without the bytes from a NUL to the end of the chunk it was received in. A block is
+// at least 2 KiB long, at most 2 KiB more than twice the bytes received. On any other result
+// *body_out is unchanged; *header_out holds the header if the header phase was over, either
+// complete or as far as it was received before a receive error, and is unchanged otherwise.
 //
 // The last error is cleared at the start. After WebOk it is empty, unless reading the header failed
 // and the body was then read successfully.

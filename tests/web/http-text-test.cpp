@@ -140,7 +140,9 @@ std::vector<std::string> pieces_of(const char *method, const std::string &extra_
                                    const std::string &body, const char *user = nullptr,
                                    const char *password = nullptr)
 {
-    WebRequestText text = {{"left over"}, "left over"};
+    WebRequestText text;
+    text.pieces = {"left over"};
+    text.lines = "left over";
     web_compose_request({method, "http://Web/p", "WEB", extra_header.data(), extra_header.size(),
                          body.data(), body.size(), user, password},
                         &text);
