@@ -67,8 +67,8 @@ int sleep_seconds(float seconds)
     // well.
     const double milliseconds = static_cast<double>(1000 * seconds) + 0.5;
     constexpr double too_many = 9223372036854775808.0; // 2^63
-    // The conversion to an integer truncates, so anything above -1 is 0. NaN fails the comparison
-    // too.
+    // The conversion to an integer truncates: what lies between -1 and 0 becomes 0. NaN fails the
+    // comparison.
     if (!(milliseconds > -1 && milliseconds < too_many)) {
         errno = EINVAL;
         return -1;

@@ -38,8 +38,8 @@ void wide_date(std::int64_t day_number, std::int32_t *year, std::int32_t *month,
     *year = static_cast<std::int32_t>(100 * (n - 49) + i + l);
 }
 
-// The same for common dates: nothing is negative, and every product fits into 32 bits. Their years
-// begin on 1 March, and their year 0 is the year -4800.
+// The same for common dates: nothing is negative, and every product but one fits into 32 bits.
+// Their years begin on 1 March, and their year 0 is the year -4800.
 
 constexpr std::int32_t first_common_year = -4800;
 constexpr std::int32_t first_common_day = -32044; // 1 March of that year
@@ -69,7 +69,8 @@ void common_date(std::uint32_t days, std::int32_t *year, std::int32_t *month, st
 {
     const std::uint32_t quarters = 4 * days + 3; // 146097 of them are a century
     const std::uint32_t century = quarters / 146097;
-    // 2939745 is 2^32 / 1461, rounded up; 2141 is 2^16 / 30.6, the length of a month.
+    // 2939745 is 2^32 / 1461, rounded up; 2141 is 2^16 / 30.6, the length of a month, rounded down.
+    // 197913 is 3 * 2^16, for March, plus 1305: with 1049 to 1305 each month has its own days.
     const std::uint64_t years = std::uint64_t{2939745} * (quarters % 146097 | 3);
     const std::uint32_t day_of_year = static_cast<std::uint32_t>(years) / 2939745 / 4;
     const std::uint32_t months = 2141 * day_of_year + 197913; // from March, which is month 3
@@ -93,7 +94,8 @@ std::int32_t date_to_day_number(std::int32_t year, std::int32_t month, std::int3
         static_cast<std::uint32_t>(year) - static_cast<std::uint32_t>(first_common_year);
     const std::uint32_t m = static_cast<std::uint32_t>(month) - 1U;
     const std::uint32_t d = static_cast<std::uint32_t>(day) - 1U;
-    if (y - 1 < common_years && m < 12 && d < 31) // in January, year 0 is the one before the first
+    // The year is not 0: its January and February belong to the year before.
+    if (y - 1 < common_years && m < 12 && d < 31)
         return common_day_number(y, m, d);
     return nearest_int32(wide_day_number(year, month, day));
 }

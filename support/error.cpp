@@ -125,8 +125,8 @@ void format_date(std::time_t moment, char *out, std::size_t size)
                   1900LL + parts.tm_year);
 }
 
-// Returns the length of the date that format_date gives. The years from 1971 to 9986 have four
-// digits in every time zone, so the zone need not be read.
+// Returns the length of the date that format_date gives. A time whose UTC year is 1971 to 9986 has
+// a four-digit year in every time zone, so the zone need not be read.
 std::size_t date_length(std::time_t moment)
 {
     constexpr std::size_t common_length = 24;

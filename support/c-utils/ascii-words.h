@@ -1,5 +1,5 @@
-// Eight bytes of a string at a time. A word holds them in the order of memory; nothing here depends
-// on what that order is, or on alignment. Private to this folder.
+// Eight bytes of a string at a time. Nothing here depends on byte order or alignment. Private to
+// this folder.
 #ifndef QUINTRAL_SUPPORT_C_UTILS_ASCII_WORDS_H
 #define QUINTRAL_SUPPORT_C_UTILS_ASCII_WORDS_H
 

@@ -81,7 +81,8 @@ int remove_path(const char *path);
 //
 // If the path leads through an entry of the tree, as "tree/folder/.." does, the removal ends when
 // it removes that entry, since the path then leads nowhere: what follows the entry in its directory
-// is left.
+// is left. It ends likewise, at the next directory or link that it tries to remove, when the tree's
+// own path is renamed or removed while it runs.
 //
 // Paths below the directory are limited to 1024 bytes, terminator included: the program ends with
 // abort() at the first entry whose path is longer; that entry and all entries after it in the walk
@@ -93,8 +94,9 @@ int remove_path(const char *path);
 // searched but not read, it holds only on systems that can open a directory for searching only
 // (Linux, current macOS).
 //
-// A tree of any depth needs fewer than 32 descriptors and less than 256 KiB of stack; the names of
-// the entries in the directories on the current path are held in memory.
+// A tree of any depth needs fewer than 32 descriptors and less than 256 KiB of stack. The names of
+// the entries in the directories on the current path are held in memory, and up to nine directory
+// streams are open, each with a buffer of the system.
 int remove_tree(const char *path);
 
 // Calls callback(path, user_value) for each regular file directly in a directory, following

@@ -16,8 +16,8 @@ namespace {
 // Bytes examined before the first growth of a window.
 constexpr std::size_t first_window = 256;
 
-// Bytes that may be compared in full without result, beyond half the bytes passed. Prose needs far
-// fewer.
+// The two-way search takes over when the bytes compared in vain exceed half the bytes passed by
+// more than this. Ordinary text stays far below.
 constexpr std::size_t patience = 64;
 
 constexpr std::size_t nowhere = static_cast<std::size_t>(-1);

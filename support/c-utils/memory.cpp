@@ -18,8 +18,8 @@ constexpr std::size_t append_bound = append_area_size - 1;
 constexpr std::int32_t longest_append = append_bound - 1;
 constexpr std::int32_t failed_append = append_bound;
 
-// Size of the local area for a new string. Only a longer one is formatted twice. This exceeds every
-// message.
+// Size of the local area for a new string. Only a longer one is formatted twice. No message is this
+// long.
 constexpr std::size_t format_area_size = 4096;
 
 // Free bytes after the text of a buffer that has just grown.
@@ -60,7 +60,7 @@ QUINTRAL_PRINTF(1, 0) char *format_to_block(const char *format, std::va_list arg
 
 // Formats the text of one append. Returns its length; the terminator follows it. If the formatting
 // fails, the whole area is appended: the text is then formatted a second time into zeros, so that
-// what follows it is not what was on the stack before.
+// no stack content is appended.
 QUINTRAL_PRINTF(2, 0)
 std::int32_t format_append(char (&area)[append_area_size], const char *format,
                            std::va_list arguments)

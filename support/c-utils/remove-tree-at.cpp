@@ -18,7 +18,8 @@ namespace quintral {
 
 namespace {
 
-// Number of levels kept open. At least two: ".." cannot be opened from a directory that can be read
+// Number of levels kept open, each with its directory stream; the next one is opened before the
+// first of them is closed. At least two: ".." cannot be opened from a directory that can be read
 // but not searched. A directory that contains another one on the path can always be searched.
 constexpr std::size_t open_levels = 8;
 
@@ -81,7 +82,8 @@ bool path_has_vanished(const char *path)
 
 // Tries to remove the current entry of the last level, and makes the next one current. Deliberately
 // ends the walk if the path of the tree led through that entry, as "tree/folder/.." does: the path
-// of everything that is left leads nowhere then.
+// of everything that is left leads nowhere then. The walk also ends when the tree's own path has
+// been renamed or removed meanwhile.
 void finish_entry(Walk *walk, mode_t type)
 {
     Level &level = walk->levels.back();

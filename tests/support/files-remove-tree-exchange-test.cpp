@@ -122,6 +122,25 @@ TEST(RemoveTreeExchange, OfADirectoryForALinkNeverLeadsOutOfTheTree)
     }
 }
 
+TEST(RemoveTreeExchange, ARenameOfTheTreeItselfEndsTheRemovalAtTheNextDirectory)
+{
+    const TempFolder folder;
+    const std::string tree = folder.path("tree");
+    make_directory(tree);
+    for (const char *name : {"/a", "/b", "/c"}) {
+        make_directory(tree + name);
+        make_file(tree + name + "/file");
+    }
+    bool done = false;
+    before_call = [&](const Call &call) {
+        if (!done && call.name == "file")
+            done = std::rename(tree.c_str(), folder.path("renamed").c_str()) == 0;
+    };
+    EXPECT_EQ(watched_remove_tree(tree), 0);
+    EXPECT_TRUE(done);
+    EXPECT_EQ(entries_below(folder.path("renamed")).size(), 4U); // two directories with a file
+}
+
 // Gives up root's rights for the length of a scope.
 struct RightsOfEverybody {
     const bool was_root = geteuid() == 0;
