@@ -97,11 +97,10 @@
 //
 // State
 //
-// The state is in the five variables below, and the length of the element in which the last call
-// stopped is remembered with them: one parse at a time, from one thread. Setting
-// option_index to 0 starts again, with the same or another vector. No other variable needs to be
-// reset, except that a program without a short-option string sets option_code to '?' if an earlier
-// parse may have changed it.
+// The state is the five variables below and the remembered length of the current element, so one
+// parse runs at a time, on one thread. Setting option_index to 0 starts again, with the same or
+// another vector. No other variable needs to be reset, except that a program without a short-option
+// string sets option_code to '?' if an earlier parse may have changed it.
 #ifndef QUINTRAL_CMDLINE_LONG_OPTIONS_H
 #define QUINTRAL_CMDLINE_LONG_OPTIONS_H
 

@@ -48,11 +48,11 @@ char *platform_format_system_version(std::uint32_t system_version, char *buffer,
 // Opening in the desktop
 //
 // A status of 0 means that the desktop accepted the request, not that anything is visible yet. On
-// macOS the call waits for Launch Services, however long they take, and any other status is theirs.
-// On Linux the request is passed to xdg-open, and the call waits at most one second: the status is
-// the exit status of xdg-open, 0 if it is still running, or -1 if it cannot be started or was
-// killed by a signal. The launched program is never a child of the caller and leaves no zombie; a
-// process that adopts orphans (PID 1 in a container, a subreaper) adopts this one too. The caller
+// macOS the call waits for Launch Services without a time limit; any other status comes from Launch
+// Services. On Linux the request is passed to xdg-open, and the call waits at most one second: the
+// status is the exit status of xdg-open, 0 if it is still running, or -1 if it cannot be started or
+// was killed by a signal. The launched program is never a child of the caller and leaves no zombie;
+// a process that adopts orphans (PID 1 in a container, a subreaper) adopts this one too. The caller
 // gets one SIGCHLD.
 
 // Status for input that is not a valid URL.
@@ -94,8 +94,9 @@ int platform_open_document(const char *text);
 // PlugIns, in which each plug-in bundle is a folder IDENTIFIER.bundle that contains the plug-in's
 // resources. Paths are absolute on Linux. On macOS those of the support files, the resources folder
 // and the plug-ins are relative to the bundle's folder; for a program that is not in a bundle the
-// first two are absolute. The two plug-in bundle identifiers and the fixed folder are build
-// settings (QUINTRAL_PLUGIN_IDENTIFIER, QUINTRAL_SECOND_PLUGIN_IDENTIFIER, QUINTRAL_CONFIG_FOLDER).
+// support files and the resources folder are absolute. The two plug-in bundle identifiers and the
+// fixed folder are build settings (QUINTRAL_PLUGIN_IDENTIFIER, QUINTRAL_SECOND_PLUGIN_IDENTIFIER,
+// QUINTRAL_CONFIG_FOLDER).
 
 // What platform_bundle_path can find.
 enum BundleLocation : unsigned {
@@ -114,10 +115,10 @@ enum BundleLocation : unsigned {
 //
 // Returns the buffer; or null, with the buffer unchanged, if the location does not exist or if
 // there is no main bundle, which every location requires. If the path does not fit, it is cut and
-// terminated on Linux, while on macOS the buffer holds what the system leaves there, an empty
-// string; the buffer is returned on both. On Linux a resource name that is null, empty, begins with
-// '/' or has a component ".." is never found. On macOS a name also finds folders, files in them,
-// files of the user's language and even "../Info.plist"; check names from untrusted sources first.
+// terminated on Linux, while on macOS the system leaves an empty string in the buffer; the buffer
+// is returned on both. On Linux a resource name that is null, empty, begins with '/' or has a
+// component ".." is never found. On macOS a name also finds folders, files in them, files of the
+// user's language and even "../Info.plist"; check names from untrusted sources first.
 // Requires: buffer is at least capacity bytes long; capacity is at least 1; on macOS resource_name
 // is neither null nor empty for MainNamedResource (an empty name finds some file).
 char *platform_bundle_path(char *buffer, std::size_t capacity, unsigned location,

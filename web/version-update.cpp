@@ -41,9 +41,8 @@ struct Thousandths {
     int doublings;
 };
 
-// Rounds to the nearest count, a tie to the even one. From 2^24 on a float is a whole number, of 24
-// bits and a power of two. Below that the product is exact, because a thousand times 24 bits fits a
-// double.
+// Rounds to the nearest count, a tie to the even one. From 2^24 on a float is a whole number: 24
+// bits times a power of two. Below that, a thousand times its 24 bits is exact in a double.
 Thousandths count_thousandths(float version)
 {
     if (version < 16777216.0F) {

@@ -87,10 +87,10 @@ bool is_product_version(const char *text)
 }
 
 // The nearest float of a product version, if the version is one that a float represents; otherwise
-// some float that is not it. A double holds more than twice the digits of a float: up to 2^53
-// thousandths are counted exactly, and beyond, the digits of a float add up to so little less or
-// more that it is still the nearest. Not strtod, which costs many times as much here and expects
-// the decimal point of the host program's locale.
+// some float that is not it. Up to 2^53 thousandths the count is exact. Beyond that its rounding
+// errors are far smaller than half a step between floats, so a version that is a float is still
+// found. Not strtod, which costs many times as much here and expects the decimal point of the host
+// program's locale.
 float nearest_float(const char *text)
 {
     double thousandths = 0;
