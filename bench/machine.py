@@ -67,6 +67,11 @@ def versions(build):
     }
 
 
+def kernel(release):
+    """The system, the first two numbers of its kernel's release, and the architecture."""
+    return f"{platform.system()} {'.'.join(release.split('.')[:2])} {platform.machine()}"
+
+
 def describe(build, static_build):
     """Rows of what the figures were taken on."""
     memory = int(field("/proc/meminfo", "MemTotal").split()[0]) / 1024 / 1024
@@ -74,7 +79,7 @@ def describe(build, static_build):
         "processor": field("/proc/cpuinfo", "model name"),
         "cores": str(os.cpu_count()),
         "memory": f"{memory:.0f} GiB",
-        "kernel": f"{platform.system()} {platform.release()} {platform.machine()}",
+        "kernel": kernel(platform.release()),
         "compiler": compiler(build),
         "flags": compile_flags(build),
         "link flags": link_flags(build),

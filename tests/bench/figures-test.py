@@ -81,6 +81,9 @@ class Reading(unittest.TestCase):
         command = "c++ -I/a/b -O3 -DNDEBUG -DNAME=1 -ffile-prefix-map=/a=b -std=c++17 -o x -c y.cpp"
         self.assertEqual(machine.flags(command), "-O3 -DNDEBUG -std=c++17")
 
+    def test_a_kernel_is_named_without_its_patches_and_local_version(self):
+        self.assertEqual(machine.kernel("6.18.44-fc-v657").split()[1], "6.18")
+
 
 class Limits(unittest.TestCase):
 
