@@ -282,7 +282,7 @@ const std::string open_call = "openat";
 const std::string unlink_call = "unlinkat";
 #endif
 
-TEST(RemoveTreeFaults, OfADirectoryReplacedByAFifoNeitherHangNorRemoveIt)
+TEST(RemoveTreeFaults, ADirectoryReplacedByAFifoNeitherHangsItNorIsRemoved)
 {
     const TempFolder folder;
     make_tree(folder, 2);
