@@ -212,7 +212,7 @@ TEST(ToolStreams, AMessageOnANonBlockingStreamIsWrittenInFull)
     EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-version"}, 0), version_line());
 }
 
-// A pipe of one page has room for all of the text, but counts as full after its first line.
+// A pipe of one page can hold all of the text, but counts as full after its first line.
 TEST(ToolStreams, HelpFillsAPipeThatNobodyReads)
 {
     int ends[2] = {-1, -1};
