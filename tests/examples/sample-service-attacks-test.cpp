@@ -1,6 +1,7 @@
 // The sample update service under attack: a thousand clients that connect again whenever they are
-// closed. A client on a slow line, which pauses half a second after it has connected and half-way
+// closed. A client on a slow line, which pauses half a second after it has connected and halfway
 // through its request, must be answered within the ten seconds that the web client waits.
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -25,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr int attacker_count = 1000;
+constexpr int service_connections = 512; // that the service has at the same time
 
 // What an attacker does once it has connected, and every `pause` after that.
 struct Attack {
@@ -36,7 +38,14 @@ struct Attack {
 
 struct Attacker {
     int descriptor = -1;
+    bool connected = false; // not only asked to
     Clock::time_point next = {};
+};
+
+// What shows that an attack took place.
+struct AttackCounts {
+    int most_connected = 0; // at once
+    int connections = 0;
 };
 
 // Does not wait: the system's queue may be full.
@@ -56,7 +65,14 @@ bool is_open(int descriptor)
     return count > 0 || (count < 0 && errno == EAGAIN);
 }
 
-void act(const Attack &attack, std::uint16_t port, Attacker *attacker)
+bool is_connected(int descriptor)
+{
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    return getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &size) == 0;
+}
+
+void act(const Attack &attack, std::uint16_t port, Attacker *attacker, AttackCounts *counts)
 {
     const bool is_new = attacker->descriptor < 0;
     if (is_new)
@@ -65,50 +81,110 @@ void act(const Attack &attack, std::uint16_t port, Attacker *attacker)
     const ssize_t sent =
         send(attacker->descriptor, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     const bool broken = sent < 0 && errno != EAGAIN;
+    if (!attacker->connected && is_connected(attacker->descriptor)) {
+        attacker->connected = true;
+        ++counts->connections;
+    }
     if (broken || (attack.reset && !is_new) || !is_open(attacker->descriptor)) {
         const linger reset = {1, 0};
         setsockopt(attacker->descriptor, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
         close(attacker->descriptor);
         attacker->descriptor = -1;
+        attacker->connected = false;
     }
 }
 
-void attack_until(const Attack &attack, std::uint16_t port, const std::atomic<bool> &stop)
+AttackCounts attack_until(const Attack &attack, std::uint16_t port, const std::atomic<bool> &stop)
 {
+    AttackCounts counts;
     std::vector<Attacker> attackers(attacker_count);
     while (!stop) {
         for (Attacker &attacker : attackers) {
             if (attacker.next > Clock::now())
                 continue;
-            act(attack, port, &attacker);
+            act(attack, port, &attacker, &counts);
             const bool open = attacker.descriptor >= 0;
             attacker.next = Clock::now() + (open ? attack.pause : milliseconds(0));
         }
+        const auto connected =
+            std::count_if(attackers.begin(), attackers.end(),
+                          [](const Attacker &attacker) { return attacker.connected; });
+        counts.most_connected = std::max(counts.most_connected, static_cast<int>(connected));
         std::this_thread::sleep_for(milliseconds(2));
     }
     for (const Attacker &attacker : attackers) {
         if (attacker.descriptor >= 0)
             close(attacker.descriptor);
     }
+    return counts;
 }
 
-// What a client on a slow line receives. Fails the test if it has to wait ten seconds for it.
-std::string ask_slowly(std::uint16_t port)
+// What a client on a slow line receives.
+struct SlowAnswer {
+    std::string reply;
+    Clock::duration asking;  // from its connection to the end of its request
+    Clock::duration waiting; // from there to the end of the reply
+};
+
+SlowAnswer ask_slowly(std::uint16_t port)
 {
+    SlowAnswer answer{};
     const std::string request = post(good_form);
     const int client = connect_to(port);
+    const auto connected = Clock::now();
     std::this_thread::sleep_for(milliseconds(500));
-    EXPECT_TRUE(send_bytes(client, request.substr(0, request.size() / 2)));
+    (void)send_bytes(client, request.substr(0, request.size() / 2)); // the reply shows a failure
     std::this_thread::sleep_for(milliseconds(500));
-    EXPECT_TRUE(send_bytes(client, request.substr(request.size() / 2)));
+    (void)send_bytes(client, request.substr(request.size() / 2));
     const auto asked = Clock::now();
-    std::string reply = receive_to_end(client);
-    EXPECT_LT(Clock::now() - asked, std::chrono::seconds(10));
+    (void)receive_all(client, &answer.reply);
+    answer.asking = asked - connected;
+    answer.waiting = Clock::now() - asked;
     close(client);
-    return reply;
+    return answer;
 }
 
-// The log would be long; nobody reads it.
+// Whether the machine delayed the client so much that the service may close its connection.
+bool asked_late(const SlowAnswer &answer)
+{
+    return answer.asking > milliseconds(1500);
+}
+
+bool was_answered_late(const SlowAnswer &answer)
+{
+    return answer.waiting >= std::chrono::seconds(10);
+}
+
+std::vector<SlowAnswer> ask_four_times(std::uint16_t port)
+{
+    std::vector<std::future<SlowAnswer>> asking;
+    for (int i = 0; i < 4; ++i) {
+        asking.push_back(std::async(std::launch::async, ask_slowly, port));
+        std::this_thread::sleep_for(milliseconds(200));
+    }
+    std::vector<SlowAnswer> answers;
+    for (std::future<SlowAnswer> &answer : asking)
+        answers.push_back(answer.get());
+    return answers;
+}
+
+// A busy machine may delay any attempt, but not each of three.
+void expect_slow_clients_are_answered(std::uint16_t port)
+{
+    const auto is_late = [](const SlowAnswer &answer) {
+        return asked_late(answer) || was_answered_late(answer);
+    };
+    std::vector<SlowAnswer> answers = ask_four_times(port);
+    for (int i = 0; i < 2 && std::any_of(answers.begin(), answers.end(), is_late); ++i)
+        answers = ask_four_times(port);
+    for (const SlowAnswer &answer : answers) {
+        EXPECT_EQ(answer.reply, shapes_answer);
+        EXPECT_FALSE(asked_late(answer)) << "the machine is too busy for this test";
+        EXPECT_FALSE(was_answered_late(answer));
+    }
+}
+
+// The log is discarded.
 Service start_under_attack()
 {
     rlimit limit{};
@@ -125,17 +201,15 @@ void expect_answers_under(const Attack &attack)
 {
     Service started = start_under_attack();
     std::atomic<bool> stop = false;
-    std::thread attacking([&] { attack_until(attack, started.port, stop); });
+    AttackCounts counts;
+    std::thread attacking([&] { counts = attack_until(attack, started.port, stop); });
     std::this_thread::sleep_for(milliseconds(1000));
-    std::vector<std::future<std::string>> replies;
-    for (int i = 0; i < 4; ++i) {
-        replies.push_back(std::async(std::launch::async, ask_slowly, started.port));
-        std::this_thread::sleep_for(milliseconds(200));
-    }
-    for (std::future<std::string> &reply : replies)
-        EXPECT_EQ(reply.get(), shapes_answer);
+    expect_slow_clients_are_answered(started.port);
     stop = true;
     attacking.join();
+    EXPECT_GT(counts.most_connected, service_connections);
+    const int least_connections = attack.reset ? 2 * attacker_count : attacker_count;
+    EXPECT_GE(counts.connections, least_connections);
     EXPECT_EQ(ask(started.port, post(good_form)), shapes_answer);
     stop_service(started);
 }

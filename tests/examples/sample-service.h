@@ -119,15 +119,21 @@ inline bool send_bytes(int descriptor, const std::string &bytes)
     return true;
 }
 
+// Everything up to the end of the connection. Returns false if that is not a clean close.
+inline bool receive_all(int descriptor, std::string *bytes)
+{
+    char chunk[4096];
+    ssize_t count = 0;
+    while ((count = recv(descriptor, chunk, sizeof chunk, 0)) > 0)
+        bytes->append(chunk, static_cast<std::size_t>(count));
+    return count == 0;
+}
+
 // Everything up to the end of the connection, which must be a clean close.
 inline std::string receive_to_end(int descriptor)
 {
     std::string bytes;
-    char chunk[4096];
-    ssize_t count = 0;
-    while ((count = recv(descriptor, chunk, sizeof chunk, 0)) > 0)
-        bytes.append(chunk, static_cast<std::size_t>(count));
-    EXPECT_EQ(count, 0) << "not a clean close: errno " << errno;
+    EXPECT_TRUE(receive_all(descriptor, &bytes)) << "not a clean close: errno " << errno;
     return bytes;
 }
 
