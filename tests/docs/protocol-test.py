@@ -50,6 +50,7 @@ class Protocol(unittest.TestCase):
         started = self.start(lambda fields: (reply, closes))
         answer = ask(started.address, "-product-version", "5.1", *options)
         self.assertEqual(started.failures, [])
+        self.assertEqual(len(started.requests), 1)
         return answer
 
     def test_a_service_from_the_page_answers_the_utility(self):
@@ -148,7 +149,7 @@ class Protocol(unittest.TestCase):
 
     def test_content_length_does_not_end_the_reply(self):
         reply = b"HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\nMessage: m"
-        answer = self.answer_to(reply, "-max-time", "1", closes=False)
+        answer = self.answer_to(reply, "-max-time", "3", closes=False)
         self.assertEqual((answer["status"], answer["message"]), ("timeout", None))
 
     def test_limits(self):
