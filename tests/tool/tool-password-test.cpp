@@ -42,6 +42,21 @@ TEST(ToolPassword, DoesNotStayVisibleInTheProcessList)
     }
 }
 
+// The command line of the utility while the message of its usage error waits for a reader: as soon
+// as it holds no secret, or after ten seconds.
+std::string hidden_command_line(const Strings &arguments)
+{
+    Child child = start_tool(arguments, with_error(ChildStream::StalledPipe));
+    std::string line = command_line_of(child); // empty at first
+    for (int i = 0; i < 1000 && (line.empty() || line.find("secret") != line.npos); ++i) {
+        poll(nullptr, 0, 10);
+        line = command_line_of(child);
+    }
+    child_signal(child, SIGKILL);
+    child_wait(child);
+    return line;
+}
+
 // The message of a usage error may have to wait for a reader. The passwords after the error are
 // overwritten before that.
 TEST(ToolPassword, IsHiddenAfterAUsageErrorToo)
@@ -73,16 +88,9 @@ TEST(ToolPassword, IsHiddenAfterAUsageErrorToo)
         {"secret"},
     };
     for (const Strings &error : errors) {
-        Child child = start_tool(joined(error, passwords), with_error(ChildStream::StalledPipe));
-        std::string line = command_line_of(child); // empty at first
-        for (int i = 0; i < 1000 && (line.empty() || line.find("secret") != line.npos); ++i) {
-            poll(nullptr, 0, 10);
-            line = command_line_of(child);
-        }
+        const std::string line = hidden_command_line(joined(error, passwords));
         EXPECT_NE(line.find("-unknown"), std::string::npos) << line;
         EXPECT_EQ(line.find("secret"), std::string::npos) << line;
-        child_signal(child, SIGKILL);
-        child_wait(child);
     }
 }
 
@@ -93,9 +101,13 @@ TEST(ToolPassword, IsHiddenAmongManyArguments)
     Strings arguments = {"-bogus"};
     for (int i = 0; i < 60000; ++i)
         arguments.insert(arguments.end(), {"x", "-json"});
+    arguments.insert(arguments.end(), {"-proxy-pass", "secret"});
+    const std::string line = hidden_command_line(arguments);
+    EXPECT_NE(line.find("-bogus"), std::string::npos);
+    EXPECT_EQ(line.find("secret"), std::string::npos);
     ChildOptions options;
     options.limit_seconds = 10;
-    const ChildResult result = run_tool(joined(arguments, {"-proxy-pass", "secret"}), options);
+    const ChildResult result = run_tool(arguments, options);
     EXPECT_EQ(result.exit_status, 2);
     EXPECT_EQ(result.error.substr(0, 28), "Error: Unknown option -bogus");
 }
