@@ -11,11 +11,6 @@
 namespace quintral::tests::tool {
 namespace {
 
-const char not_http[] = "Invalid non-HTTP header string returned from web site";
-const char not_update[] = "The web site's answer is not an update reply";
-const char long_header[] = "Reply header from web site is longer than 262144 bytes";
-const char long_body[] = "Reply body from web site is longer than 8388608 bytes";
-
 // Notes
 
 const char note_closed[] = "Note: The service closed the connection without answering\n";

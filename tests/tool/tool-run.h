@@ -135,16 +135,25 @@ inline void expect_ended_by(const ChildResult &result, int signal_number, const 
 // Messages
 
 const char cancelled_text[] = "User canceled web transaction";
+const char not_http[] = "Invalid non-HTTP header string returned from web site";
+const char not_update[] = "The web site's answer is not an update reply";
+const char long_header[] = "Reply header from web site is longer than 262144 bytes";
+const char long_body[] = "Reply body from web site is longer than 8388608 bytes";
 
 inline std::string limit_text(int seconds)
 {
     return "The time limit of " + std::to_string(seconds) + " s has passed";
 }
 
+inline std::string connect_text(int error)
+{
+    return "Can't connect to web server '127.0.0.1': code " + std::to_string(error) + ": " +
+           std::strerror(error);
+}
+
 inline std::string refused_text()
 {
-    return "Can't connect to web server '127.0.0.1': code " + std::to_string(ECONNREFUSED) + ": " +
-           std::strerror(ECONNREFUSED);
+    return connect_text(ECONNREFUSED);
 }
 
 // The line on standard error for a failure.
