@@ -345,7 +345,7 @@ TEST(ClocksOfTheSystem, MillisecondsKeepPaceWithTheTimeOfDay)
         const std::uint32_t passed = clock_milliseconds() - start;
         EXPECT_GE(passed, (before_end - after_start) * 1000 - 50);
         EXPECT_LE(passed, (system_now() - before) * 1000 + 50);
-        EXPECT_GE(passed, 229U);
+        EXPECT_GE(passed, 200U); // less than the sleep, which another clock measures
     }
 }
 

@@ -90,7 +90,8 @@ std::vector<PeerScript> script_for_each(std::size_t count, const MakeScript &mak
 
 LoopbackPeer splitting_peer(const std::string &bytes)
 {
-    // The pause lets the client receive the first part alone.
+    // The pause usually lets the client receive the first part alone. It certainly does in the
+    // scripted tests, such as AByteEveryNineSecondsContinuesUpToTheReplyLimits.
     return LoopbackPeer(script_for_each(bytes.size() + 1, [&bytes](std::size_t offset) {
         return PeerScript{reading, sending(bytes.substr(0, offset)), pausing(2),
                           sending(bytes.substr(offset))};
