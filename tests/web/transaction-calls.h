@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -257,6 +258,13 @@ protected:
 inline void count_call(void *counter)
 {
     ++*static_cast<int *>(counter);
+}
+
+inline volatile std::sig_atomic_t signal_count = 0;
+
+inline void count_signal(int /*signal*/)
+{
+    signal_count = signal_count + 1;
 }
 
 inline void request_cancel(void * /*user_data*/)

@@ -20,13 +20,6 @@ namespace {
 
 using namespace tests;
 
-volatile std::sig_atomic_t pipe_signals = 0;
-
-void count_pipe_signal(int /*signal*/)
-{
-    pipe_signals = pipe_signals + 1;
-}
-
 // In a child process: runs an exchange that keeps sending after the peer's reset, with this handler
 // of SIGPIPE. Returns 0, or the number of the check that failed.
 int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
@@ -55,7 +48,7 @@ int send_into_broken_connection(const LoopbackPeer &peer, void (*handler)(int))
         return 1;
     if (sigismember(&pending, SIGPIPE) == 1 || sigismember(&blocked, SIGPIPE) == 1)
         return 2;
-    return pipe_signals == 0 ? 0 : 3;
+    return signal_count == 0 ? 0 : 3;
 }
 
 TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndKeepsTheHostsHandling)
@@ -63,7 +56,7 @@ TEST_F(WebTransaction, ABrokenConnectionRaisesNoSignalAndKeepsTheHostsHandling)
     const struct {
         const char *name;
         void (*handler)(int);
-    } rows[] = {{"default", SIG_DFL}, {"ignored", SIG_IGN}, {"handled", count_pipe_signal}};
+    } rows[] = {{"default", SIG_DFL}, {"ignored", SIG_IGN}, {"handled", count_signal}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
         LoopbackPeer peer({{resetting}});

@@ -18,13 +18,6 @@ namespace {
 
 using namespace tests;
 
-volatile std::sig_atomic_t signal_count = 0;
-
-void count_signal(int /*signal*/)
-{
-    signal_count = signal_count + 1;
-}
-
 // A SIGALRM every `microseconds`, for the life of the record. Calls are not restarted after it.
 class IntervalTimer {
 public:
