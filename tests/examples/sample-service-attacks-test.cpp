@@ -11,13 +11,13 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "tests/examples/sample-service.h"
+#include "tests/harness/descriptors.h"
 
 namespace quintral::tests {
 namespace {
@@ -187,11 +187,7 @@ void expect_slow_clients_are_answered(std::uint16_t port)
 // The log is discarded.
 Service start_under_attack()
 {
-    rlimit limit{};
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    limit.rlim_cur = limit.rlim_max;
-    EXPECT_GE(limit.rlim_max, 2 * attacker_count) << "too few descriptors for the attack";
-    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_TRUE(allow_descriptors(2 * attacker_count)) << too_few_descriptors;
     ChildOptions options;
     options.error = ChildStream::BrokenPipe;
     return start_service(options);

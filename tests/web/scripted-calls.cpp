@@ -178,6 +178,7 @@ ssize_t scripted_receive(void *bytes, std::size_t size)
 std::string call_scripted(const WebCall &call)
 {
     stage.calls.clear();
+    stage.clock_readings = 0;
     stage.sent.clear();
     return call_web(call);
 }
@@ -238,6 +239,7 @@ int __wrap_gettimeofday(timeval *now, void *zone)
 {
     if (!is_scripted())
         return real_gettimeofday(now, zone);
+    ++stage.clock_readings;
     if (is_faulty("gettimeofday"))
         return fail_with(stage.fault.error);
     now->tv_sec = static_cast<time_t>(stage.now / second);

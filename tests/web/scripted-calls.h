@@ -51,6 +51,7 @@ struct Fault {
 struct Stage {
     bool scripted = false;
     std::vector<std::string> calls; // in order, with the arguments that matter
+    int clock_readings = 0;         // which are not among the calls
     std::vector<std::string> sent;  // one entry for each send
     std::deque<Arrival> arrivals;   // the server closes the connection after the last one
     std::int64_t now = usual_time;  // microseconds since 1970

@@ -16,7 +16,6 @@
 
 #include <gtest/gtest.h>
 #include <netdb.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 
 namespace quintral {
@@ -263,11 +262,9 @@ std::vector<FaultRow> fault_rows()
 // The number of places where a function is called in an exchange without a fault.
 int places_of(const std::string &function)
 {
-    if (function == "gettimeofday") // one before each wait for a byte or chunk, one after silence
-        return static_cast<int>(sample_header.size()) + 1 + 2 + 1;
     const std::string recorded = function == "gethostbyname" ? "lookup" : function;
     EXPECT_EQ(call_with_a_fault({}), delivered(sample_header, sample_body));
-    return static_cast<int>(calls_of(recorded));
+    return function == "gettimeofday" ? stage.clock_readings : static_cast<int>(calls_of(recorded));
 }
 
 void check_each_place(const FaultRow &row)
@@ -291,12 +288,7 @@ TEST_F(WebTransactionUnderFaults, EachCallFailsOnceAtEachPlaceWithEachErrno)
 // A descriptor that does not fit into an fd_set is polled.
 TEST_F(WebTransactionUnderFaults, EachPollFailsOnceWithEachErrno)
 {
-    rlimit limit = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    ASSERT_GT(limit.rlim_max, FD_SETSIZE)
-        << "the hard limit of open files is too low for this test (ulimit -Hn)";
-    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 1);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_TRUE(allow_descriptors(FD_SETSIZE + 1)) << too_few_descriptors;
     stage.descriptor_at_least = static_cast<int>(FD_SETSIZE);
     check_each_place({"poll", {EFAULT, EINTR, EINVAL, ENOMEM}, whole_outcome});
 }

@@ -5,7 +5,6 @@
 #include "tests/web/transaction-calls.h"
 #include "web/transaction.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -15,7 +14,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -32,12 +30,7 @@ class WebTransactionWithManyFiles : public WebTransaction {
 protected:
     void SetUp() override
     {
-        rlimit limit = {};
-        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-        if (limit.rlim_max < descriptors_needed)
-            GTEST_SKIP() << "the hard limit of open files is too low (ulimit -Hn)";
-        limit.rlim_cur = std::max(limit.rlim_cur, descriptors_needed);
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0) << std::strerror(errno);
+        ASSERT_TRUE(allow_descriptors(descriptors_needed)) << too_few_descriptors;
         while (fillers.empty() || fillers.back() < descriptors_in_use) {
             const int filler = open("/dev/null", O_RDONLY | O_CLOEXEC);
             ASSERT_GE(filler, 0) << std::strerror(errno);

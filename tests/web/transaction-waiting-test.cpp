@@ -1,4 +1,5 @@
 // How a transaction waits for data, with scripted calls: select, poll and the deadline.
+#include "tests/harness/descriptors.h"
 #include "tests/web/scripted-calls.h"
 #include "web/transaction.h"
 
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 
 namespace quintral {
@@ -70,12 +70,7 @@ TEST_F(WebTransactionUnderFaults, CancellingFromTheHookIsSeenAfterTheNextSilentW
 TEST_F(WebTransactionUnderFaults, ADescriptorTooLargeForSelectIsPolled)
 {
     constexpr int first_too_large = static_cast<int>(FD_SETSIZE);
-    rlimit limit = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    ASSERT_GT(limit.rlim_max, FD_SETSIZE)
-        << "the hard limit of open files is too low for this test (ulimit -Hn)";
-    limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 1);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    ASSERT_TRUE(allow_descriptors(FD_SETSIZE + 1)) << too_few_descriptors;
     const struct {
         int descriptor;
         std::string header_wait;
