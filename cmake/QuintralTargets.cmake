@@ -11,6 +11,13 @@ if(NOT QUINTRAL_FLOATS_ARE_ROUNDED)
   list(APPEND arithmetic_options -msse2 -mfpmath=sse)
 endif()
 
+# What an installed program or library writes for the folder that it is in, to find shared libraries.
+if(APPLE)
+  set(quintral_own_folder "@loader_path")
+else()
+  set(quintral_own_folder "$ORIGIN")
+endif()
+
 # Language standard, arithmetic and warnings. Fused multiply-adds are off so that 32-bit and 64-bit
 # builds round the same way. Warnings are errors in the presets only
 # (CMAKE_COMPILE_WARNING_AS_ERROR), never in a project that embeds this one.
@@ -21,13 +28,46 @@ function(quintral_common_options target)
     ${arithmetic_options} -Wall -Wextra -Wshadow -Wconversion)
 endfunction()
 
-# quintral_add_library(folder SOURCES ... HEADERS ... PRIVATE_HEADERS ... LINKS ...)
+# quintral_install_pkg_config(folder)
+#
+# Installs quintral-<folder>.pc for the library, with the arguments of quintral_add_library. Its
+# folders are relative to its own, so that the installed files can be moved.
+function(quintral_install_pkg_config folder)
+  set(pkg_config_folder ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+    set(prefix ${CMAKE_INSTALL_PREFIX})
+  else()
+    file(RELATIVE_PATH way_up /prefix/${pkg_config_folder} /prefix)
+    set(prefix "\${pcfiledir}/${way_up}")
+    string(REGEX REPLACE "/$" "" prefix "${prefix}")
+  endif()
+  foreach(kind lib include)
+    string(TOUPPER CMAKE_INSTALL_${kind}DIR setting)
+    set(${kind}dir ${${setting}})
+    if(NOT IS_ABSOLUTE ${${kind}dir})
+      string(PREPEND ${kind}dir "\${prefix}/")
+    endif()
+  endforeach()
+  # The versions of all libraries are the same, because they share records.
+  list(TRANSFORM arg_LINKS REPLACE "^quintral::(.*)" "quintral-\\1 = ${PROJECT_VERSION}"
+    OUTPUT_VARIABLE requires)
+  list(JOIN requires ", " requires)
+  list(JOIN frameworks " " frameworks)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/quintral.pc.in quintral-${folder}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/quintral-${folder}.pc
+    DESTINATION ${pkg_config_folder} COMPONENT development)
+endfunction()
+
+# quintral_add_library(folder DESCRIPTION text SOURCES ... HEADERS ... PRIVATE_HEADERS ... LINKS ...
+#                      FRAMEWORKS ...)
 #
 # The library of one folder: target quintral_<folder>, alias and exported name quintral::<folder>.
 # HEADERS are the public ones, installed below quintral/<folder>. The target
-# all_verify_interface_header_sets compiles each header alone, the private ones too.
+# all_verify_interface_header_sets compiles each header alone, the private ones too. LINKS are other
+# libraries of the project, FRAMEWORKS those of macOS.
 function(quintral_add_library folder)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;HEADERS;PRIVATE_HEADERS;LINKS")
+  cmake_parse_arguments(PARSE_ARGV 1 arg
+    "" "DESCRIPTION" "SOURCES;HEADERS;PRIVATE_HEADERS;LINKS;FRAMEWORKS")
   set(target quintral_${folder})
   add_library(${target} ${arg_SOURCES})
   add_library(quintral::${folder} ALIAS ${target})
@@ -38,7 +78,8 @@ function(quintral_add_library folder)
     VERIFY_INTERFACE_HEADER_SETS ${PROJECT_IS_TOP_LEVEL})
   if(BUILD_SHARED_LIBS)
     set_target_properties(${target} PROPERTIES
-      VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+      VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+      INSTALL_RPATH ${quintral_own_folder})
   endif()
   target_sources(${target} PUBLIC
     FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
@@ -47,10 +88,15 @@ function(quintral_add_library folder)
   target_compile_definitions(${target} PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
   target_include_directories(${target} PUBLIC
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  target_link_libraries(${target} PUBLIC ${arg_LINKS})
+  list(TRANSFORM arg_FRAMEWORKS PREPEND "-framework " OUTPUT_VARIABLE frameworks)
+  target_link_libraries(${target} PUBLIC ${arg_LINKS} PRIVATE ${frameworks})
   if(QUINTRAL_INSTALL)
     install(TARGETS ${target} EXPORT quintral-targets
-      FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
+      LIBRARY COMPONENT runtime NAMELINK_COMPONENT development
+      ARCHIVE COMPONENT development
+      FILE_SET HEADERS COMPONENT development
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quintral)
+    quintral_install_pkg_config(${folder})
   endif()
   if(PROJECT_IS_TOP_LEVEL AND arg_PRIVATE_HEADERS)
     # In a separate target: CMake requires an exported target to install all its header sets.

@@ -26,10 +26,88 @@ function(build source_folder build_folder)
   run(${CMAKE_COMMAND} --install ${build_folder})
 endfunction()
 
+# Expects the files in the folder, written with 1.x for the version of a library and with TYPE for
+# the type of the build.
 function(expect_files folder)
   file(GLOB_RECURSE files RELATIVE ${folder} ${folder}/*)
+  list(TRANSFORM files REPLACE "[.]so[.]1[.][0-9.]+$" ".so.1.x")
+  list(TRANSFORM files REPLACE "quintral-config-(debug|release)" "quintral-config-TYPE")
   if(NOT files STREQUAL ARGN)
     message(FATAL_ERROR "${folder} holds ${files}\ninstead of ${ARGN}")
+  endif()
+endfunction()
+
+# Installs one component and expects the remaining arguments as its files.
+function(expect_component component)
+  file(MAKE_DIRECTORY ${WORK_FOLDER}/${component})
+  run(${CMAKE_COMMAND} --install ${WORK_FOLDER}/quintral --component ${component}
+    --prefix ${WORK_FOLDER}/${component})
+  expect_files(${WORK_FOLDER}/${component} ${ARGN})
+endfunction()
+
+# The three components have each file once.
+function(expect_components)
+  set(libraries cmdline platform support web)
+  set(versioned_files)
+  if(LINKAGE STREQUAL "SHARED")
+    foreach(library ${libraries})
+      list(APPEND versioned_files
+        lib/libquintral_${library}.so.1 lib/libquintral_${library}.so.1.x)
+    endforeach()
+    list(TRANSFORM libraries REPLACE "(.+)" "lib/libquintral_\\1.so" OUTPUT_VARIABLE files_to_link)
+  else()
+    list(TRANSFORM libraries REPLACE "(.+)" "lib/libquintral_\\1.a" OUTPUT_VARIABLE files_to_link)
+  endif()
+  expect_component(runtime ${versioned_files})
+  expect_component(development
+    include/quintral/cmdline/long-options.h
+    include/quintral/platform/file-ref-linux.h include/quintral/platform/file-ref.h
+    include/quintral/platform/platform.h
+    include/quintral/support/c-utils.h include/quintral/support/c-utils/files.h
+    include/quintral/support/c-utils/memory.h include/quintral/support/c-utils/transforms.h
+    include/quintral/support/clocks.h include/quintral/support/dates.h
+    include/quintral/support/error.h include/quintral/support/format-attribute.h
+    include/quintral/web/base64.h include/quintral/web/form-body.h
+    include/quintral/web/proxy-settings.h include/quintral/web/transaction.h
+    include/quintral/web/update-check.h include/quintral/web/version-update.h
+    lib/cmake/quintral/quintral-config-TYPE.cmake
+    lib/cmake/quintral/quintral-config-version.cmake
+    lib/cmake/quintral/quintral-config.cmake
+    ${files_to_link}
+    lib/pkgconfig/quintral-cmdline.pc lib/pkgconfig/quintral-platform.pc
+    lib/pkgconfig/quintral-support.pc lib/pkgconfig/quintral-web.pc
+    share/man/man3/quintral-base64.3 share/man/man3/quintral-clocks.3
+    share/man/man3/quintral-dates.3 share/man/man3/quintral-error.3
+    share/man/man3/quintral-files.3 share/man/man3/quintral-form-body.3
+    share/man/man3/quintral-long-options.3 share/man/man3/quintral-memory.3
+    share/man/man3/quintral-platform.3 share/man/man3/quintral-proxy-settings.3
+    share/man/man3/quintral-transaction.3 share/man/man3/quintral-transforms.3
+    share/man/man3/quintral-update-check.3 share/man/man3/quintral-version-update.3)
+  expect_component(tool
+    bin/quintral
+    share/bash-completion/completions/quintral
+    share/doc/quintral/CHANGELOG.md share/doc/quintral/LICENSE
+    share/doc/quintral/README.md share/doc/quintral/SECURITY.md
+    share/doc/quintral/docs/building.md share/doc/quintral/docs/diagnostics.md
+    share/doc/quintral/docs/outcome.schema.json
+    share/doc/quintral/docs/performance-check.svg share/doc/quintral/docs/performance-growth.svg
+    share/doc/quintral/docs/performance-ratios.svg share/doc/quintral/docs/performance.md
+    share/doc/quintral/docs/protocol.md share/doc/quintral/docs/quintral.md
+    share/doc/quintral/docs/servers-and-proxies.md
+    share/doc/quintral/docs/strings-dates-clocks.md
+    share/fish/vendor_completions.d/quintral.fish
+    share/man/man1/quintral.1
+    share/zsh/site-functions/_quintral)
+
+  set(parts)
+  foreach(component runtime development tool)
+    file(GLOB_RECURSE files RELATIVE ${WORK_FOLDER}/${component} ${WORK_FOLDER}/${component}/*)
+    list(APPEND parts ${files})
+  endforeach()
+  list(SORT parts)
+  file(GLOB_RECURSE whole RELATIVE ${prefix} ${prefix}/*)
+  if(NOT parts STREQUAL whole)
+    message(FATAL_ERROR "the components hold ${parts}\nall is ${whole}")
   endif()
 endfunction()
 
@@ -39,16 +117,11 @@ list(APPEND SETTINGS -DBUILD_SHARED_LIBS=${shared} -DCMAKE_COMPILE_WARNING_AS_ER
 
 if(WAY STREQUAL "installed")
   build(${project_folder} ${WORK_FOLDER}/quintral
-    -DQUINTRAL_BUILD_TESTS=OFF -DQUINTRAL_BUILD_EXAMPLES=OFF)
-  expect_files(${prefix}/bin quintral)
-  expect_files(${prefix}/include/quintral
-    cmdline/long-options.h
-    platform/file-ref-linux.h platform/file-ref.h platform/platform.h
-    support/c-utils.h support/c-utils/files.h support/c-utils/memory.h
-    support/c-utils/transforms.h support/clocks.h support/dates.h support/error.h
-    support/format-attribute.h
-    web/base64.h web/form-body.h web/proxy-settings.h web/transaction.h
-    web/update-check.h web/version-update.h)
+    -DQUINTRAL_BUILD_TESTS=OFF -DQUINTRAL_BUILD_EXAMPLES=OFF -DCMAKE_INSTALL_LIBDIR=lib)
+  expect_components()
+  # What is installed can be moved.
+  file(RENAME ${prefix} ${WORK_FOLDER}/moved)
+  set(prefix ${WORK_FOLDER}/moved)
   run(${prefix}/bin/quintral -version)
 endif()
 
