@@ -7,6 +7,13 @@
 cmake_minimum_required(VERSION 3.25)
 file(REAL_PATH ${CMAKE_CURRENT_LIST_DIR}/../.. project_folder)
 set(prefix ${WORK_FOLDER}/prefix)
+set(public_headers
+  cmdline/long-options.h
+  platform/file-ref-linux.h platform/file-ref.h platform/platform.h
+  support/c-utils.h support/c-utils/files.h support/c-utils/memory.h support/c-utils/transforms.h
+  support/clocks.h support/dates.h support/error.h support/format-attribute.h
+  web/base64.h web/form-body.h web/proxy-settings.h web/transaction.h web/update-check.h
+  web/version-update.h)
 
 # Sets `output` to what the command writes on standard output.
 function(run)
@@ -37,6 +44,20 @@ function(expect_files folder)
   endif()
 endfunction()
 
+# Expects the folder of forwarding headers as the only one of the consumer's include path, and the
+# public headers as its only files.
+function(expect_forwarding_folder)
+  file(READ ${WORK_FOLDER}/consumer/quintral-build-folder folder)
+  file(READ ${WORK_FOLDER}/consumer/compile_commands.json commands)
+  string(REGEX MATCHALL "-(I|isystem|iquote|idirafter) *[^ ]+" folders "${commands}")
+  list(REMOVE_DUPLICATES folders)
+  if(NOT folders STREQUAL "-I${folder}/include")
+    message(FATAL_ERROR "the include path is ${folders}, not just -I${folder}/include")
+  endif()
+  list(TRANSFORM public_headers PREPEND quintral/ OUTPUT_VARIABLE headers)
+  expect_files(${folder}/include ${headers})
+endfunction()
+
 # Installs one component and expects the remaining arguments as its files.
 function(expect_component component)
   file(MAKE_DIRECTORY ${WORK_FOLDER}/${component})
@@ -47,6 +68,7 @@ endfunction()
 
 # The three components have each file once.
 function(expect_components)
+  list(TRANSFORM public_headers PREPEND include/quintral/ OUTPUT_VARIABLE installed_headers)
   set(libraries cmdline platform support web)
   set(versioned_files)
   if(LINKAGE STREQUAL "SHARED")
@@ -60,16 +82,7 @@ function(expect_components)
   endif()
   expect_component(runtime ${versioned_files})
   expect_component(development
-    include/quintral/cmdline/long-options.h
-    include/quintral/platform/file-ref-linux.h include/quintral/platform/file-ref.h
-    include/quintral/platform/platform.h
-    include/quintral/support/c-utils.h include/quintral/support/c-utils/files.h
-    include/quintral/support/c-utils/memory.h include/quintral/support/c-utils/transforms.h
-    include/quintral/support/clocks.h include/quintral/support/dates.h
-    include/quintral/support/error.h include/quintral/support/format-attribute.h
-    include/quintral/web/base64.h include/quintral/web/form-body.h
-    include/quintral/web/proxy-settings.h include/quintral/web/transaction.h
-    include/quintral/web/update-check.h include/quintral/web/version-update.h
+    ${installed_headers}
     lib/cmake/quintral/quintral-config-TYPE.cmake
     lib/cmake/quintral/quintral-config-version.cmake
     lib/cmake/quintral/quintral-config.cmake
@@ -130,6 +143,7 @@ build(${CMAKE_CURRENT_LIST_DIR}/consumer ${WORK_FOLDER}/consumer -DWAY=${WAY} -D
   -DQUINTRAL_FOLDER=${project_folder})
 if(NOT WAY STREQUAL "installed")
   expect_files(${prefix} bin/consumer) # nothing of ours
+  expect_forwarding_folder()
 endif()
 
 run(${WORK_FOLDER}/consumer/consumer)

@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <string>
 
-#if CONSUMER_INCLUDES_INSTALLED
 #include <quintral/cmdline/long-options.h>
 #include <quintral/platform/platform.h>
 #include <quintral/support/c-utils.h>
@@ -10,15 +9,6 @@
 #include <quintral/support/dates.h>
 #include <quintral/web/form-body.h>
 #include <quintral/web/version-update.h>
-#else
-#include "cmdline/long-options.h"
-#include "platform/platform.h"
-#include "support/c-utils.h"
-#include "support/clocks.h"
-#include "support/dates.h"
-#include "web/form-body.h"
-#include "web/version-update.h"
-#endif
 
 int main()
 {
