@@ -1,6 +1,7 @@
 # Builds and runs the consumer in consumer/ as a user would, and checks what the user gets.
 #
-# Given: WORK_FOLDER, GENERATOR, SETTINGS (arguments of every configure step), and
+# Given: WORK_FOLDER, GENERATOR, SETTINGS (arguments of every configure step), COMPILER and
+# COMPILER_FLAGS, and
 #   WAY       installed (find_package), embedded (add_subdirectory) or fetched (FetchContent)
 #   LINKAGE   STATIC or SHARED
 #   STANDARD  17 or 20
@@ -56,6 +57,32 @@ function(expect_forwarding_folder)
   endif()
   list(TRANSFORM public_headers PREPEND quintral/ OUTPUT_VARIABLE headers)
   expect_files(${folder}/include ${headers})
+endfunction()
+
+# Builds the consumer with one command, as a makefile would.
+function(build_with_pkg_config program)
+  run(${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${prefix}/lib/pkgconfig
+    pkg-config --cflags --libs quintral-web quintral-cmdline quintral-platform)
+  separate_arguments(flags UNIX_COMMAND "${COMPILER_FLAGS} ${output}")
+  run(${COMPILER} -std=c++${STANDARD} ${CMAKE_CURRENT_LIST_DIR}/consumer/consumer.cpp -o ${program}
+    -Wl,-rpath,${prefix}/lib ${flags})
+endfunction()
+
+function(expect_working program)
+  run(${program})
+  set(expected "C++${STANDARD} a%20b=1%2e5 -1 10.4.9 5jan07 HasHost HasFolder\n")
+  if(NOT output STREQUAL expected)
+    message(FATAL_ERROR "${program} wrote\n${output}instead of\n${expected}")
+  endif()
+endfunction()
+
+# Expects that the loader finds every library that this one needs.
+function(expect_all_found library)
+  file(GET_RUNTIME_DEPENDENCIES LIBRARIES ${library}
+    RESOLVED_DEPENDENCIES_VAR found UNRESOLVED_DEPENDENCIES_VAR missing)
+  if(missing)
+    message(FATAL_ERROR "${library} does not find ${missing}")
+  endif()
 endfunction()
 
 # Installs one component and expects the remaining arguments as its files.
@@ -136,6 +163,9 @@ if(WAY STREQUAL "installed")
   file(RENAME ${prefix} ${WORK_FOLDER}/moved)
   set(prefix ${WORK_FOLDER}/moved)
   run(${prefix}/bin/quintral -version)
+  if(LINKAGE STREQUAL "SHARED")
+    expect_all_found(${prefix}/lib/libquintral_web.so.1)
+  endif()
 endif()
 
 build(${CMAKE_CURRENT_LIST_DIR}/consumer ${WORK_FOLDER}/consumer -DWAY=${WAY} -DLINKAGE=${LINKAGE}
@@ -146,8 +176,8 @@ if(NOT WAY STREQUAL "installed")
   expect_forwarding_folder()
 endif()
 
-run(${WORK_FOLDER}/consumer/consumer)
-set(expected "C++${STANDARD} a%20b=1%2e5 -1 10.4.9 5jan07 HasHost HasFolder\n")
-if(NOT output STREQUAL expected)
-  message(FATAL_ERROR "the consumer wrote\n${output}instead of\n${expected}")
+expect_working(${WORK_FOLDER}/consumer/consumer)
+if(WAY STREQUAL "installed")
+  build_with_pkg_config(${WORK_FOLDER}/pkg-config-consumer)
+  expect_working(${WORK_FOLDER}/pkg-config-consumer)
 endif()
