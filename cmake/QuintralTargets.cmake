@@ -95,6 +95,19 @@ function(quintral_verify_headers folder)
   set_target_properties(${target} PROPERTIES VERIFY_INTERFACE_HEADER_SETS ON)
 endfunction()
 
+# quintral_limit_exports(target)
+#
+# Lets a shared library export no more than the public headers declare.
+function(quintral_limit_exports target)
+  set_target_properties(${target} PROPERTIES
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  if(LINUX)
+    set(names ${PROJECT_SOURCE_DIR}/cmake/exports-linux.map)
+    target_link_options(${target} PRIVATE LINKER:--version-script=${names})
+    set_target_properties(${target} PROPERTIES LINK_DEPENDS ${names})
+  endif()
+endfunction()
+
 # quintral_add_library(folder DESCRIPTION text SOURCES ... HEADERS ... PRIVATE_HEADERS ... LINKS ...
 #                      FRAMEWORKS ...)
 #
@@ -114,6 +127,7 @@ function(quintral_add_library folder)
     set_target_properties(${target} PROPERTIES
       VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
       INSTALL_RPATH ${quintral_own_folder})
+    quintral_limit_exports(${target})
   endif()
   quintral_add_public_headers(${folder} ${arg_HEADERS})
   # Without these, 32-bit Linux cannot examine files of 2 GiB and more or dated after 2038. They are

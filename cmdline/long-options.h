@@ -106,6 +106,7 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Whether a long option takes an argument.
@@ -195,5 +196,6 @@ int parse_long_only_options(int argument_count, char **arguments, const char *sh
                             const LongOption *long_options, int *long_index);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -23,6 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Operating system
@@ -135,5 +136,6 @@ char *platform_plugin_bundle_path(char *buffer, std::size_t capacity);
 int platform_plugin_resource_path(const char *resource_name, char *buffer, std::size_t capacity);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

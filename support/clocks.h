@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <ctime>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // The time of the last clock_stamp call, in seconds with microseconds; 0 before the first call.
@@ -46,5 +47,6 @@ int sleep_seconds(float seconds);
 std::time_t wait_seconds(std::uint32_t seconds);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Month abbreviations in lower case: "jan" to "dec" at 1 to 12, "???" at 0.
@@ -67,5 +68,6 @@ int parse_date_compact(const char *text, std::int32_t *day_number);
 int month_from_name(char *text);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -31,6 +31,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Levels
@@ -201,5 +202,6 @@ public:
                  : ::quintral::report_assertion_failure(#condition, __FILE__, __LINE__))
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -6,6 +6,7 @@
 #ifndef QUINTRAL_WEB_BASE64_H
 #define QUINTRAL_WEB_BASE64_H
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Returns the length in characters of n encoded bytes, terminator not counted: (n + 2) / 3 * 4,
@@ -20,5 +21,6 @@ int base64_encoded_length(int n);
 void base64_encode(const char *source, int n, char *destination);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

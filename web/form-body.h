@@ -16,6 +16,7 @@
 
 #include <string>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // One name and value of a form. Both strings are the caller's; null counts as empty. A request
@@ -52,5 +53,6 @@ char *web_escape(char *destination, const char *source);
 char *web_escape_bounded(char *destination, const char *source, int limit);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

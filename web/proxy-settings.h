@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Zero-filled at start. Each string holds up to 255 bytes and a terminator.
@@ -59,5 +60,6 @@ int settle_proxy(ProxySettings *settings, const char *proxy, const char *user,
                  const char *password);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -37,6 +37,7 @@
 #include "../support/format-attribute.h"
 #include "form-body.h"
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Called while a transaction waits for data, on the transaction's thread: about ten times a second
@@ -135,5 +136,6 @@ int web_check_reply(const char *header);
 void web_set_reply_limits(std::size_t header_bytes, std::size_t body_bytes);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

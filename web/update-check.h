@@ -29,6 +29,7 @@
 #include "proxy-settings.h"
 #include "transaction.h"
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Records
@@ -153,5 +154,6 @@ int web_read_product_version(const char *text, float *version);
 const char *web_update_failure_name(WebUpdateFailure failure);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -25,6 +25,7 @@
 
 #include <cstddef>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // "host" or "host:port" of the maker's update service; starts as the build's QUINTRAL_SERVICE_HOST.
@@ -77,5 +78,6 @@ int web_read_update_body(char *body, const WebUpdateBuffers *buffers);
 char *web_format_version(float version, char *buffer, std::size_t size);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // What open_file does on failure, as a set of bits; 0 fails silently.
@@ -132,5 +133,6 @@ int ring_bell();
 char *process_command_line(char *buffer, std::size_t size, long process_id);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

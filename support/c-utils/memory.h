@@ -21,6 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // A growable string, owned by its user. A zeroed record is an empty buffer. After the first append,
@@ -106,5 +107,6 @@ void string_buffer_free(StringBuffer *buffer);
 char *copy_string_bounded(char *destination, const char *source, std::size_t size);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#pragma GCC visibility push(default) // exported from a shared library
 namespace quintral {
 
 // Copies
@@ -173,5 +174,6 @@ void unpack_rgb(std::uint32_t value, float *red, float *green, float *blue);
 float map_clamped(float x, float from_low, float from_high, float to_low, float to_high);
 
 } // namespace quintral
+#pragma GCC visibility pop
 
 #endif

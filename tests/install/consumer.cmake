@@ -1,7 +1,7 @@
 # Builds and runs the consumer in consumer/ as a user would, and checks what the user gets.
 #
 # Given: WORK_FOLDER, GENERATOR, SETTINGS (arguments of every configure step), COMPILER and
-# COMPILER_FLAGS, and
+# COMPILER_FLAGS, NM (empty if symbols/ is for another compiler), and
 #   WAY       installed (find_package), embedded (add_subdirectory) or fetched (FetchContent)
 #   LINKAGE   STATIC or SHARED
 #   STANDARD  17 or 20
@@ -70,7 +70,7 @@ endfunction()
 
 function(expect_working program)
   run(${program})
-  set(expected "C++${STANDARD} a%20b=1%2e5 -1 10.4.9 5jan07 HasHost HasFolder\n")
+  set(expected "C++${STANDARD} a%20b=1%2e5 -1 10.4.9 5jan07 HasHost HasFolder 7\n")
   if(NOT output STREQUAL expected)
     message(FATAL_ERROR "${program} wrote\n${output}instead of\n${expected}")
   endif()
@@ -83,6 +83,25 @@ function(expect_all_found library)
   if(missing)
     message(FATAL_ERROR "${library} does not find ${missing}")
   endif()
+endfunction()
+
+# Expects the shared libraries to export the names in symbols/, no more and no fewer.
+function(expect_symbols)
+  foreach(library cmdline platform support web)
+    run(${NM} --dynamic --demangle --defined-only ${prefix}/lib/libquintral_${library}.so.1)
+    string(REGEX REPLACE "(^|\n)[0-9a-f]+ [A-Za-z] " ";" names "${output}")
+    list(TRANSFORM names STRIP)
+    list(SORT names)
+    list(REMOVE_DUPLICATES names) # constructors have two symbols of one name
+    list(JOIN names "\n" found)
+    string(STRIP "${found}" found)
+    set(list ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/symbols/${library}.txt)
+    file(READ ${list} expected)
+    string(STRIP "${expected}" expected)
+    if(NOT found STREQUAL expected)
+      message(FATAL_ERROR "${list} differs from what the library exports:\n${found}")
+    endif()
+  endforeach()
 endfunction()
 
 # Installs one component and expects the remaining arguments as its files.
@@ -165,6 +184,9 @@ if(WAY STREQUAL "installed")
   run(${prefix}/bin/quintral -version)
   if(LINKAGE STREQUAL "SHARED")
     expect_all_found(${prefix}/lib/libquintral_web.so.1)
+    if(NM)
+      expect_symbols()
+    endif()
   endif()
 endif()
 

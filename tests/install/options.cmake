@@ -66,6 +66,7 @@ set(no_json -DCMAKE_DISABLE_FIND_PACKAGE_nlohmann_json=ON)
 set(no_locale -DQUINTRAL_LOCALE_SOURCE=OFF)
 set(lacks "The tests are not built. Missing")
 set(lacks_tool "The tests are not built: they need QUINTRAL_BUILD_TOOL=ON")
+set(lacks_static "The tests are not built: they need BUILD_SHARED_LIBS=OFF")
 
 expect(PARTS tool examples tests install)
 expect(PARTS tool examples install WITH -DQUINTRAL_BUILD_TESTS=OFF)
@@ -76,6 +77,8 @@ expect(PARTS tool examples WITH -DQUINTRAL_INSTALL=OFF -DQUINTRAL_BUILD_TESTS=OF
 expect(PARTS tool tests install WITH -DQUINTRAL_BUILD_EXAMPLES=OFF)
 expect(PARTS examples install STATUS "${lacks_tool}.*" WITH -DQUINTRAL_BUILD_TOOL=OFF)
 expect(ERROR ${lacks_tool} WITH -DQUINTRAL_BUILD_TOOL=OFF -DQUINTRAL_BUILD_TESTS=ON)
+expect(PARTS tool examples install STATUS "${lacks_static}.*" WITH -DBUILD_SHARED_LIBS=ON)
+expect(ERROR ${lacks_static} WITH -DBUILD_SHARED_LIBS=ON -DQUINTRAL_BUILD_TESTS=ON)
 expect(ERROR "QUINTRAL_BUILD_FUZZERS needs the tests"
   WITH -DQUINTRAL_BUILD_FUZZERS=ON -DQUINTRAL_BUILD_TESTS=OFF)
 

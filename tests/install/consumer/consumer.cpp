@@ -7,8 +7,19 @@
 #include <quintral/support/c-utils.h>
 #include <quintral/support/clocks.h>
 #include <quintral/support/dates.h>
+#include <quintral/support/error.h>
 #include <quintral/web/form-body.h>
 #include <quintral/web/version-update.h>
+
+// The code of an abort that the library throws and the program catches.
+static int caught_code()
+{
+    try {
+        quintral::throw_abort(7, "consumer", 1);
+    } catch (const quintral::QuintralAbortException &abort) {
+        return abort.code;
+    }
+}
 
 int main()
 {
@@ -35,9 +46,9 @@ int main()
 
     const int standard = __cplusplus >= 202002 ? 20 : 17;
     char *line =
-        quintral::alloc_printf("C++%d %s %d %s %s %s %s", standard, body.c_str(), option, system,
+        quintral::alloc_printf("C++%d %s %d %s %s %s %s %d", standard, body.c_str(), option, system,
                                date, quintral::web_service_host != nullptr ? camel : "none",
-                               has_folder && slept ? "HasFolder" : "none");
+                               has_folder && slept ? "HasFolder" : "none", caught_code());
     std::puts(line);
     quintral::checked_free(line);
     return 0;
