@@ -17,13 +17,16 @@ ctest --test-dir "$build" --output-on-failure -j 8 >"$build/tests.log" 2>&1 || {
   fail "tests of the preset coverage failed"
 }
 
-# report NAME [OPTION...]: writes NAME.txt and NAME.json into the build folder.
+# report NAME [OPTION...]: writes NAME.txt and NAME.json into the build folder. Left out are builds
+# that the tests of the installation make and do not run, and the test that optimises its copy of
+# the code, whose branches are not those of the source.
 report() {
   name=$1
   shift
-  gcovr --root . --object-directory "$build" -j 2 --exclude-throw-branches \
-    --exclude-unreachable-branches "$@" \
-    --txt "$build/$name.txt" --json-summary "$build/$name.json" "$build"
+  gcovr --root . --object-directory "$build" -j 2 --exclude-unreachable-branches \
+    --exclude-directories '.*/CompilerIdCXX' --exclude-directories '.*/tests/install-.*' \
+    --exclude-directories '.*/dates-fortified-test[.]dir' "$@" \
+    --txt "$build/$name.txt" --json "$build/$name.json" "$build"
 }
 
 report macos --filter '(web|platform|tool)/.*-macos[.]cpp'

@@ -1,6 +1,7 @@
-// Linked into every program of the coverage preset: writes the counters before a process ends in a
-// way that skips the exit handlers. Without it, what a child runs before it calls _exit, or ends
-// itself by a signal, would not count.
+// Linked into the utility and the test programs of the preset coverage: writes the counters before a
+// process ends in a way that skips the exit handlers. Without it, what a child runs before it calls
+// _exit, or ends itself by a signal, would not count. The examples and the desktop recorder, which do
+// not end so, do without it.
 #include <csignal>
 #include <cstdlib>
 
@@ -16,14 +17,24 @@ namespace {
 // A handler of a signal that interrupts the dump itself must not start it again: it holds locks.
 volatile std::sig_atomic_t dumped = 0;
 
-// Tests limit the size of the utility's files; the counters must still be written. A process that
-// has given up its rights cannot write them, and must not say so on a stream that the test reads.
-// Destructors run before the exit handler that writes the counters.
+constexpr int limited_count = 3;
+const int limited[limited_count] = {RLIMIT_FSIZE, RLIMIT_AS, RLIMIT_NOFILE};
+
+// Tests limit the size of files, memory and descriptors (by soft limits); the counters must still be
+// written. A process that has given up its rights cannot write them, and must not say so on a stream
+// that the test reads. Destructors run before the exit handler that writes the counters.
 __attribute__((destructor)) void prepare_dump()
 {
-    const rlimit none = {RLIM_INFINITY, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &none);
-    dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+    for (const int resource : limited) {
+        rlimit limit = {};
+        getrlimit(resource, &limit);
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(resource, &limit);
+    }
+    const int null_device = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(null_device, STDERR_FILENO);
+    if (null_device > STDERR_FILENO)
+        close(null_device);
 }
 
 void dump()
@@ -35,9 +46,20 @@ void dump()
     __gcov_dump();
 }
 
-int send_signal(pid_t process, int signal_number)
+// For a process that sends itself a signal: it goes on as before if the signal is ignored or
+// handled.
+void dump_and_restore()
 {
-    return static_cast<int>(syscall(SYS_kill, process, signal_number));
+    rlimit limits[limited_count] = {};
+    for (int i = 0; i < limited_count; ++i)
+        getrlimit(limited[i], &limits[i]);
+    const int error_stream = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
+    dump();
+    dumped = 0;
+    dup2(error_stream, STDERR_FILENO);
+    close(error_stream >= 0 ? error_stream : STDERR_FILENO);
+    for (int i = 0; i < limited_count; ++i)
+        setrlimit(limited[i], &limits[i]);
 }
 
 } // namespace
@@ -53,19 +75,15 @@ extern "C" {
 
 int raise(int signal_number) noexcept
 {
-    const int error_stream = dup(STDERR_FILENO);
-    dump();
-    dumped = 0; // the signal may be ignored or handled
-    dup2(error_stream, STDERR_FILENO);
-    close(error_stream);
+    dump_and_restore();
     return static_cast<int>(syscall(SYS_tgkill, getpid(), gettid(), signal_number));
 }
 
 int kill(pid_t process, int signal_number) noexcept
 {
     if (process == getpid())
-        dump();
-    return send_signal(process, signal_number);
+        dump_and_restore();
+    return static_cast<int>(syscall(SYS_kill, process, signal_number));
 }
 
 [[noreturn]] void abort() noexcept

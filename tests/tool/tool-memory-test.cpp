@@ -28,10 +28,7 @@ constexpr bool memory_is_sanitized = false;
 ChildOptions with_memory(rlim_t bytes)
 {
     ChildOptions options;
-    options.prepare = [bytes] {
-        const rlimit limit = {bytes, bytes};
-        setrlimit(RLIMIT_AS, &limit);
-    };
+    options.prepare = [bytes] { limit_resource(RLIMIT_AS, bytes); };
     return options;
 }
 

@@ -19,6 +19,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -43,6 +44,16 @@ inline Child start_tool(const Strings &arguments, const ChildOptions &options = 
 inline ChildResult run_tool(const Strings &arguments, const ChildOptions &options = {})
 {
     return run_child(joined({QUINTRAL_TOOL}, arguments), options);
+}
+
+// In a child: sets a limit for itself that it may raise again, as the preset coverage does to write
+// its counters.
+inline void limit_resource(decltype(RLIMIT_AS) resource, rlim_t amount)
+{
+    rlimit limit = {};
+    getrlimit(resource, &limit);
+    limit.rlim_cur = amount;
+    setrlimit(resource, &limit);
 }
 
 inline ChildOptions with_output(ChildStream stream)
