@@ -180,9 +180,10 @@ int prepare_query(const WebUpdateQuery *query, UpdateForm *form, std::string *ur
     float version = 0;
     if (web_read_product_version(query->version, &version) != 0)
         return -1;
-    web_fill_update_form({query->product, query->product_line, version, query->version_name,
-                          query->os, query->os_version, query->machine_id, query->processor_arch},
-                         form);
+    const UpdateFields fields = {
+        query->product, query->product_line, version,           query->version_name,
+        query->os,      query->os_version,   query->machine_id, query->processor_arch};
+    web_fill_update_form(fields, form);
     *url = web_update_url(query->service != nullptr ? query->service : web_service_host);
     return 0;
 }

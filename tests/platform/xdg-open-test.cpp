@@ -1,9 +1,11 @@
 // Opening in the desktop on Linux: how xdg-open is started and which status the caller gets. A
 // recorder takes the place of xdg-open.
 #include "tests/harness/fake-desktop.h"
+#include "tests/harness/refused-call.h"
 #include "tests/platform/desktop-host.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <functional>
@@ -11,11 +13,8 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -102,23 +101,14 @@ void open_many_descriptors()
         exit_unless(dup(STDERR_FILENO) >= 0, 71); // not close-on-exec
 }
 
-// Makes a system call fail, as some sandboxes do, in this process and its descendants.
-void refuse_call(unsigned number)
+void refuse(const RefusedCall &call)
 {
-    sock_filter instructions[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
-    const sock_fprog program = {sizeof instructions / sizeof instructions[0], instructions};
-    exit_unless(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0, 72);
-    exit_unless(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0, 73);
+    exit_unless(refuse_call(call), 73);
 }
 
 void refuse_close_range()
 {
-    refuse_call(SYS_close_range);
+    refuse({SYS_close_range, EPERM});
     exit_unless(syscall(SYS_close_range, 2000, 2000, 0) != 0, 74);
 }
 
@@ -161,6 +151,14 @@ TEST(XdgOpenStart, HasTheNullDeviceForClosedStreams)
     });
 }
 
+TEST(XdgOpenStart, InheritsNoDescriptorIfThePipeHasTheNumberOfTheReports)
+{
+    expect_clean_start([] {
+        close(STDIN_FILENO);
+        close(3);
+    });
+}
+
 TEST(XdgOpenStart, InheritsNoBlockedOrIgnoredSignal)
 {
     expect_clean_start(block_all_signals);
@@ -181,10 +179,38 @@ TEST(XdgOpenStart, FailsIfDescriptorsCannotBeClosed)
     EXPECT_EQ(status_in_host(desktop, url_opener("exit:7"),
                              [] {
                                  refuse_close_range();
-                                 refuse_call(SYS_getdents64);
+                                 refuse({SYS_getdents64, EPERM});
                              }),
               -1);
     EXPECT_EQ(desktop.record(), "");
+}
+
+#if defined(SYS_dup2)
+constexpr unsigned duplicate_call = SYS_dup2;
+#else
+constexpr unsigned duplicate_call = SYS_dup3;
+#endif
+
+TEST(XdgOpenStart, FailsIfADescriptorCannotBePrepared)
+{
+    constexpr unsigned how = O_ACCMODE | O_CREAT | O_DIRECTORY;
+    const RefusedCall rows[] = {
+        {SYS_openat, EACCES, 2, how, O_RDWR},                 // the null device
+        {SYS_openat, EACCES, 2, how, O_RDONLY | O_DIRECTORY}, // the list of descriptors
+        {duplicate_call, EBUSY, 1, ~0U, 3},                   // the end of the pipe
+        {duplicate_call, EBUSY, 1, ~0U, STDOUT_FILENO},
+    };
+    for (const RefusedCall &row : rows) {
+        const FakeDesktop desktop;
+        EXPECT_EQ(status_in_host(desktop, url_opener("exit:7"),
+                                 [&row] {
+                                     refuse_close_range();
+                                     refuse(row);
+                                 }),
+                  -1)
+            << row.number << " " << row.value;
+        EXPECT_EQ(desktop.record(), "");
+    }
 }
 
 TEST(XdgOpenStart, FailsIfAForkFails)

@@ -278,6 +278,27 @@ TEST(ToolOpen, PrintsTheAnswerAfterAnInterruptAndThenEndsByIt)
                     "");
 }
 
+// The answer is out, and the note after it waits for a stopped terminal.
+TEST(ToolOpen, EndsByTheFirstInterruptIfAnotherFollowsTheAnswer)
+{
+    const FakeDesktop desktop;
+    ChildOptions options = options_with(desktop.environment(), busy);
+    options.error = ChildStream::Terminal;
+    const LoopbackPeer peer({sending(reply_of(answer_with("5.2", address)))});
+    Child child =
+        start_tool({"-service", peer.address(), "-product-version", "5.1", "-open"}, options);
+    EXPECT_NE(wait_for_record(desktop.path("record")), "");
+    stop_terminal(child);
+    child_signal(child, SIGINT);
+    EXPECT_TRUE(child_wait_for_text(child, "Hello\n", patience));
+    poll(nullptr, 0, 200);
+    child_signal(child, SIGTERM);
+    const ChildResult result = child_wait(child);
+    EXPECT_EQ(result.signal, SIGINT);
+    EXPECT_EQ(result.output, "Version: 5.2\nURL: " + address + "\nHello\n");
+    EXPECT_TRUE(end_recorder(desktop));
+}
+
 // The time limit is deferred for the desktop, but not for ever.
 TEST(ToolOpen, KeepsTheTimeLimitForAnOutputThatNobodyReads)
 {

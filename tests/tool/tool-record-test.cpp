@@ -1,4 +1,5 @@
 // -record: the file that a run leaves.
+#include <climits>
 #include <csignal>
 #include <string>
 
@@ -245,15 +246,23 @@ TEST(ToolRecord, WhoseNameIsTooLongIsRefused)
     expect_refused("/tmp/" + std::string(250, 'n'), "code 36: File name too long");
 }
 
+// Longer than any path of the system, and than the message can show.
+TEST(ToolRecord, WhosePathIsTooLongIsRefused)
+{
+    std::string path = "/tmp";
+    while (path.size() < PATH_MAX)
+        path += "/../tmp";
+    const std::string error = "Can't create '" + path;
+    expect_ended(run_tool({"-service", "127.0.0.1:1", "-proxy", ":1", "-record", path}), 1, "",
+                 error_line(error.substr(0, 1003)));
+}
+
 // Files that cannot be written. A limit on the size of files stands for a full disk.
 
 ChildOptions with_full_disk()
 {
     ChildOptions options;
-    options.prepare = [] {
-        const rlimit limit = {100, 100};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    };
+    options.prepare = [] { limit_resource(RLIMIT_FSIZE, 100); };
     return options;
 }
 
@@ -278,6 +287,21 @@ TEST(ToolRecord, OnAFullDiskIsASecondErrorOfARunThatFailed)
         run.exchange.result, 1, "",
         error_line("Can't write '" + folder.path("record") + "', code 27: File too large") +
             error_line("Invalid non-HTTP header string returned from web site"));
+    EXPECT_TRUE(run.entries.empty());
+}
+
+TEST(ToolRecord, OnAFullDiskIsASecondErrorOfAnAnswerThatCannotBeOpened)
+{
+    const TempFolder folder;
+    ChildOptions options = with_full_disk();
+    options.environment = {{"PATH", folder.path("none")}};
+    const std::string answer = "Version: 5.2\nURL: http://a.example/\nMessage: Hello";
+    const RecordedRun run = record_run(folder, sending(reply_of(answer)),
+                                       {"-product-version", "5.1", "-quiet", "-open"}, options);
+    expect_ended(
+        run.exchange.result, 1, "Version: 5.2\nURL: http://a.example/\nHello\n",
+        error_line("The desktop did not open the web address: code -1") +
+            error_line("Can't write '" + folder.path("record") + "', code 27: File too large"));
     EXPECT_TRUE(run.entries.empty());
 }
 

@@ -12,9 +12,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include "tests/harness/refused-call.h"
 #include "tests/tool/interrupts.h"
 #include "tests/tool/json-line.h"
 #include "tests/tool/query.h"
@@ -212,6 +215,36 @@ TEST(ToolStreams, AMessageOnANonBlockingStreamIsWrittenInFull)
     EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-version"}, 0), version_line());
 }
 
+// The last byte finds the pipe full, and a signal that changes nothing ends the wait for its reader.
+TEST(ToolStreams, TheLastByteIsWrittenToANonBlockingPipeAfterASignal)
+{
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0) << std::strerror(errno);
+    const int room = fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    ASSERT_GE(room, 4096) << std::strerror(errno);
+    const std::string message(static_cast<std::size_t>(room), 'm');
+    ChildOptions options;
+    options.prepare = [&ends] { dup2(ends[1], STDOUT_FILENO); };
+    const LoopbackPeer peer({sending(reply_of("Message: " + message))});
+    Child child = start_tool({"-service", peer.address(), "-quiet"}, options);
+    close(ends[1]);
+    int filled = 0;
+    for (int waited = 0; filled < room && waited < patience; waited += 10) {
+        poll(nullptr, 0, 10);
+        ASSERT_EQ(ioctl(ends[0], FIONREAD, &filled), 0) << std::strerror(errno);
+    }
+    EXPECT_EQ(filled, room);
+    for (int i = 0; i < 3; ++i) {
+        poll(nullptr, 0, 50);
+        child_signal(child, SIGALRM);
+    }
+    poll(nullptr, 0, 50);
+    EXPECT_EQ(fcntl(ends[0], F_SETFL, O_RDONLY), 0) << std::strerror(errno);
+    EXPECT_EQ(read_to_end(ends[0]), message + "\n");
+    close(ends[0]);
+    expect_ended(child_wait(child), 0, "", "");
+}
+
 // A pipe of one page can hold all of the text, but counts as full after its first line.
 TEST(ToolStreams, HelpFillsAPipeThatNobodyReads)
 {
@@ -262,18 +295,33 @@ TEST(ToolStreams, AnEmptyAnswerDoesNotTouchTheOutput)
 
 TEST(ToolStreams, AnOutputAtItsSizeLimitEndsWithStatus1)
 {
-    std::FILE *file = std::tmpfile();
-    ASSERT_NE(file, nullptr) << std::strerror(errno);
-    const int descriptor = fileno(file);
+    const std::string text = "Hello, hello\n";
+    for (const std::size_t limit : {std::size_t{10}, text.size() - 1}) {
+        std::FILE *file = std::tmpfile();
+        ASSERT_NE(file, nullptr) << std::strerror(errno);
+        const int descriptor = fileno(file);
+        ChildOptions options;
+        options.prepare = [descriptor, limit] {
+            limit_resource(RLIMIT_FSIZE, limit);
+            dup2(descriptor, STDOUT_FILENO);
+        };
+        expect_ended(ask(sending(reply_of("Message: " + text)), {"-quiet"}, options).result, 1, "",
+                     output_error(EFBIG));
+        std::fclose(file);
+    }
+}
+
+// As on a network file system that is full.
+TEST(ToolStreams, AnOutputThatCannotBeClosedEndsWithStatus1)
+{
     ChildOptions options;
-    options.prepare = [descriptor] {
-        const rlimit limit = {10, 10};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        dup2(descriptor, STDOUT_FILENO);
+    options.prepare = [] {
+        if (!refuse_call({SYS_close, EDQUOT, 0, ~0U, STDOUT_FILENO}))
+            _exit(99);
     };
-    expect_ended(ask(sending(reply_of("Message: Hello, hello\n")), {"-quiet"}, options).result, 1,
-                 "", output_error(EFBIG));
-    std::fclose(file);
+    expect_ended(ask(sending(reply_of("Message: Hello\n")), {"-quiet"}, options).result, 1,
+                 "Hello\n", output_error(EDQUOT));
+    expect_ended(run_tool({"-version"}, options), 1, version_line(), output_error(EDQUOT));
 }
 
 } // namespace
