@@ -20,9 +20,9 @@ volatile std::sig_atomic_t dumped = 0;
 constexpr int limited_count = 3;
 const int limited[limited_count] = {RLIMIT_FSIZE, RLIMIT_AS, RLIMIT_NOFILE};
 
-// Tests limit the size of files, memory and descriptors (by soft limits); the counters must still be
-// written. A process that has given up its rights cannot write them, and must not say so on a stream
-// that the test reads. Destructors run before the exit handler that writes the counters.
+// Tests limit the size of files, memory and descriptors (by soft limits); the counters must still
+// be written. A process that has given up its rights cannot write them, and must not say so on a
+// stream that the test reads. Destructors run before the exit handler that writes the counters.
 __attribute__((destructor)) void prepare_dump()
 {
     for (const int resource : limited) {

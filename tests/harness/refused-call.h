@@ -13,7 +13,7 @@ namespace quintral::tests {
 struct RefusedCall {
     unsigned number; // such as SYS_close
     int error;       // errno after the call
-    // Only calls are refused whose argument, counted from 0, has this value in the bits of the mask.
+    // Refused are calls whose argument, counted from 0, has this value in the bits of the mask.
     unsigned argument = 0;
     unsigned mask = 0;
     unsigned value = 0;

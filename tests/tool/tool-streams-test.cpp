@@ -215,7 +215,7 @@ TEST(ToolStreams, AMessageOnANonBlockingStreamIsWrittenInFull)
     EXPECT_EQ(run_with_full_pipe(STDOUT_FILENO, {"-version"}, 0), version_line());
 }
 
-// The last byte finds the pipe full, and a signal that changes nothing ends the wait for its reader.
+// The last byte finds the pipe full, and a signal without effect ends the wait for its reader.
 TEST(ToolStreams, TheLastByteIsWrittenToANonBlockingPipeAfterASignal)
 {
     int ends[2] = {-1, -1};
