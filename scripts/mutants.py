@@ -8,8 +8,9 @@ copy of the tree below build/mutants, and runs the tests of the changed file's f
 does not end in time counts as failing. Prints a line for each change that no test noticed. Changes
 that cannot be noticed are listed in scripts/mutants-equivalent.txt, with the reason.
 
-A change may make the code remove or kill anything. So the tests run in name spaces of their own
-(unshare), where nothing but build/mutants can be written, and no other process be seen.
+A change may make the code remove or kill anything. So builds, which run the test programs to list
+their tests, and tests run behind scripts/fence.py: nothing but build/mutants can be written, and no
+other process be seen.
 
 Ends with 0 if at least 95 % of the others were noticed.
 """
@@ -26,11 +27,7 @@ BUILD = 'build/mutants/build'
 EQUIVALENT = 'scripts/mutants-equivalent.txt'
 TEST_TIMEOUT = 30  # seconds for one test
 ENOUGH = 0.95
-FENCE = ['unshare', '--mount', '--pid', '--fork', '--kill-child', '--mount-proc']
-FENCED = """
-mount -t tmpfs tmpfs /tmp && mount --bind "$0" "$0" && mount -o remount,bind,ro / || exit 99
-"$@"
-"""
+FENCE = ['scripts/fence.py', 'build/mutants']
 
 # (name, pattern, replacements). The layout puts spaces around binary operators and none around
 # template brackets and unary operators.
@@ -113,9 +110,14 @@ def equivalent_changes():
     return {tuple(block[:3]) for block in blocks if not block[0].startswith('#')}
 
 
-def run(command, log, environment=None):
-    return subprocess.run(command, stdout=log, stderr=log, stdin=subprocess.DEVNULL,
-                          env=environment, check=False).returncode
+def run(command, log):
+    """Runs the command behind the fence, with a ccache of its own if the build uses one."""
+    environment = dict(os.environ, CCACHE_DIR=os.path.abspath('build/mutants/ccache'))
+    status = subprocess.run(FENCE + command, stdout=log, stderr=log, stdin=subprocess.DEVNULL,
+                            env=environment, check=False).returncode
+    if status == 99:
+        sys.exit('mutants: the fence cannot be put up, see build/mutants/log')
+    return status
 
 
 def copy_tree():
@@ -143,16 +145,10 @@ def prepare(log):
             sys.exit(f'mutants: tests of the unchanged {folder} fail, see build/mutants/log')
 
 
-def fence():
-    """The start of a command that runs the rest of it fenced in."""
-    user = [] if os.getuid() == 0 else ['--map-root-user']
-    return FENCE + user + ['sh', '-c', FENCED, os.path.abspath('build/mutants')]
-
-
 def tests_pass(folder, only, log):
     """Runs the tests of a folder, or those of it that are named after a file."""
-    command = fence() + ['ctest', '--test-dir', f'{BUILD}/tests/{folder}', '-j8',
-                         '--stop-on-failure', '--output-on-failure', '--no-tests=ignore']
+    command = ['ctest', '--test-dir', f'{BUILD}/tests/{folder}', '-j8',
+               '--stop-on-failure', '--output-on-failure', '--no-tests=ignore']
     if only:
         command += ['-R', only]
     cost = f'{BUILD}/tests/{folder}/Testing/Temporary/CTestCostData.txt'
