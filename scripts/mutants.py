@@ -9,7 +9,7 @@ does not end in time counts as failing. Prints a line for each change that no te
 that cannot be noticed are listed in scripts/mutants-equivalent.txt, with the reason.
 
 A change may make the code remove or kill anything. So builds, which run the test programs to list
-their tests, and tests run behind scripts/fence.py: nothing but build/mutants can be written, and no
+their tests, and tests run inside scripts/fence.py: nothing but build/mutants can be written, and no
 other process be seen.
 
 Ends with 0 if at least 95 % of the others were noticed.
@@ -111,7 +111,7 @@ def equivalent_changes():
 
 
 def run(command, log):
-    """Runs the command behind the fence, with a ccache of its own if the build uses one."""
+    """Runs the command inside the fence, with a ccache of its own if the build uses one."""
     environment = dict(os.environ, CCACHE_DIR=os.path.abspath('build/mutants/ccache'))
     status = subprocess.run(FENCE + command, stdout=log, stderr=log, stdin=subprocess.DEVNULL,
                             env=environment, check=False).returncode
