@@ -48,7 +48,7 @@ def is_below(path, folder):
 
 
 def seal(folder):
-    """Makes everything else read-only. What is mounted below /tmp is out of sight behind its own."""
+    """Makes everything else read-only. The new /tmp hides what is mounted below the old one."""
     mount(folder, folder, None, MS_BIND)
     mount('tmpfs', '/tmp', 'tmpfs', MS_NOSUID | MS_NODEV)
     for path, flags in list(mounts()):
