@@ -1,7 +1,7 @@
 // Linked into the utility and the test programs of the preset coverage: writes the counters before
 // a process ends in a way that skips the exit handlers. Without it, what a child runs before it
-// calls _exit, or ends itself by a signal, would not count. The examples and the desktop recorder do
-// not end so and do without it.
+// calls _exit, or ends itself by a signal, would not count. The examples and the recorder of the
+// desktop do not end so and do without it.
 #include <csignal>
 #include <cstdlib>
 
