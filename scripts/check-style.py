@@ -73,6 +73,9 @@ WIDE_FILES = (
     "tests/install/symbols/*.txt",   # a symbol is one line
 )
 
+# Tabs begin the commands of a makefile.
+MAKEFILES = ("packaging/debian/rules",)
+
 # What this project does not say in prose, comments, messages or names such as TheLineBehindIt, and
 # the usual words for it. Phrases may occur in names.
 WORDS = (
@@ -211,7 +214,7 @@ def find_width(files):
 
 def find_whitespace(files):
     for path, number, line in numbered_lines(files):
-        if "\t" in line:
+        if "\t" in line.removeprefix("\t") or line[:1] == "\t" and not matches(path, MAKEFILES):
             yield path, number, "a tab"
         if line != line.rstrip():
             yield path, number, "at the end of the line"
