@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <netdb.h>
 
 namespace quintral {
 namespace {
@@ -112,8 +113,11 @@ TEST_F(WebTransaction, CredentialsAreSentToTheProxyOrTheServerIfBothAreGiven)
     }
 }
 
+// The only lookup that finds a name. The tests with scripted calls hold the rule on every machine.
 TEST_F(WebTransaction, AnUpperCaseHostNameIsLookedUpAndSent)
 {
+    if (gethostbyname("LOCALHOST") == nullptr)
+        GTEST_SKIP() << "this machine has no /etc/hosts that names localhost";
     LoopbackPeer peer({answering(good_reply)});
     const std::string url = "http://LocalHost:" + std::to_string(peer.port()) + "/Path";
     EXPECT_EQ(call_web({url}), good_outcome());
