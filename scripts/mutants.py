@@ -162,6 +162,13 @@ def named_after(file):
     return r'(^|[-.])' + re.escape(stem) + r'[-.]'
 
 
+def compiles(name, log):
+    """Compiles a source alone, or what includes a header."""
+    if name.endswith('.h'):
+        return build(log, f"quintral_{name.split('/')[0]}") == 0
+    return build(log, os.path.abspath(os.path.join(COPY, name)) + '^') == 0
+
+
 def judge(change, log):
     """'killed', 'survived' or 'does not build'."""
     path = os.path.join(COPY, change['file'])
@@ -171,11 +178,10 @@ def judge(change, log):
     try:
         with open(path, 'w', encoding='utf-8') as file:
             file.write(change['text'])
+        if not compiles(change['file'], log):
+            return 'does not build'
         if build(log, f'tests/{folder}/all') != 0:
-            # A test that is listed while it is built may crash: that counts.
-            if build(log, f'quintral_{folder}') != 0:
-                return 'does not build'
-            return 'killed'
+            return 'killed'  # by a test program that crashed while its tests were listed
         for only in (named_after(change['file']), None):
             if not tests_pass(folder, only, log):
                 return 'killed'
