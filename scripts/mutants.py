@@ -222,9 +222,11 @@ def main(arguments):
                 continue
             verdict = judge(change, log)
             counts[verdict] += 1
+            text = (f"{change['file']}:{change['line']}: {change['operator']}\n"
+                    f"    {change['before']}\n    {change['after']}")
+            print(f'== {verdict}: {text}', file=log, flush=True)
             if verdict == 'survived':
-                print(f"{change['file']}:{change['line']}: {change['operator']}\n"
-                      f"    {change['before']}\n    {change['after']}", flush=True)
+                print(text, flush=True)
     return summary(counts)
 
 
