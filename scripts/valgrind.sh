@@ -39,12 +39,13 @@ is_wanted() {
 
 # run PROGRAM. Tests named Slow wait for the ten seconds of the time limit.
 run() {
+  begin=$(date +%s)
   valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
     "$1" --gtest_brief=1 --gtest_filter='-*Slow*' >"$1.valgrind" 2>&1 || {
     cat "$1.valgrind"
     fail "valgrind: $1"
   }
-  echo "valgrind: $1"
+  echo "valgrind: $1, $(($(date +%s) - begin)) s"
 }
 
 if [ "${1:-}" = --program ]; then
