@@ -14,11 +14,12 @@ need valgrind
 #   harness, transaction-waiting, transaction-time: nearly all of their time is waiting
 #   servers-and-proxies, readme, options-pages, json-line: they compare documents
 #   transforms-reference, dates-reference: millions of comparisons, which take minutes
+#   update-faults: counts the calls of malloc by operator new, which valgrind replaces
 left_out() {
   case $1 in
     tool-* | outcome-schema | real-peers | check-for-update | sample-service-* | harness | \
       transaction-waiting | transaction-time | servers-and-proxies | readme | options-pages | \
-      json-line | transforms-reference | dates-reference) return 0 ;;
+      json-line | transforms-reference | dates-reference | update-faults) return 0 ;;
   esac
   return 1
 }
@@ -37,11 +38,16 @@ is_wanted() {
   return 1
 }
 
-# run PROGRAM. Tests named Slow wait for the ten seconds of the time limit.
+# Tests named Slow wait for the ten seconds of the time limit. In the two others, execve fails, at
+# which valgrind ends the process.
+left_out_tests='*Slow*:XdgOpenSearch.ReturnsMinus1IfThereIsNoneOrItCannotBeStarted'
+left_out_tests="$left_out_tests:XdgOpenStart.FailsIfTheUrlIsTooLongForAnArgument"
+
+# run PROGRAM
 run() {
   begin=$(date +%s)
   valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
-    "$1" --gtest_brief=1 --gtest_filter='-*Slow*' >"$1.valgrind" 2>&1 || {
+    "$1" --gtest_brief=1 --gtest_filter="-$left_out_tests" >"$1.valgrind" 2>&1 || {
     cat "$1.valgrind"
     fail "valgrind: $1"
   }

@@ -11,17 +11,17 @@ double clock_last_stamp = 0;
 
 namespace {
 
-std::time_t system_time()
-{
-    return std::time(nullptr);
-}
-
 // On failure the zeroed record (1970) is returned.
 timeval system_time_of_day()
 {
     timeval now = {};
     gettimeofday(&now, nullptr);
     return now;
+}
+
+std::time_t system_time()
+{
+    return system_time_of_day().tv_sec;
 }
 
 int system_sleep(const timespec *request)

@@ -17,8 +17,7 @@ struct TimeSource {
     int (*sleep)(const timespec *request);
 };
 
-// Initially the system's time, gettimeofday and nanosleep. time and time_of_day are different
-// clocks: time may lag behind time_of_day by a few milliseconds.
+// Initially gettimeofday, for both times, and nanosleep.
 extern TimeSource time_source;
 
 } // namespace quintral

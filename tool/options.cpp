@@ -1,6 +1,7 @@
 #include "tool/options.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "support/ascii.h"
 #include "support/c-utils.h"
@@ -38,9 +39,14 @@ const char *read_version(ToolOptions *options, char *argument)
            "represents exactly";
 }
 
+bool names_a_scheme(const char *text)
+{
+    return std::string_view(text).find("://") != std::string_view::npos;
+}
+
 const char *read_proxy(ToolOptions *options, char *argument)
 {
-    if (std::strstr(argument, "://") != nullptr)
+    if (names_a_scheme(argument))
         return "-proxy takes host:port; leave out the part up to ://";
     options->proxy = argument;
     return nullptr;
@@ -58,7 +64,7 @@ bool is_service_address(const char *text)
 
 const char *read_service(ToolOptions *options, char *argument)
 {
-    if (std::strstr(argument, "://") != nullptr)
+    if (names_a_scheme(argument))
         return "-service takes a host name, or host:port; leave out the part up to ://";
     if (!is_service_address(argument))
         return "-service takes a host name, or host:port with a port from 1 to 65535";

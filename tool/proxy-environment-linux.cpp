@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "support/ascii.h"
 #include "tool/proxy-environment.h"
@@ -23,7 +24,8 @@ const char *fault_of(const char *proxy)
     std::int32_t port = 0;
     if (read_proxy_text(proxy, host, sizeof host, &port))
         return nullptr;
-    if (std::strstr(proxy, "://") != nullptr && ascii_skip_prefix(proxy, "http://") == nullptr)
+    if (std::string_view(proxy).find("://") != std::string_view::npos &&
+        ascii_skip_prefix(proxy, "http://") == nullptr)
         return "its scheme is not http";
     return "it is not host:port with a port from 1 to 65535";
 }

@@ -1,6 +1,7 @@
 #include "web/http-text.h"
 
 #include <cstring>
+#include <string_view>
 
 #include "support/ascii.h"
 #include "support/c-utils.h"
@@ -129,12 +130,13 @@ int web_scan_status_line(const char *text, WebStatusLine *line)
 
 WebStatusVerdict web_judge_status(const char *header, WebStatusLine *line, const char **status_text)
 {
-    static const char mark[] = "HTTP/";
+    constexpr std::string_view mark = "HTTP/";
     *line = WebStatusLine{};
-    *status_text = std::strstr(header, mark);
-    if (*status_text == nullptr)
+    *status_text = nullptr;
+    const std::size_t found = std::string_view(header).find(mark);
+    if (found == std::string_view::npos)
         return WebStatusMissing;
-    *status_text += sizeof mark - 1;
+    *status_text = header + found + mark.size();
     if (web_scan_status_line(*status_text, line) != 4)
         return WebStatusMalformed;
     return line->status >= 200 && line->status <= 299 ? WebStatusAccepted : WebStatusRejected;

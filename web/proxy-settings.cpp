@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "support/ascii.h"
 #include "support/c-utils.h"
@@ -14,7 +15,7 @@ namespace {
 const char *skip_scheme(const char *text)
 {
     const char *rest = ascii_skip_prefix(text, "http://");
-    if (rest == nullptr && std::strstr(text, "://") == nullptr)
+    if (rest == nullptr && std::string_view(text).find("://") == std::string_view::npos)
         rest = text;
     return rest;
 }
