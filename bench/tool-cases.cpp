@@ -11,6 +11,13 @@ namespace quintral {
 
 namespace {
 
+// Whole pieces, so that no character is cut. Plain text fills the rest.
+std::string pieces_of(const std::string &piece, std::size_t size)
+{
+    const std::size_t rest = size % piece.size();
+    return repeat_to(piece, size - rest) + std::string(rest, 'x');
+}
+
 using Escape = std::string (*)(const std::string &text);
 
 void add_case(BenchCases *cases, const std::string &routine, const char *side,
@@ -42,10 +49,10 @@ void add_sides(BenchCases *cases, const std::string &kind, const std::string &te
 void add_tool_cases(BenchCases *cases)
 {
     for (const std::size_t size : {8U, 64U, 1024U, 16384U, 1048576U}) {
-        add_sides(cases, "plain", repeat_to("Quintral Shapes 5.2 draws faster. ", size));
-        add_sides(cases, "escapes", repeat_to("bell\x07 \x1B[1m", size));
+        add_sides(cases, "plain", pieces_of("Quintral Shapes 5.2 draws faster. ", size));
+        add_sides(cases, "escapes", pieces_of("bell\x07 \x1B[1m", size));
         add_sides(cases, "characters",
-                  repeat_to("Gr\xC3\xBC\xC3\x9F"
+                  pieces_of("Gr\xC3\xBC\xC3\x9F"
                             "e \xE2\x82\xAC ",
                             size));
     }

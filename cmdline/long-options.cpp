@@ -269,9 +269,9 @@ bool find_long_option(const Call &call, char *element, Option *option)
 {
     option_position = begins_with_two_dashes(element) ? 2 : 1;
     char *typed = element + option_position;
-    std::size_t length = 0;
-    while (typed[length] != '\0' && typed[length] != '=')
-        ++length;
+    const char *sign = std::strchr(typed, '=');
+    const std::size_t length =
+        sign != nullptr ? static_cast<std::size_t>(sign - typed) : std::strlen(typed);
     const LongOption *entry = nullptr;
     if (!find_entry(call, typed, length, &entry))
         return false;

@@ -36,11 +36,10 @@ static_assert(log_date_limit + date_end.size() + log_body_limit + sizeof "\n" ==
 // A longer pause ends a burst of messages, for a log attached to the hook.
 constexpr double burst_pause_seconds = 60.0;
 
-// What a message line has before and after its text. Arrays, as the table then needs no relocation
-// when a program starts.
+// What a message line has before and after its text.
 struct LineFrame {
-    char before[14];
-    char after[2];
+    std::string_view before;
+    std::string_view after;
 };
 
 // Indexed by the level.

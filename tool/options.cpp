@@ -87,25 +87,25 @@ using O = ToolOptions; // short, so that a row fits on a line
 constexpr OptionRow keep(OptionGroup group, const char *name, const char *argument,
                          const char *O::*string, const char *help)
 {
-    return {group, name, argument, string, nullptr, nullptr, help, false};
+    return {group, false, name, argument, string, nullptr, nullptr, help};
 }
 
 constexpr OptionRow read(OptionGroup group, const char *name, const char *argument,
                          const char *(*reader)(O *, char *), const char *help)
 {
-    return {group, name, argument, nullptr, nullptr, reader, help, false};
+    return {group, false, name, argument, nullptr, nullptr, reader, help};
 }
 
 // The same for an argument that must not stay visible in the process list.
 constexpr OptionRow read_secret(OptionGroup group, const char *name, const char *argument,
                                 const char *(*reader)(O *, char *), const char *help)
 {
-    return {group, name, argument, nullptr, nullptr, reader, help, true};
+    return {group, true, name, argument, nullptr, nullptr, reader, help};
 }
 
 constexpr OptionRow set(OptionGroup group, const char *name, bool O::*flag, const char *help)
 {
-    return {group, name, nullptr, nullptr, flag, nullptr, help, false};
+    return {group, false, name, nullptr, nullptr, flag, nullptr, help};
 }
 
 constexpr OptionGroup ask = OptionGroup::Query;

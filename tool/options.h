@@ -49,13 +49,13 @@ enum class OptionGroup { Query, Connection, Answer, Inspection, Program };
 // true, or what `read` checks and converts.
 struct OptionRow {
     OptionGroup group;
+    bool secret; // the argument is overwritten once it has been read
     const char *name;
     const char *argument; // as the usage text shows it: "" for one without a name, null for none
     const char *ToolOptions::*string;
     bool ToolOptions::*given;
     const char *(*read)(ToolOptions *options, char *argument); // null, or a usage error's message
     const char *help;                                          // one line, a sentence
-    bool secret; // the argument is overwritten once it has been read
 };
 
 // All options, in the order in which the parser looks for them.
