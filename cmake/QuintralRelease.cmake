@@ -94,7 +94,7 @@ function(quintral_compile_whole target)
     # Several parts would need make, and a warning says so where it is not installed.
     target_link_options(${target} PRIVATE -flto-partition=one)
   endif()
-  # Nearly all of the utility's code runs once, so its size costs more than its speed: -O2 is a fifth
-  # larger, and a check takes more time and memory.
+  # Nearly all of the utility's code runs once, so its size counts more than its speed: -O2 gives a
+  # fifth more code, and a check takes more time and memory.
   target_compile_options(${target} PRIVATE -Os)
 endfunction()

@@ -97,7 +97,6 @@ PHRASES = (
 
 # Lines in which such a word is the natural one, as (file, part of the line). At most two dozen.
 NATURAL_WORDS = (
-    ("support/time-source.h", "time may lag behind time_of_day"),
     ("examples/sample-update-service.cpp", "Run a real service behind a web server"),
 )
 
