@@ -132,6 +132,22 @@ std::string fixed_lines()
     return request.substr(start, request.rfind("Host: ") - start);
 }
 
+// Composes a request from its parts; the credentials may be empty.
+std::string expected_request(const WebRequest &request, const std::string &extra,
+                             const std::string &body, const std::string &credentials)
+{
+    static const std::string fixed = fixed_lines();
+    const bool posts = std::strcmp(request.method, "POST") == 0;
+    std::string text = posts ? "POST " : "GET ";
+    text += std::string(request.path) + " HTTP/1.0\r\n" + fixed;
+    if (!extra.empty())
+        text += extra + "\r\n";
+    text += std::string("Host: ") + request.host + "\r\n";
+    if (!credentials.empty())
+        text += "Authorization: Basic " + base64_bit_by_bit(credentials) + "\r\n";
+    return text + "\r\n" + (posts ? body : "");
+}
+
 void fuzz_request(Input *input)
 {
     const unsigned given = take_byte(input);
@@ -159,17 +175,8 @@ void fuzz_request(Input *input)
     text.lines = "left from before";
     web_compose_request(request, &text);
 
-    static const std::string fixed = fixed_lines();
-    std::string expected = (method == "POST" ? "POST " : "GET ") + path + " HTTP/1.0\r\n" + fixed;
-    if (!extra.empty())
-        expected += extra + "\r\n";
-    expected += "Host: " + host + "\r\n";
-    if (has_credentials)
-        expected += "Authorization: Basic " + base64_bit_by_bit(user + ":" + password) + "\r\n";
-    expected += "\r\n";
-    if (method == "POST")
-        expected += body;
-    FUZZ_CHECK(join(text.pieces) == expected);
+    const std::string credentials = has_credentials ? user + ":" + password : "";
+    FUZZ_CHECK(join(text.pieces) == expected_request(request, extra, body, credentials));
 }
 
 // A proxy and its port, or an empty host.
