@@ -44,10 +44,11 @@ sources=$folder/quintral-$version
 mkdir "$sources"
 git ls-files -z >"$folder/names"
 tar -c --null --files-from="$folder/names" | tar -x -C "$sources" --no-same-permissions
-cp -R packaging/debian "$sources/debian"
+cp -R "$sources/packaging/debian" "$sources/debian"
 scripts/debian-changelog.py "$version" "$SOURCE_DATE_EPOCH" >"$sources/debian/changelog"
 scripts/spdx.py "$version" "$SOURCE_DATE_EPOCH" <"$folder/names" \
   >"$sources/debian/quintral.spdx.json"
+chmod -R u=rwX,go=rX "$sources" # whatever the umask of the checkout was
 (
   cd "$sources"
   dpkg-buildpackage -us -uc -j"$(nproc)"

@@ -87,7 +87,15 @@ step() {
   title="$release: $1"
   shift
   echo "== $title" | tee -a "$log"
-  if "$@" >"$log.step" 2>&1; then
+  # Not "if": the shell would go on after a command that fails inside a function.
+  set +e
+  (
+    set -e
+    "$@"
+  ) >"$log.step" 2>&1
+  status=$?
+  set -e
+  if [ "$status" = 0 ]; then
     passed=$((passed + 1))
   else
     failed=$((failed + 1))

@@ -1,8 +1,9 @@
 #!/bin/sh
 # Builds the Debian packages, checks them with lintian, and installs, uses and removes them in a
-# scratch root: this machine's files below a layer that takes all changes. Needs root. A container
-# that may not mount file systems has no scratch root; the packages are built and read there only.
-# Usage: scripts/check-packages.sh
+# scratch root: this machine's files below a layer that takes all changes. Needs root.
+# Usage: scripts/check-packages.sh [--must-install]
+# A container that may not mount file systems has no scratch root: the packages are built and read
+# there only, or with --must-install that is a failure.
 # shellcheck disable=SC2016 # the commands in quotes are expanded in the scratch root
 set -eu
 CDPATH='' cd -- "$(dirname -- "$0")/.."
@@ -15,13 +16,15 @@ if [ "${1:-}" != --own-mounts ]; then
     bash-completion zsh fish
   [ "$(id -u)" = 0 ] || fail "run this as root: it mounts a scratch root"
   if unshare --mount true 2>/dev/null; then
-    exec unshare --mount "$0" --own-mounts
+    exec setpriv --pdeathsig KILL unshare --mount --mount-proc --pid --fork --kill-child \
+      scripts/check-packages.sh --own-mounts
   fi
+  [ "${1:-}" != --must-install ] || fail "this system lets nobody mount file systems"
   scripts/build-packages.sh build/packages
   lintian --allow-root --fail-on error,warning build/packages/*.changes ||
     fail "lintian has errors or warnings"
-  echo "skipped: installing the packages, as this system lets nobody mount file systems"
   echo "1 passed, 0 failed"
+  echo "skipped: installing the packages, as this system lets nobody mount file systems"
   exit
 fi
 
@@ -29,13 +32,13 @@ packages=build/packages
 scripts/build-packages.sh "$packages"
 
 work=$(mktemp -d)
-mount -t tmpfs tmpfs "$work"
 end() {
-  umount --recursive "$work" # also those inside
+  ! mountpoint -q "$work" || umount --recursive "$work" # also those inside
   rmdir "$work"
 }
 trap end EXIT
 trap 'exit 1' HUP INT QUIT PIPE TERM
+mount -t tmpfs tmpfs "$work"
 
 root=$work/root
 changes=$work/changes
@@ -52,7 +55,15 @@ failed=0
 check() {
   what=$1
   shift
-  if "$@" >"$work/log" 2>&1; then
+  # Not "if": the shell would go on after a command that fails inside a function.
+  set +e
+  (
+    set -e
+    "$@"
+  ) >"$work/log" 2>&1
+  status=$?
+  set -e
+  if [ "$status" = 0 ]; then
     passed=$((passed + 1))
     echo "passed: $what"
   else
@@ -122,6 +133,7 @@ check "the utility asks the sample service" in_root '
   ./service sample-products.txt >address &
   service=$!
   trap "kill $service; wait $service || :" EXIT
+  trap "exit 1" HUP INT TERM
   tries=0
   while ! grep -q "^Listening on " address && [ $tries -lt 100 ]; do
     sleep 0.1
@@ -141,7 +153,7 @@ check "a program is built with pkg-config and the static libraries" in_root '
   g++ -std=c++17 -o static consumer.cpp \
     $(pkg-config --cflags $libraries) \
     -Wl,-Bstatic $(pkg-config --libs --static $libraries) -Wl,-Bdynamic
-  ! ldd ./static | grep quintral
+  if ldd ./static | grep quintral; then exit 1; fi
   ./static | grep -q "^C++17 a%20b=1%2e5 .* HasHost HasFolder"'
 check "a program is built with CMake" in_root '
   cmake -G Ninja -S . -B with-cmake -DWAY=installed -DLINKAGE=SHARED
@@ -150,8 +162,9 @@ check "a program is built with CMake" in_root '
 check "the manual is found" in_root '
   test -s /usr/share/man/man1/quintral.1.gz && test -s /usr/share/man/man3/quintral-error.3.gz'
 check "bash completes the options" in_root '
-  bash -c ". /usr/share/bash-completion/bash_completion; _completion_loader quintral; complete -p \
-    quintral"'
+  bash -c ". /usr/share/bash-completion/bash_completion; _completion_loader quintral
+    COMP_WORDS=(quintral -product-v) COMP_CWORD=1; _quintral; echo \${COMPREPLY[*]}" |
+    grep -qx -e -product-version'
 check "zsh finds the completion" in_root '
   zsh -fc "autoload -Uz compinit; compinit -D; [[ \$_comps[quintral] == _quintral ]]"'
 check "fish completes the options" in_root '

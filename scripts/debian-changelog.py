@@ -22,8 +22,14 @@ def entries(text):
         found = HEADING.fullmatch(heading)
         if not found:
             sys.exit(f"CHANGELOG.md: '{heading}' is not '## VERSION, DATE'")
-        changes = re.split(r"^- ", body, flags=re.MULTILINE)[1:]
-        yield found[1], found[2], [" ".join(change.split()) for change in changes]
+        yield found[1], found[2], list(paragraphs(body))
+
+
+def paragraphs(body):
+    """Yields each item of a list and each other paragraph, on one line."""
+    for part in re.split(r"^- |\n\n", body, flags=re.MULTILINE):
+        if part.strip():
+            yield " ".join(part.split())
 
 
 def date_line(date, time):

@@ -3,14 +3,15 @@
 
 Usage: scripts/fence.py FOLDER COMMAND [ARGUMENT...]
 
-The command runs in name spaces of its own (unshare): no other process can be seen, and no file be
-written except below FOLDER, in /proc and in an empty /tmp. FOLDER is not below /tmp. Needs root, or
-a system where users may make name spaces. Ends with the status of the command, or with 99 if the
-fence cannot be put up.
+The command runs in name spaces of its own (unshare): no other process can be seen, and no file on a
+disk be written through its path except below FOLDER, in /proc and in an empty /tmp. FOLDER is not
+below /tmp. Needs root, or a system where users may make name spaces. Ends with the status of the
+command, or with 99 if the fence cannot be put up.
 """
 import ctypes
 import os
 import re
+import subprocess
 import sys
 
 UNSHARE = ['unshare', '--mount', '--pid', '--fork', '--kill-child', '--mount-proc']
@@ -29,7 +30,7 @@ def cannot(what):
 
 def mount(source, target, kind, flags):
     libc = ctypes.CDLL(None, use_errno=True)
-    words = [word.encode() if word else None for word in (source, target, kind)]
+    words = [os.fsencode(word) if word else None for word in (source, target, kind)]
     if libc.mount(*words, ctypes.c_ulong(flags), None) != 0:
         cannot(f'mount {target}: {os.strerror(ctypes.get_errno())}')
 
@@ -48,25 +49,39 @@ def is_below(path, folder):
 
 
 def seal(folder):
-    """Makes everything else read-only. The new /tmp hides what is mounted below the old one."""
+    """Makes everything else read-only. The new /tmp hides what is mounted below the old one, and the
+    folder's own mount what is mounted below it."""
     mount(folder, folder, None, MS_BIND)
     mount('tmpfs', '/tmp', 'tmpfs', MS_NOSUID | MS_NODEV)
     for path, flags in list(mounts()):
-        if not is_below(path, '/tmp') and not is_below(path, '/proc') and path != folder:
+        if not any(is_below(path, left) for left in ('/tmp', '/proc', folder)):
             mount(None, path, None, MS_REMOUNT | MS_BIND | MS_RDONLY | flags)
+
+
+def run_inside(folder, command):
+    try:
+        seal(folder)
+        os.chdir(os.getcwd())  # through the new mount
+    except OSError as error:
+        cannot(f'seal: {error}')
+    os.execvp(command[0], command)
 
 
 def main(arguments):
     if arguments[0] == '--inside':  # started by the lines below
-        seal(arguments[1])
-        os.chdir(os.getcwd()) # through the new mount
-        os.execvp(arguments[2], arguments[2:])
+        run_inside(arguments[1], arguments[2:])
     folder = os.path.realpath(arguments[0])
     if is_below(folder, '/tmp'):
         cannot('keep a folder below /tmp writable')
-    user = [] if os.getuid() == 0 else ['--map-root-user']
-    os.execvp('unshare', UNSHARE + user + [sys.executable, os.path.abspath(__file__), '--inside',
-                                           folder] + arguments[1:])
+    unshare = UNSHARE if os.getuid() == 0 else UNSHARE + ['--map-root-user']
+    try:
+        possible = subprocess.run(unshare + ['true'], check=False).returncode == 0
+    except FileNotFoundError:
+        possible = False
+    if not possible:
+        cannot('make name spaces')
+    os.execvp('unshare', unshare + [sys.executable, os.path.abspath(__file__), '--inside', folder] +
+              arguments[1:])
 
 
 if __name__ == '__main__':

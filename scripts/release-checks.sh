@@ -57,7 +57,7 @@ step valgrind scripts/valgrind.sh
 step coverage ./check --coverage
 step counts bench/run --counts
 step macos scripts/check-macos.sh
-step packages scripts/check-packages.sh
+step packages scripts/check-packages.sh --must-install
 step reproducible scripts/check-reproducible.sh
 step debian scripts/check-debian.sh
 step fuzz ./check --fuzz "$1"
