@@ -14,14 +14,16 @@ need valgrind
 #   tool-*, outcome-schema, real-peers, check-for-update, sample-service-*: they start other
 #     programs and wait for them; valgrind would watch the test alone
 #   harness, transaction-waiting, transaction-time: nearly all of their time is waiting
+#   transaction-signals: a signal each millisecond, faster than valgrind delivers one
 #   servers-and-proxies, readme, options-pages, json-line: they compare documents
 #   transforms-reference, dates-reference: millions of comparisons, which take minutes
 #   update-faults: counts the calls of malloc by operator new, which valgrind replaces
 left_out() {
   case $1 in
     tool-* | outcome-schema | real-peers | check-for-update | sample-service-* | harness | \
-      transaction-waiting | transaction-time | servers-and-proxies | readme | options-pages | \
-      json-line | transforms-reference | dates-reference | update-faults) return 0 ;;
+      transaction-signals | transaction-waiting | transaction-time | servers-and-proxies | \
+      readme | options-pages | json-line | transforms-reference | dates-reference | \
+      update-faults) return 0 ;;
   esac
   return 1
 }
@@ -62,7 +64,7 @@ left_out_tests="$left_out_tests:XdgOpenStart.FailsIfTheUrlIsTooLongForAnArgument
 # run PROGRAM
 run() {
   begin=$(date +%s)
-  valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
+  timeout -k 10 900 valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
     "$1" --gtest_brief=1 --gtest_filter="-$left_out_tests" >"$1.valgrind" 2>&1 || {
     cat "$1.valgrind"
     fail "valgrind: $1"
