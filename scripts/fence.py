@@ -49,8 +49,8 @@ def is_below(path, folder):
 
 
 def seal(folder):
-    """Makes everything else read-only. The new /tmp hides what is mounted below the old one, and the
-    folder's own mount what is mounted below it."""
+    """Makes everything else read-only. The new /tmp hides what is mounted below the old one, and
+    the folder's own mount what is mounted below it."""
     mount(folder, folder, None, MS_BIND)
     mount('tmpfs', '/tmp', 'tmpfs', MS_NOSUID | MS_NODEV)
     for path, flags in list(mounts()):

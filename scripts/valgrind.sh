@@ -64,7 +64,8 @@ left_out_tests="$left_out_tests:XdgOpenStart.FailsIfTheUrlIsTooLongForAnArgument
 # run PROGRAM
 run() {
   begin=$(date +%s)
-  timeout -k 10 900 valgrind -q --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite \
+  timeout -k 10 900 valgrind -q --error-exitcode=9 --leak-check=full \
+    --errors-for-leak-kinds=definite \
     "$1" --gtest_brief=1 --gtest_filter="-$left_out_tests" >"$1.valgrind" 2>&1 || {
     cat "$1.valgrind"
     fail "valgrind: $1"
