@@ -42,7 +42,7 @@ fi
 umask 022
 sources=$folder/quintral-$version
 mkdir "$sources"
-git ls-files -z >"$folder/names"
+git ls-files -z ':!*.gitignore' ':!*.gitattributes' >"$folder/names" # dpkg-source drops these two
 tar -c --null --files-from="$folder/names" | tar -x -C "$sources" --no-same-permissions
 cp -R "$sources/packaging/debian" "$sources/debian"
 scripts/debian-changelog.py "$version" "$SOURCE_DATE_EPOCH" >"$sources/debian/changelog"
