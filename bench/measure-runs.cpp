@@ -11,8 +11,10 @@
 //
 // cpu_us is user and system time together, from the run queue's clock in nanoseconds, so that runs
 // of a millisecond are measured well (the split between user and system is not precise on most
-// kernels). It includes the exec, not the fork's own work. low and high are the quartiles. Ratios
-// are the command's median divided by the first command's.
+// kernels). It includes the exec, not the fork's own work. The speed of a machine changes by more
+// than the programs differ, so the times of each round are scaled until their geometric mean is
+// that of all rounds. low and high are the quartiles. Ratios are the command's median divided by the
+// first command's.
 //
 // A program's peak starts with that of its process before the exec, and fork gives the child only
 // what this program has written to. So this program must stay smaller than what it measures, which
@@ -21,9 +23,11 @@
 // Exit status: 0; 1 if a command fails; 2 for a usage error. Standard output and error of the
 // commands are discarded.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -95,6 +99,28 @@ int measure(Command *command)
     return 0;
 }
 
+// The mean of the logarithms of a round's times.
+double level_of_round(const std::vector<Command> &commands, std::size_t round)
+{
+    double sum = 0;
+    for (const Command &command : commands)
+        sum += std::log(std::max(command.cpu_us[round], 1.0));
+    return sum / static_cast<double>(commands.size());
+}
+
+void level_rounds(std::vector<Command> *commands)
+{
+    std::vector<double> levels;
+    for (std::size_t round = 0; round < (*commands)[0].cpu_us.size(); ++round)
+        levels.push_back(level_of_round(*commands, round));
+    const double mean =
+        std::accumulate(levels.begin(), levels.end(), 0.0) / static_cast<double>(levels.size());
+    for (Command &command : *commands) {
+        for (std::size_t round = 0; round < levels.size(); ++round)
+            command.cpu_us[round] *= std::exp(mean - levels[round]);
+    }
+}
+
 Spread spread_of(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -164,5 +190,6 @@ int main(int argument_count, char **arguments)
     }
     if (run_rounds(&commands, rounds) != 0)
         return 1;
+    level_rounds(&commands);
     print_figures(commands, rounds);
 }

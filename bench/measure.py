@@ -3,6 +3,7 @@
 import json
 import os
 import shutil
+import statistics
 import sys
 import tempfile
 
@@ -12,7 +13,8 @@ from programs import (QUESTION, marked_instructions, output_of, peer, removal_ca
 
 STATIC_BUILD = "build/bench-static"
 
-CHECK_ROUNDS = 1500
+CHECK_ROUNDS = 200    # of every program
+INSTALLATIONS = 9
 REPETITIONS = 9     # of each timed case, in random order
 REPETITION_TIME = 0.02  # seconds
 TREE_SIZE = 1000    # files
@@ -37,21 +39,31 @@ def check_commands(build, port):
     }
 
 
-def installed(program, name, folder):
-    """A copy of a program in the folder, as an installation makes it. The linker writes a file in
-    small pieces, and so the page cache holds it: its pages take longer to map."""
-    return shutil.copy(program, os.path.join(folder, name))
+def measure_installed(build, commands):
+    """The figures of whole runs, by the program's name, with fresh copies of the programs, as an
+    installation makes them."""
+    with tempfile.TemporaryDirectory(dir=build) as folder:
+        words = []
+        for name, (program, *arguments) in commands.items():
+            words += ["--", name, shutil.copy(program, os.path.join(folder, name)), *arguments]
+        output = output_of([f"{build}/bench/quintral_measure_runs", str(CHECK_ROUNDS), *words[1:]])
+    return {row["name"]: row for row in json.loads(output)["commands"]}
 
 
 def measure_check(build):
-    """CPU time and peak memory of whole runs, interleaved."""
-    with service(build) as port, tempfile.TemporaryDirectory(dir=build) as folder:
-        words = []
-        for name, (program, *arguments) in check_commands(build, port).items():
-            words += ["--", name, installed(program, name, folder), *arguments]
-        output = output_of([f"{build}/bench/quintral_measure_runs", str(CHECK_ROUNDS), *words[1:]])
-    rows = json.loads(output)["commands"]
-    return {row["name"]: {"cpu_us": row["cpu_us"], "peak_kib": row["peak_kib"]} for row in rows}
+    """CPU time and peak memory of whole runs, interleaved. How the page cache holds a file changes
+    the time of its start by two hundredths, so the figures are the middle ones of several
+    copies."""
+    with service(build) as port:
+        commands = check_commands(build, port)
+        runs = [measure_installed(build, commands) for _ in range(INSTALLATIONS)]
+
+    def middle(name, figure, part):
+        return statistics.median(run[name][figure][part] for run in runs)
+
+    return {name: {figure: {part: middle(name, figure, part) for part in ("median", "low", "high")}
+                   for figure in ("cpu_us", "peak_kib")}
+            for name in commands}
 
 
 def removal_commands(build):
