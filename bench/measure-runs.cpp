@@ -13,8 +13,8 @@
 // of a millisecond are measured well (the split between user and system is not precise on most
 // kernels). It includes the exec, not the fork's own work. The speed of a machine changes by more
 // than the programs differ, so the times of each round are scaled until their geometric mean is
-// that of all rounds. low and high are the quartiles. Ratios are the command's median divided by the
-// first command's.
+// that of all rounds. low and high are the quartiles. Ratios are the command's median divided by
+// the first command's.
 //
 // A program's peak starts with that of its process before the exec, and fork gives the child only
 // what this program has written to. So this program must stay smaller than what it measures, which
