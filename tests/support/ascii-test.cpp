@@ -209,6 +209,48 @@ TEST_P(Ascii, PrefixMatchesEachByteInBothCasesAndNoOther)
     }
 }
 
+struct SpanRow {
+    const char *text;
+    const char *set;
+    std::size_t before; // the length before the first byte of the set
+    std::size_t of;     // the length of bytes of the set at the start
+};
+
+const SpanRow span_rows[] = {
+    {"", "", 0, 0},
+    {"", "ab", 0, 0},
+    {"abc", "", 3, 0},
+    {"abc", "c", 2, 0},
+    {"abc", "b", 1, 0},
+    {"abc", "cb", 1, 0},
+    {"abc", "a", 0, 1},
+    {"abc", "ba", 0, 2},
+    {"abc", "cab", 0, 3},
+    {"aab", "a", 0, 2},
+    {"xyz", "ab", 3, 0},
+    {"\xe4\xff=", "=", 2, 0},
+    {"\xff\xff=", "\xff", 0, 2},
+};
+
+TEST_P(Ascii, LengthsEndAtTheFirstByteInASetAndTheFirstOutsideIt)
+{
+    for (const SpanRow &row : span_rows) {
+        EXPECT_EQ(ascii_length_before(row.text, row.set), row.before) << row.text << ' ' << row.set;
+        EXPECT_EQ(ascii_length_of(row.text, row.set), row.of) << row.text << ' ' << row.set;
+    }
+}
+
+TEST_P(Ascii, EachByteButTheTerminatorIsInASetThatHasIt)
+{
+    for (int byte = 0; byte < 256; ++byte) {
+        const char c = static_cast<char>(byte);
+        const char with[] = {'x', c, 'y', '\0'};
+        EXPECT_EQ(ascii_is_one_of(c, with), byte != 0) << "byte " << byte;
+        EXPECT_EQ(ascii_is_one_of(c, "xy"), c == 'x' || c == 'y') << "byte " << byte;
+        EXPECT_FALSE(ascii_is_one_of(c, "")) << "byte " << byte;
+    }
+}
+
 struct DigitsRow {
     const char *text;
     std::int32_t highest;

@@ -3,6 +3,10 @@
 #include <ostream>
 #include <string>
 
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "tests/tool/hanging-server.h"
@@ -162,16 +166,35 @@ TEST(ToolTimeLimit, AppliesToAStoppedTerminal)
     EXPECT_EQ(result.output, timeout_json(limit_text(3), peer.address()));
 }
 
+int send_to_process(pid_t process)
+{
+    return kill(process, SIGALRM);
+}
+
+int send_with_value(pid_t process)
+{
+    return sigqueue(process, SIGALRM, {});
+}
+
+int send_to_thread(pid_t process)
+{
+    return static_cast<int>(syscall(SYS_tgkill, process, process, SIGALRM));
+}
+
+// The system says of each way by a code of its own that a process has sent the signal.
 TEST(ToolTimeLimit, IsNotASignalThatAnotherProcessSends)
 {
-    const LoopbackPeer peer({sending_late(reply_of("Message: Hello\n"), 500)});
-    Child child = start_tool({"-service", peer.address()});
-    ASSERT_TRUE(peer.wait_for_text(0, request_end(), patience));
-    child_signal(child, SIGALRM);
-    child_signal(child, SIGALRM);
-    const ChildResult result = child_wait(child);
-    EXPECT_EQ(result.exit_status, 0) << result.error;
-    EXPECT_EQ(result.output, "Hello\n");
+    for (const auto &send : {send_to_process, send_with_value, send_to_thread}) {
+        const LoopbackPeer peer({sending_late(reply_of("Message: Hello\n"), 500)});
+        Child child = start_tool({"-service", peer.address()});
+        ASSERT_TRUE(peer.wait_for_text(0, request_end(), patience));
+        EXPECT_EQ(send(child.process_id), 0);
+        poll(nullptr, 0, 50);
+        EXPECT_EQ(send(child.process_id), 0);
+        const ChildResult result = child_wait(child);
+        EXPECT_EQ(result.exit_status, 0) << result.error;
+        EXPECT_EQ(result.output, "Hello\n");
+    }
 }
 
 } // namespace
