@@ -87,14 +87,7 @@ step() {
   title="$release: $1"
   shift
   echo "== $title" | tee -a "$log"
-  # Not "if": the shell would go on after a command that fails inside a function.
-  set +e
-  (
-    set -e
-    "$@"
-  ) >"$log.step" 2>&1
-  status=$?
-  set -e
+  run_logged "$log.step" "$@"
   if [ "$status" = 0 ]; then
     passed=$((passed + 1))
   else

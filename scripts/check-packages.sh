@@ -55,14 +55,7 @@ failed=0
 check() {
   what=$1
   shift
-  # Not "if": the shell would go on after a command that fails inside a function.
-  set +e
-  (
-    set -e
-    "$@"
-  ) >"$work/log" 2>&1
-  status=$?
-  set -e
+  run_logged "$work/log" "$@"
   if [ "$status" = 0 ]; then
     passed=$((passed + 1))
     echo "passed: $what"

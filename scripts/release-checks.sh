@@ -26,7 +26,8 @@ step() {
   shift
   echo "== $name: $*"
   begin=$(date +%s)
-  if "$@" >"$logs/$name.log" 2>&1; then
+  run_logged "$logs/$name.log" "$@"
+  if [ "$status" = 0 ]; then
     result=passed
     passed=$((passed + 1))
   else

@@ -6,6 +6,20 @@ fail() {
   exit 1
 }
 
+# run_logged LOG COMMAND...: runs a command, or a function, with its output in the log, and sets
+# status. A function ends at its first failure; as the condition of an "if" it would go on.
+run_logged() {
+  run_log=$1
+  shift
+  set +e
+  (
+    set -e
+    "$@"
+  ) >"$run_log" 2>&1
+  status=$?
+  set -e
+}
+
 # Removes the user's settings that could change the result of a build or a run.
 clean_environment() {
   unset http_proxy HTTP_PROXY https_proxy HTTPS_PROXY all_proxy ALL_PROXY no_proxy NO_PROXY \
