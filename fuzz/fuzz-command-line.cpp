@@ -242,16 +242,17 @@ bool may_introduce_secret(const std::string &word)
            secret.compare(0, name.size(), name) == 0;
 }
 
-// True if a word was read, and overwritten, as a secret. It introduces no other.
-bool was_secret(const Found &found, std::size_t word)
+// True if a whole word was read as the value of an option.
+bool was_value(const Found &found, std::size_t word, bool secret)
 {
     return std::any_of(found.values.begin(), found.values.end(), [&](const Value &value) {
-        return value.row->secret && value.word == word && value.start == 0;
+        return value.row->secret == secret && value.word == word && value.start == 0;
     });
 }
 
 // Words that are not options, values after '=', and what may be a secret are overwritten; whatever
-// stays is as it was. An unknown word may be the mistyped name of an option with a secret.
+// stays is as it was. An unknown word may be the mistyped name of an option with a secret; a secret
+// that was read introduces no other.
 void check_nothing_is_visible(const Words &words, const Found &found, const Reading &reading)
 {
     const std::size_t after_unknown = found.unknown + 1;
@@ -262,16 +263,17 @@ void check_nothing_is_visible(const Words &words, const Found &found, const Read
         const std::size_t shown = std::min(left.find('\0'), left.size());
         FUZZ_CHECK(left == overwritten_from(words[i], shown));
         const bool is_option = words[i][0] == '-' || words[i][0] == '+';
-        const bool may_be_secret =
-            may_introduce_secret(words[i - 1]) && !was_secret(found, i - 1) && !found.is_unsure;
+        const bool may_be_secret = may_introduce_secret(words[i - 1]) &&
+                                   !was_value(found, i - 1, true) && !found.is_unsure;
         if (!is_option || may_be_secret)
             FUZZ_CHECK(shown == 0);
         FUZZ_CHECK(shown <= words[i].find('='));
     }
 }
 
-// Replaces the words that may be secrets, and the values of words that may introduce one.
-Words with_other_secrets(Words words)
+// Replaces the words that may be secrets, and the values of words that may introduce one. The value
+// of another option stays whatever it looks like: a message may say what is wrong with it.
+Words with_other_secrets(Words words, const Found &found)
 {
     for (std::size_t i = 1; i < words.size(); ++i) {
         const std::string before = words[i].substr(0, words[i].find('='));
@@ -279,16 +281,17 @@ Words with_other_secrets(Words words)
                               words[i][0] != '+' && !words[i].empty();
         if (is_value)
             words[i] = "other";
-        else if (before.size() + 1 < words[i].size() && may_introduce_secret(before))
+        else if (before.size() + 1 < words[i].size() && may_introduce_secret(before) &&
+                 !was_value(found, i, false))
             words[i] = before + "=other";
     }
     return words;
 }
 
-void check_secrets_have_no_effect(const Words &words, const Reading &reading)
+void check_secrets_have_no_effect(const Words &words, const Found &found, const Reading &reading)
 {
     Reading other;
-    read_words(with_other_secrets(words), &other);
+    read_words(with_other_secrets(words, found), &other);
     FUZZ_CHECK(other.result == reading.result);
     FUZZ_CHECK(other.error.message == reading.error.message);
     FUZZ_CHECK(other.error.word == reading.error.word);
@@ -315,6 +318,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *bytes, std::size_t siz
     }
     FUZZ_CHECK(reading.result == -1);
     check_nothing_is_visible(words, found, reading);
-    check_secrets_have_no_effect(words, reading);
+    check_secrets_have_no_effect(words, found, reading);
     return 0;
 }

@@ -98,17 +98,24 @@ def changes_of_file(name):
         for operator, changed in changes_of_line(lines[number], masked):
             if changed != lines[number]:
                 yield {'file': name, 'line': number + 1, 'operator': operator,
+                       'above': lines[number - 1].strip(),
                        'before': lines[number].strip(), 'after': changed.strip(),
                        'text': '\n'.join(lines[:number] + [changed] + lines[number + 1:])}
 
 
 def equivalent_changes():
-    """Blocks of four lines: file, line before, line after, reason; blank lines between them."""
+    """Blocks of four lines, see the file."""
     if not os.path.exists(EQUIVALENT):
         return set()
     with open(EQUIVALENT, encoding='utf-8') as file:
         blocks = [block.split('\n') for block in file.read().strip().split('\n\n')]
     return {tuple(block[:3]) for block in blocks if not block[0].startswith('#')}
+
+
+def is_equivalent(change, known):
+    lines = (change['before'], change['after'])
+    return any((place, *lines) in known
+               for place in (change['file'], f"{change['file']} below {change['above']}"))
 
 
 def run(command, log):
@@ -146,6 +153,7 @@ def build(log, *targets):
 def prepare(log):
     copy_tree()
     configured = run(['cmake', '-G', 'Ninja', '-S', COPY, '-B', BUILD, '-DCMAKE_BUILD_TYPE=Debug',
+                      '-DCMAKE_CXX_FLAGS_DEBUG=',  # nobody debugs these programs
                       '-DQUINTRAL_BUILD_TESTS=ON', f'-DQUINTRAL_TEST_TIMEOUT={TEST_TIMEOUT}'], log)
     if configured != 0 or build(log, *(f'tests/{folder}/all' for folder in FOLDERS)) != 0:
         sys.exit('mutants: the unchanged tree does not build, see build/mutants/log')
@@ -226,7 +234,7 @@ def main(arguments):
         for change in candidates:
             if counts['killed'] + counts['survived'] >= wanted:
                 break
-            if (change['file'], change['before'], change['after']) in known:
+            if is_equivalent(change, known):
                 counts['equivalent'] += 1
                 continue
             verdict = judge(change, log)

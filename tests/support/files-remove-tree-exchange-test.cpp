@@ -213,12 +213,16 @@ TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsTheWalk)
         make_copy(folder.path("outside/tree"), depth);
         const Names outside = entries_below(folder.path("outside"));
         // When the walk is at the bottom, a directory above it moves to a folder outside, whose
-        // entries have the names that the walk would go on with.
+        // entries have the names that the walk would go on with. The other entries of the tree are
+        // removed then: a walk that went on could remove the tree itself.
         const std::string elsewhere = folder.path("outside/tree/level/moved");
         bool done = false;
         before_call = [&](const Call &call) {
-            if (!done && call.name == "bottom")
-                done = std::rename(folder.path(moved).c_str(), elsewhere.c_str()) == 0;
+            if (done || call.name != "bottom")
+                return;
+            done = std::rename(folder.path(moved).c_str(), elsewhere.c_str()) == 0;
+            unlink(folder.path("above/tree/file").c_str());
+            rmdir(folder.path("above/tree/empty").c_str());
         };
         const std::size_t before = open_descriptors();
         EXPECT_EQ(watched_remove_tree(folder.path("above/tree")), 0);

@@ -378,6 +378,7 @@ TEST(Options, AfterAnErrorOnlyNamesStayInTheArgumentVector)
         {"-=secret"},
         {"-proxy-", "secret"},
         {"-proxy-", "-secret"},
+        {"-o", "-secret"},
         {"secret", "--proxy-", "-secret"},
         {"-proxypass", "secret"},             // unknown
         {"operand", "-proxypass", "-secret"}, // moved before the operand

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -288,6 +289,7 @@ TEST(RecordFile, IsRemovedUnlessFinished)
     ASSERT_EQ(create_record(folder.path("r").c_str(), &file, &error), 0) << error;
     EXPECT_EQ(entries_below(folder.path()).size(), 1U);
     EXPECT_EQ(permissions_of(file.temporary_path), 0600U);
+    EXPECT_EQ(fcntl(file.descriptor, F_GETFD), FD_CLOEXEC);
     discard_record();
     EXPECT_TRUE(entries_below(folder.path()).empty());
     discard_record();

@@ -295,6 +295,7 @@ TEST(ToolAnswer, ANoteSaysWhyNewerIsUnknown)
         {"URL:\nVersion: 6\nMessage: a", "URL: Version: 6\na\n", no_version_line},
         {"Message:", "", no_version_line},
         {"X: Y: Z\nVersion: \nMessage: a", "a\n", no_version},
+        {"X: \nVersion: \nMessage: a", "a\n", no_version},
         {"Version: \nMessage: a", "a\n", no_version},
         {"URL: a\nVersion: \t \r\nMessage: a", "URL: a\na\n", no_version},
         {"Version: 6\nVersion: \nMessage: a", "a\n", no_version},

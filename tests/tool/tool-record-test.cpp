@@ -8,6 +8,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/tool/hanging-server.h"
 #include "tests/tool/interrupts.h"
@@ -255,6 +256,20 @@ TEST(ToolRecord, WhosePathIsTooLongIsRefused)
     const std::string error = "Can't create '" + path;
     expect_ended(run_tool({"-service", "127.0.0.1:1", "-proxy", ":1", "-record", path}), 1, "",
                  error_line(error.substr(0, 1003)));
+}
+
+// The object that states the failure is output: an interrupt during it ends the run even if the
+// object can be written.
+TEST(ToolRecord, AnInterruptEndsTheOutputOfARunThatCannotBeRecorded)
+{
+    Child child = start_tool({"-service", "127.0.0.1:1", "-json", "-record", ""},
+                             with_output(ChildStream::StalledPipe));
+    const std::string error = error_line("Can't create '', code 2: No such file or directory");
+    ASSERT_TRUE(child_wait_for_text(child, error, patience));
+    child_signal(child, SIGTERM);
+    char before[65536]; // what has filled the pipe
+    EXPECT_GT(read(child.stalled_descriptors[0], before, sizeof before), 0);
+    expect_ended_by(child_wait(child), SIGTERM, "", error + error_line(cancelled_text));
 }
 
 // Files that cannot be written. A limit on the size of files stands for a full disk.
