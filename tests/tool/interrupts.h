@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include "tests/tool/json-line.h"
 #include "tests/tool/query.h"
@@ -51,6 +52,13 @@ inline bool wait_for_handlers(const Child &child)
         poll(nullptr, 0, 5);
     }
     return false;
+}
+
+// Reads what has filled the pipe that nobody read, so that the utility could write to it.
+inline void empty_stalled_output(const Child &child)
+{
+    char bytes[65536];
+    EXPECT_GT(read(child.stalled_descriptors[0], bytes, sizeof bytes), 0);
 }
 
 // Runs the utility against a peer and interrupts it that many milliseconds after the request

@@ -296,5 +296,20 @@ TEST(RecordFile, IsRemovedUnlessFinished)
     close(file.descriptor);
 }
 
+TEST(RecordFile, HasNoDescriptorIfItCannotBeCreatedOrIsFinished)
+{
+    const TempFolder folder;
+    RecordFile file;
+    std::string error;
+    for (const std::string &path : {folder.path("none/r"), folder.path()}) {
+        file.descriptor = 1000;
+        EXPECT_EQ(create_record(path.c_str(), &file, &error), -1);
+        EXPECT_EQ(file.descriptor, -1) << path;
+    }
+    ASSERT_EQ(create_record(folder.path("r").c_str(), &file, &error), 0) << error;
+    EXPECT_EQ(finish_record(&file, "text", &error), 0) << error;
+    EXPECT_EQ(file.descriptor, -1);
+}
+
 } // namespace
 } // namespace quintral::tests::tool
