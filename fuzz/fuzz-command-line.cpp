@@ -242,17 +242,29 @@ bool may_introduce_secret(const std::string &word)
            secret.compare(0, name.size(), name) == 0;
 }
 
-// True if a whole word was read as the value of an option.
-bool was_value(const Found &found, std::size_t word, bool secret)
+// The option of which a whole word was read as the value, or null.
+const OptionRow *option_of(const Found &found, std::size_t word)
 {
-    return std::any_of(found.values.begin(), found.values.end(), [&](const Value &value) {
-        return value.row->secret == secret && value.word == word && value.start == 0;
-    });
+    const auto is_word = [&](const Value &value) { return value.word == word && value.start == 0; };
+    const auto value = std::find_if(found.values.begin(), found.values.end(), is_word);
+    return value != found.values.end() ? value->row : nullptr;
+}
+
+// A secret that was read introduces no other.
+bool was_secret(const Found &found, std::size_t word)
+{
+    const OptionRow *row = option_of(found, word);
+    return row != nullptr && row->secret;
+}
+
+bool was_other_value(const Found &found, std::size_t word)
+{
+    const OptionRow *row = option_of(found, word);
+    return row != nullptr && !row->secret;
 }
 
 // Words that are not options, values after '=', and what may be a secret are overwritten; whatever
-// stays is as it was. An unknown word may be the mistyped name of an option with a secret; a secret
-// that was read introduces no other.
+// stays is as it was. An unknown word may be the mistyped name of an option with a secret.
 void check_nothing_is_visible(const Words &words, const Found &found, const Reading &reading)
 {
     const std::size_t after_unknown = found.unknown + 1;
@@ -263,8 +275,8 @@ void check_nothing_is_visible(const Words &words, const Found &found, const Read
         const std::size_t shown = std::min(left.find('\0'), left.size());
         FUZZ_CHECK(left == overwritten_from(words[i], shown));
         const bool is_option = words[i][0] == '-' || words[i][0] == '+';
-        const bool may_be_secret = may_introduce_secret(words[i - 1]) &&
-                                   !was_value(found, i - 1, true) && !found.is_unsure;
+        const bool may_be_secret =
+            may_introduce_secret(words[i - 1]) && !was_secret(found, i - 1) && !found.is_unsure;
         if (!is_option || may_be_secret)
             FUZZ_CHECK(shown == 0);
         FUZZ_CHECK(shown <= words[i].find('='));
@@ -272,7 +284,7 @@ void check_nothing_is_visible(const Words &words, const Found &found, const Read
 }
 
 // Replaces the words that may be secrets, and the values of words that may introduce one. The value
-// of another option stays whatever it looks like: a message may say what is wrong with it.
+// of another option stays, whatever it looks like: a message may say what is wrong with it.
 Words with_other_secrets(Words words, const Found &found)
 {
     for (std::size_t i = 1; i < words.size(); ++i) {
@@ -282,7 +294,7 @@ Words with_other_secrets(Words words, const Found &found)
         if (is_value)
             words[i] = "other";
         else if (before.size() + 1 < words[i].size() && may_introduce_secret(before) &&
-                 !was_value(found, i, false))
+                 !was_other_value(found, i))
             words[i] = before + "=other";
     }
     return words;

@@ -8,8 +8,8 @@ build/mutants, and runs the tests of the changed file's folder. A test that does
 counts as failing. Prints a line for each change that no test noticed. Changes that cannot be
 noticed are listed in scripts/mutants-equivalent.txt, with the reason.
 
-SEED repeats a choice. Other lines of the sources do not matter to it, so that a choice of which the
-equivalent changes are listed stays of use while the sources grow.
+SEED repeats a choice. The place of a change depends on its line and the one above it alone. So after
+an edit elsewhere the choice is nearly the same, and the list of equivalent changes still covers it.
 
 A change may make the code remove or kill anything. So builds, which run the test programs to list
 their tests, and tests run inside scripts/fence.py: nothing but build/mutants can be written, and no
@@ -104,7 +104,7 @@ def changes_of_file(name):
             if changed not in seen:
                 seen.add(changed)
                 yield {'file': name, 'line': number + 1, 'operator': operator,
-                       'above': lines[number - 1].strip(),
+                       'above': lines[number - 1].strip() if number > 0 else '',
                        'before': lines[number].strip(), 'after': changed.strip(),
                        'text': '\n'.join(lines[:number] + [changed] + lines[number + 1:])}
 
@@ -164,7 +164,7 @@ def build(log, *targets):
 def prepare(log):
     copy_tree()
     configured = run(['cmake', '-G', 'Ninja', '-S', COPY, '-B', BUILD, '-DCMAKE_BUILD_TYPE=Debug',
-                      # no symbols, which nobody reads; the library checks indices
+                      # no symbols, to build faster; the C++ library checks indices
                       '-DCMAKE_CXX_FLAGS_DEBUG=-D_GLIBCXX_ASSERTIONS',
                       '-DQUINTRAL_BUILD_TESTS=ON', f'-DQUINTRAL_TEST_TIMEOUT={TEST_TIMEOUT}'], log)
     if configured != 0 or build(log, *(f'tests/{folder}/all' for folder in FOLDERS)) != 0:

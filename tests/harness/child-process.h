@@ -19,7 +19,7 @@ enum class ChildStream {
     Closed,     // the descriptor is closed in the child
     FullDisk,   // /dev/full
     BrokenPipe, // a pipe whose reading end is closed before the child starts
-    StalledPipe // a full pipe that nobody reads
+    StalledPipe // a full pipe that the harness never reads
 };
 
 // What the child reads from its standard input.

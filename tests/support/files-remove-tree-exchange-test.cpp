@@ -214,7 +214,8 @@ TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsTheWalk)
         const Names outside = entries_below(folder.path("outside"));
         // When the walk is at the bottom, a directory above it moves to a folder outside, whose
         // entries have the names that the walk would go on with. The other entries of the tree are
-        // removed then: a walk that went on could remove the tree itself.
+        // removed at the same moment: with them, a walk that wrongly went on could not remove the
+        // tree, and the test would not notice.
         const std::string elsewhere = folder.path("outside/tree/level/moved");
         bool done = false;
         before_call = [&](const Call &call) {
@@ -235,6 +236,36 @@ TEST(RemoveTreeExchange, OfADirectoryAboveTheWalkEndsTheWalk)
             EXPECT_EQ(exists(folder.path("above/tree")), level == 1);
         }
     }
+}
+
+// The walk keeps eight levels open and closes the first of nine when it opens another. One that
+// cannot be opened does not count.
+TEST(RemoveTreeExchange, OfADirectoryForAFileClosesNoDirectoryAboveIt)
+{
+    const TempFolder folder;
+    make_directory(folder.path("above"));
+    std::string path = folder.path("above/tree");
+    make_directory(path);
+    for (int level = 1; level <= 7; ++level) {
+        path += "/level";
+        make_directory(path);
+    }
+    make_directory(path + "/x");
+    bool moved = false;
+    before_call = [&](const Call &call) {
+        if (call.name != "x")
+            return;
+        if (call.function == "openat") {
+            rmdir((path + "/x").c_str());
+            make_file(path + "/x");
+        } else if (call.function == "unlinkat") {
+            const std::string level = folder.path("above/tree/level");
+            moved = std::rename(level.c_str(), folder.path("moved").c_str()) == 0;
+        }
+    };
+    EXPECT_EQ(watched_remove_tree(folder.path("above/tree")), 0);
+    EXPECT_TRUE(moved);
+    EXPECT_FALSE(exists(folder.path("above/tree")));
 }
 
 } // namespace

@@ -231,6 +231,17 @@ TEST(FindIgnoringCase, AgreesWithTheSimpleLoopAfterNearMisses)
     }
 }
 
+// The search takes '{' for '[' at first, so it compares many starts in vain and changes its way. The
+// pattern is the shortest one for which it does.
+TEST(FindIgnoringCase, FindsAPairAfterManyThatOnlySeemToMatch)
+{
+    std::string text;
+    while (text.size() < 192)
+        text += "aaaaaaa{";
+    text += "x[ and ";
+    expect_found(text + "a[", "a[");
+}
+
 // With a simple loop, each of these takes minutes. Only ctest's time limit makes the test fail.
 TEST(FindIgnoringCase, TakesTimeInProportionToTheLengths)
 {

@@ -54,7 +54,7 @@ inline bool wait_for_handlers(const Child &child)
     return false;
 }
 
-// Reads what has filled the pipe that nobody read, so that the utility could write to it.
+// Reads from the stalled pipe, so that the utility can write to it again.
 inline void empty_stalled_output(const Child &child)
 {
     char bytes[65536];

@@ -378,7 +378,7 @@ TEST(Options, AfterAnErrorOnlyNamesStayInTheArgumentVector)
         {"-=secret"},
         {"-proxy-", "secret"},
         {"-proxy-", "-secret"},
-        {"-o", "-secret"},
+        {"-o", "-secret"}, // ambiguous, and not the beginning of proxy-pass
         {"secret", "--proxy-", "-secret"},
         {"-proxypass", "secret"},             // unknown
         {"operand", "-proxypass", "-secret"}, // moved before the operand

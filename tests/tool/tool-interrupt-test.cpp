@@ -117,7 +117,6 @@ TEST(ToolInterrupt, ASignalIgnoredAtStartStaysIgnored)
     }
 }
 
-// At once, so that it makes no difference if a reader comes then.
 TEST(ToolInterrupt, EndsAnOutputThatNobodyReads)
 {
     const LoopbackPeer peer({sending(reply_of("Message: Hello\n"))});
@@ -126,8 +125,20 @@ TEST(ToolInterrupt, EndsAnOutputThatNobodyReads)
     peer.received(0);
     poll(nullptr, 0, 200);
     child_signal(child, SIGTERM);
-    empty_stalled_output(child);
     expect_ended_by(child_wait(child), SIGTERM, "", error_line(cancelled_text));
+}
+
+// The line of the failure shows that the output has begun.
+TEST(ToolInterrupt, EndsAnOutputAtOnceEvenIfAReaderComesThen)
+{
+    const LoopbackPeer peer({sending("HTTP/1.0 404 No\r\n\r\n")});
+    Child child = start_tool({"-service", peer.address(), "-quiet", "-json"},
+                             with_output(ChildStream::StalledPipe));
+    const std::string failure = error_line("Bad HTTP status 404 from web site: No");
+    ASSERT_TRUE(child_wait_for_text(child, failure, patience));
+    child_signal(child, SIGTERM);
+    empty_stalled_output(child);
+    expect_ended_by(child_wait(child), SIGTERM, "", failure + error_line(cancelled_text));
 }
 
 TEST(ToolInterrupt, IsReportedOnceEvenIfTheOutputHangsToo)

@@ -257,8 +257,8 @@ TEST(ToolRecord, WhosePathIsTooLongIsRefused)
                  error_line(error.substr(0, 1003)));
 }
 
-// The object that states the failure is output: an interrupt during it ends the run even if the
-// object can be written.
+// Printing the object of this failure belongs to the output, too, so an interrupt ends the run at
+// once even if a reader comes then.
 TEST(ToolRecord, AnInterruptEndsTheOutputOfARunThatCannotBeRecorded)
 {
     Child child = start_tool({"-service", "127.0.0.1:1", "-json", "-record", ""},

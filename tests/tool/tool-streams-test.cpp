@@ -165,6 +165,15 @@ TEST(ToolStreams, ANonBlockingOutputIsWrittenInFull)
     expect_ended(child_wait(child), 0, "", "");
 }
 
+TEST(ToolStreams, AMessageKeeps1003BytesOfItsText)
+{
+    const ChildResult result = run_child_function([] {
+        show_message(Note, std::string(2000, 'x').c_str());
+        return 0;
+    });
+    EXPECT_EQ(result.error, note_line(std::string(1003, 'x')));
+}
+
 // A non-blocking pipe that is full when the utility starts.
 struct FullPipe {
     int ends[2] = {-1, -1};
@@ -203,15 +212,6 @@ std::string run_with_full_pipe(int stream, const Strings &arguments, int status)
     EXPECT_EQ(result.exit_status, status) << result.output << result.error;
     EXPECT_EQ(result.output + result.error, "");
     return bytes.substr(std::min(pipe.filled, bytes.size()));
-}
-
-TEST(ToolStreams, AMessageKeeps1003BytesOfItsText)
-{
-    const ChildResult result = run_child_function([] {
-        show_message(Note, std::string(2000, 'x').c_str());
-        return 0;
-    });
-    EXPECT_EQ(result.error, note_line(std::string(1003, 'x')));
 }
 
 TEST(ToolStreams, AMessageOnANonBlockingStreamIsWrittenInFull)
