@@ -10,7 +10,7 @@ option(QUINTRAL_STATIC_TOOL "Link the C library into the utility too (Linux)" OF
 set(QUINTRAL_BUILD_TESTS AUTO CACHE STRING "Build the tests: ON, OFF, or AUTO (ON if this is the \
 top-level project and the test packages are installed). BUILD_TESTING=OFF turns them off too.")
 option(QUINTRAL_BUILD_FUZZERS "Build the fuzzers (needs clang and the tests)" OFF)
-option(QUINTRAL_BUILD_BENCHMARKS "Build the benchmarks (needs utility, examples, and the peers)" OFF)
+option(QUINTRAL_BUILD_BENCHMARKS "Build the benchmarks (needs utility, examples and peers)" OFF)
 
 # quintral_resolve_tests(RESULT)
 #

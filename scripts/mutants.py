@@ -8,8 +8,9 @@ build/mutants, and runs the tests of the changed file's folder. A test that does
 counts as failing. Prints a line for each change that no test noticed. Changes that cannot be
 noticed are listed in scripts/mutants-equivalent.txt, with the reason.
 
-SEED repeats a choice. The place of a change depends on its line and the one above it alone. So after
-an edit elsewhere the choice is nearly the same, and the list of equivalent changes still covers it.
+SEED repeats a choice. The place of a change depends on its line and the one above it alone. So
+after an edit elsewhere the choice is nearly the same, and the list of equivalent changes still
+covers it.
 
 A change may make the code remove or kill anything. So builds, which run the test programs to list
 their tests, and tests run inside scripts/fence.py: nothing but build/mutants can be written, and no

@@ -28,7 +28,7 @@ constexpr int exec_limit_milliseconds = 10000;
 struct StreamEnds {
     int parent = -1;  // receives what the child writes
     int child = -1;   // becomes the child's descriptor 1 or 2
-    int stalled = -1; // the reading end of a full pipe, which the harness keeps open and never reads
+    int stalled = -1; // the reading end of a full pipe, which the harness never reads
 };
 
 void close_descriptor(int *descriptor)

@@ -231,8 +231,8 @@ TEST(FindIgnoringCase, AgreesWithTheSimpleLoopAfterNearMisses)
     }
 }
 
-// The search takes '{' for '[' at first, so it compares many starts in vain and changes its way. The
-// pattern is the shortest one for which it does.
+// The search takes '{' for '[' at first, so it compares many starts in vain and goes on with the
+// algorithm for repetitive texts. No shorter pattern gets there.
 TEST(FindIgnoringCase, FindsAPairAfterManyThatOnlySeemToMatch)
 {
     std::string text;
