@@ -54,11 +54,17 @@ inline bool wait_for_handlers(const Child &child)
     return false;
 }
 
-// Reads from the stalled pipe, so that the utility can write to it again.
-inline void empty_stalled_output(const Child &child)
+// Runs the utility, which must fail, with an output that nobody reads. Interrupts it when the line
+// of the failure shows that the output has begun. That must end it at once, although the output is
+// read then.
+inline void expect_interrupted_output(const Strings &arguments, const std::string &failure)
 {
-    char bytes[65536];
+    Child child = start_tool(arguments, with_output(ChildStream::StalledPipe));
+    ASSERT_TRUE(child_wait_for_text(child, failure, patience));
+    child_signal(child, SIGTERM);
+    char bytes[65536]; // what has filled the pipe
     EXPECT_GT(read(child.stalled_descriptors[0], bytes, sizeof bytes), 0);
+    expect_ended_by(child_wait(child), SIGTERM, "", failure + error_line(cancelled_text));
 }
 
 // Runs the utility against a peer and interrupts it that many milliseconds after the request
